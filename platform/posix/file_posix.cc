@@ -1,0 +1,326 @@
+// Files "without sharing" on POSIX: an exclusive, non-blocking flock held for
+// the life of each writing handle.
+
+#include "platform/file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <mutex>
+#include <vector>
+
+#include "platform/posix/file_cause_posix.h"
+
+namespace platform {
+namespace posix {
+namespace {
+
+bool ParentDirectoryExists(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  std::string parent;
+  if (slash == std::string::npos) {
+    parent = ".";
+  } else if (slash == 0) {
+    parent = "/";
+  } else {
+    parent = path.substr(0, slash);
+  }
+  struct stat info {};
+  return stat(parent.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+}  // namespace
+
+int FileCauseFromErrno(int error_number, FileStep step, const std::string& path) {
+  switch (error_number) {
+    case 0:
+      return kFileOk;
+    case ENOENT:
+      return ParentDirectoryExists(path) ? kFileNotFound : kFileBadPath;
+    case ENOTDIR:
+    case ENAMETOOLONG:
+    case ELOOP:
+      return kFileBadPath;
+    case EMFILE:
+    case ENFILE:
+      return kFileTooManyOpen;
+    case EACCES:
+    case EPERM:
+    case EISDIR:
+    case EROFS:
+      return kFileAccessDenied;
+    case EBADF:
+      return kFileInvalid;
+    case EBUSY:
+      return kFileRemoveCurrentDir;
+    case ENOSPC:
+    case EDQUOT:
+      return kFileDiskFull;
+    case EIO:
+      return kFileHardIo;
+    case ESPIPE:
+      return kFileBadSeek;
+    case EINVAL:
+      return step == FileStep::kSeek ? kFileBadSeek : kFileGeneric;
+    case EWOULDBLOCK:
+      return step == FileStep::kLock ? kFileSharingViolation : kFileGeneric;
+    default:
+      return kFileGeneric;
+  }
+}
+
+}  // namespace posix
+
+namespace {
+
+using posix::FileCauseFromErrno;
+using posix::FileStep;
+
+// ---- injected faults ----------------------------------------------------
+
+struct InjectedFault {
+  std::string path_part;
+  testing::FileOp op;
+  testing::FileFault fault;
+  int remaining;  // below 0: until cleared
+};
+
+// Counts the armed faults so that the normal path costs one relaxed load.
+std::atomic<int> g_armed_faults{0};
+std::mutex g_faults_mutex;
+std::vector<InjectedFault>& Faults() {
+  static std::vector<InjectedFault> faults;
+  return faults;
+}
+
+struct Injection {
+  int error_number;
+  FileStep step;
+};
+
+Injection ToInjection(testing::FileFault fault, FileStep step) {
+  switch (fault) {
+    case testing::FileFault::kDiskFull:
+      return {ENOSPC, step};
+    case testing::FileFault::kAccessDenied:
+      return {EACCES, step};
+    case testing::FileFault::kSharingViolation:
+      // What the lock answers when another holder has the file.
+      return {EWOULDBLOCK, FileStep::kLock};
+    case testing::FileFault::kIoError:
+      return {EIO, step};
+    case testing::FileFault::kNotFound:
+      return {ENOENT, step};
+  }
+  return {EIO, step};
+}
+
+// The cause an armed fault imposes on this operation, or kFileOk.
+int TakeInjectedFault(const std::string& path, testing::FileOp op, FileStep step) {
+  if (g_armed_faults.load(std::memory_order_relaxed) == 0) return kFileOk;
+  std::lock_guard<std::mutex> lock(g_faults_mutex);
+  auto& faults = Faults();
+  for (auto it = faults.begin(); it != faults.end(); ++it) {
+    if (it->op != op || path.find(it->path_part) == std::string::npos) continue;
+    const Injection injection = ToInjection(it->fault, step);
+    if (it->remaining > 0 && --it->remaining == 0) {
+      faults.erase(it);
+      g_armed_faults.fetch_sub(1, std::memory_order_relaxed);
+    }
+    return FileCauseFromErrno(injection.error_number, injection.step, path);
+  }
+  return kFileOk;
+}
+
+// ---- the file handle ------------------------------------------------------
+
+// Owns one descriptor; closing it also drops the flock.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() { Reset(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+  // Gives the descriptor up to the caller, who then closes it.
+  int Release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+  void Reset() {
+    // Linux frees the descriptor even when close reports EINTR: never retry.
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_;
+};
+
+class PosixFile final : public File {
+ public:
+  PosixFile(std::string path, int fd) : path_(std::move(path)), fd_(fd) {}
+
+  int Read(void* buffer, size_t n, size_t* got) override {
+    if (got != nullptr) *got = 0;
+    if (!fd_.valid()) return kFileInvalid;
+    if (n == 0) return kFileOk;
+    if (buffer == nullptr || got == nullptr) return kFileInvalid;
+    for (;;) {
+      const ssize_t done = ::read(fd_.get(), buffer, n);
+      if (done >= 0) {
+        *got = static_cast<size_t>(done);
+        return kFileOk;
+      }
+      if (errno != EINTR) return FileCauseFromErrno(errno, FileStep::kRead, path_);
+    }
+  }
+
+  int Write(const void* data, size_t n) override {
+    if (!fd_.valid()) return kFileInvalid;
+    if (n == 0) return kFileOk;
+    if (data == nullptr) return kFileInvalid;
+    const int injected = TakeInjectedFault(path_, testing::FileOp::kWrite, FileStep::kWrite);
+    if (injected != kFileOk) return injected;
+    const char* next = static_cast<const char*>(data);
+    size_t left = n;
+    while (left > 0) {
+      const ssize_t done = ::write(fd_.get(), next, left);
+      if (done < 0) {
+        if (errno == EINTR) continue;
+        return FileCauseFromErrno(errno, FileStep::kWrite, path_);
+      }
+      if (done == 0) return kFileGeneric;  // no progress and no reason given
+      next += done;
+      left -= static_cast<size_t>(done);
+    }
+    return kFileOk;
+  }
+
+  int Size(int64_t* size) override {
+    if (!fd_.valid() || size == nullptr) return kFileInvalid;
+    struct stat info {};
+    if (fstat(fd_.get(), &info) != 0) return FileCauseFromErrno(errno, FileStep::kSize, path_);
+    *size = static_cast<int64_t>(info.st_size);
+    return kFileOk;
+  }
+
+  int Close() override {
+    if (!fd_.valid()) return kFileInvalid;
+    if (::close(fd_.Release()) != 0 && errno != EINTR) {
+      return FileCauseFromErrno(errno, FileStep::kClose, path_);
+    }
+    return kFileOk;
+  }
+
+ private:
+  std::string path_;
+  Descriptor fd_;
+};
+
+int OpenFlags(File::Mode mode) {
+  // O_NONBLOCK keeps a FIFO in the path from blocking the open; it is
+  // cleared again before any read or write.
+  const int common = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  return mode == File::Mode::kRead ? (O_RDONLY | common) : (O_WRONLY | O_CREAT | common);
+}
+
+int Fail(int* cause, int value) {
+  if (cause != nullptr) *cause = value;
+  return value;
+}
+
+}  // namespace
+
+std::unique_ptr<File> File::Open(const std::string& path, Mode mode, int* cause) {
+  const int injected = TakeInjectedFault(path, testing::FileOp::kOpen, FileStep::kOpen);
+  if (injected != kFileOk) {
+    Fail(cause, injected);
+    return nullptr;
+  }
+  Descriptor fd(::open(path.c_str(), OpenFlags(mode), 0666));
+  if (!fd.valid()) {
+    Fail(cause, FileCauseFromErrno(errno, FileStep::kOpen, path));
+    return nullptr;
+  }
+  const int flags = fcntl(fd.get(), F_GETFL);
+  if (flags < 0 || fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) {
+    Fail(cause, FileCauseFromErrno(errno, FileStep::kOpen, path));
+    return nullptr;
+  }
+  if (mode != Mode::kRead) {
+    // The lock comes before any change, so a second opener never truncates
+    // or moves within a file that is being written.
+    while (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EINTR) {
+        Fail(cause, FileCauseFromErrno(errno, FileStep::kLock, path));
+        return nullptr;
+      }
+    }
+    if (mode == Mode::kTruncateExclusive) {
+      if (ftruncate(fd.get(), 0) != 0) {
+        Fail(cause, FileCauseFromErrno(errno, FileStep::kTruncate, path));
+        return nullptr;
+      }
+    } else if (lseek(fd.get(), 0, SEEK_END) < 0) {
+      const int seek_cause = FileCauseFromErrno(errno, FileStep::kSeek, path);
+      Fail(cause, seek_cause == kFileGeneric ? kFileBadSeek : seek_cause);
+      return nullptr;
+    }
+  }
+  try {
+    auto file = std::make_unique<PosixFile>(path, fd.get());
+    fd.Release();
+    Fail(cause, kFileOk);
+    return file;
+  } catch (const std::bad_alloc&) {
+    Fail(cause, kFileGeneric);
+    return nullptr;
+  }
+}
+
+namespace {
+
+int WriteOnce(const std::string& path, File::Mode mode, const void* data, size_t n) {
+  int cause = kFileOk;
+  std::unique_ptr<File> file = File::Open(path, mode, &cause);
+  if (file == nullptr) return cause;
+  const int written = file->Write(data, n);
+  const int closed = file->Close();
+  return written != kFileOk ? written : closed;
+}
+
+}  // namespace
+
+int AppendToFile(const std::string& path, const void* data, size_t n) {
+  return WriteOnce(path, File::Mode::kAppendExclusive, data, n);
+}
+
+int WriteWholeFile(const std::string& path, const void* data, size_t n) {
+  return WriteOnce(path, File::Mode::kTruncateExclusive, data, n);
+}
+
+namespace testing {
+
+void InjectFileFault(const std::string& path_part, FileOp op, FileFault fault, int count) {
+  if (count == 0) return;
+  std::lock_guard<std::mutex> lock(g_faults_mutex);
+  Faults().push_back(InjectedFault{path_part, op, fault, count});
+  g_armed_faults.fetch_add(1, std::memory_order_relaxed);
+}
+
+void ClearFileFaults() {
+  std::lock_guard<std::mutex> lock(g_faults_mutex);
+  Faults().clear();
+  g_armed_faults.store(0, std::memory_order_relaxed);
+}
+
+}  // namespace testing
+}  // namespace platform
