@@ -25,7 +25,8 @@ struct LocalTime {
   int second;  // 0..60
 };
 
-// Local time of a calendar time given in seconds since 1970.
+// Local time of a calendar time given in seconds since 1970; all fields 0
+// when the system cannot convert it.
 LocalTime ToLocalTime(int64_t seconds);
 // Local time now.
 LocalTime LocalNow();

@@ -71,7 +71,9 @@ enum class FileOp { kOpen, kWrite };
 enum class FileFault { kDiskFull, kAccessDenied, kSharingViolation, kIoError, kNotFound };
 
 // The next `count` operations `op` on paths containing `path_part` fail with
-// `fault`, mapped to a cause exactly as a real system error would be.
+// `fault`, mapped to a cause exactly as a real system error would be. A
+// negative count arms the fault until ClearFileFaults; an empty `path_part`
+// matches every path. A failed open leaves the file system untouched.
 void InjectFileFault(const std::string& path_part, FileOp op, FileFault fault, int count = 1);
 void ClearFileFaults();
 
