@@ -1,0 +1,222 @@
+#include "app/batch_app.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "app/globals.h"
+#include "app/settings.h"
+#include "app/worker.h"
+#include "platform/event.h"
+#include "platform/file.h"
+#include "tests/app/temp_dir.h"
+
+namespace {
+
+constexpr auto kPatience = std::chrono::seconds(20);
+
+// Polls `done` until it holds or the patience runs out.
+template <typename Predicate>
+bool Eventually(Predicate done) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+std::size_t CountOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+class BatchAppTest : public ::testing::Test {
+ protected:
+  // Settings of instance `name` whose daily log goes into the test's directory.
+  CSettings MakeSettings(const std::string& name) {
+    const std::string ini = dir_.File("batch.ini");
+    testutil::WriteBytes(ini, "[" + name + "]\r\nsap.server.listen.timer=5\r\nsap.path=" +
+                                  dir_.path() + "\r\n");
+    return CSettings(name.empty() ? ini : name + " " + ini);
+  }
+
+  // The .log files the worker wrote into the test's directory.
+  std::vector<std::string> LogFiles() const {
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+      if (entry.path().extension() == ".log") files.push_back(entry.path().string());
+    }
+    return files;
+  }
+
+  // The whole text of the single log file, or empty while there is none.
+  std::string LogText() const {
+    const std::vector<std::string> files = LogFiles();
+    return files.size() == 1 ? testutil::ReadBytes(files[0]) : std::string();
+  }
+
+  testutil::TempDir dir_;
+};
+
+TEST_F(BatchAppTest, IsRunningFollowsTheNamedEvent) {
+  const std::string name = testutil::UniqueName("SRV");
+  EXPECT_EQ(CBatchApp::IsRunning(name), 0);
+  EXPECT_EQ(CBatchApp::IsRunning(""), 0);
+
+  std::unique_ptr<platform::Event> event = platform::Event::Create(name, false);
+  ASSERT_TRUE(event);
+  EXPECT_EQ(CBatchApp::IsRunning(name), 1);
+  ASSERT_TRUE(event->Set());
+  EXPECT_EQ(CBatchApp::IsRunning(name), 0);
+  ASSERT_TRUE(event->Reset());
+  EXPECT_EQ(CBatchApp::IsRunning(name), 1);
+  event.reset();
+  EXPECT_EQ(CBatchApp::IsRunning(name), 0);
+}
+
+TEST_F(BatchAppTest, ConstructorCopiesEveryFieldIntoTheProcessSettings) {
+  CSettings settings;
+  for (std::size_t i = 0; i < CSettings::kFieldCount; ++i) {
+    settings.Set(static_cast<CSettings::Field>(i), "value " + std::to_string(i));
+  }
+  {
+    CBatchApp app(settings);
+    for (std::size_t i = 0; i < CSettings::kFieldCount; ++i) {
+      const auto field = static_cast<CSettings::Field>(i);
+      EXPECT_EQ(ProcessSettings().Get(field), "value " + std::to_string(i));
+    }
+  }
+  // A later application object replaces them all, empty ones included.
+  CBatchApp empty{CSettings()};
+  for (std::size_t i = 0; i < CSettings::kFieldCount; ++i) {
+    EXPECT_EQ(ProcessSettings().Get(static_cast<CSettings::Field>(i)), "");
+  }
+}
+
+TEST_F(BatchAppTest, WorkerWritesOneHeaderAndRunsUntilTheEventIsSet) {
+  const std::string name = testutil::UniqueName("SRV");
+  CBatchApp app(MakeSettings(name));
+  ASSERT_EQ(app.Start(), 1);
+  ASSERT_EQ(ProcessWorkerContexts().size(), 1u);
+  CWorkerContext& context = *ProcessWorkerContexts().front();
+  EXPECT_EQ(CBatchApp::IsRunning(name), 1);
+
+  ASSERT_TRUE(Eventually([&] { return LogText().find("# DESCRIPTION: " + name + "\r\n") !=
+                                      std::string::npos; }));
+  const std::string log_path = LogFiles().front();
+  EXPECT_EQ(std::filesystem::path(log_path).filename().string(), CLogFile::GetDate() + ".log");
+  EXPECT_EQ(context.finished, 0);
+  EXPECT_EQ(context.running, 1);
+  uint32_t code = 0;
+  ASSERT_TRUE(context.thread_handle->GetExitCode(&code));
+  EXPECT_EQ(code, platform::kStillActive);
+
+  std::unique_ptr<platform::Event> stop = platform::Event::Open(name);
+  ASSERT_TRUE(stop);
+  ASSERT_TRUE(stop->Set());
+  ASSERT_TRUE(context.thread_handle->Join(20000));
+  EXPECT_EQ(context.finished, 1);
+  EXPECT_EQ(context.running, 0);
+  ASSERT_TRUE(context.thread_handle->GetExitCode(&code));
+  EXPECT_EQ(code, 0u);
+  EXPECT_EQ(CountOf(testutil::ReadBytes(log_path), "# HEADER\r\n"), 1u);
+}
+
+TEST_F(BatchAppTest, StartClearsAStopLeftFromAnEarlierRun) {
+  const std::string name = testutil::UniqueName("SRV");
+  // Someone has set the instance's event before this start.
+  std::unique_ptr<platform::Event> stop = platform::Event::Create(name, true);
+  ASSERT_TRUE(stop);
+  ASSERT_EQ(CBatchApp::IsRunning(name), 0);
+
+  CBatchApp app(MakeSettings(name));
+  ASSERT_EQ(app.Start(), 1);
+  EXPECT_EQ(CBatchApp::IsRunning(name), 1);
+  ASSERT_TRUE(Eventually([&] { return CountOf(LogText(), "# HEADER\r\n") == 1; }));
+
+  // Stop that worker; a second start under the same name resets the event again.
+  ASSERT_TRUE(stop->Set());
+  CWorkerContext& first = *ProcessWorkerContexts().front();
+  ASSERT_TRUE(first.thread_handle->Join(20000));
+  EXPECT_EQ(first.finished, 1);
+
+  ASSERT_EQ(app.Start(), 1);
+  ASSERT_EQ(ProcessWorkerContexts().size(), 2u);
+  EXPECT_EQ(CBatchApp::IsRunning(name), 1);
+  ASSERT_TRUE(Eventually([&] { return CountOf(LogText(), "# HEADER\r\n") == 2; }));
+  EXPECT_EQ(ProcessWorkerContexts().back()->finished, 0);
+}
+
+TEST_F(BatchAppTest, DestructorStopsEveryWorkerAndForgetsItsContext) {
+  const std::string name = testutil::UniqueName("SRV");
+  std::unique_ptr<platform::Event> watch;
+  {
+    CBatchApp app(MakeSettings(name));
+    ASSERT_EQ(app.Start(), 1);
+    watch = platform::Event::Open(name);
+    ASSERT_TRUE(watch);
+    ASSERT_TRUE(Eventually([&] { return CountOf(LogText(), "# HEADER\r\n") == 1; }));
+  }
+  EXPECT_TRUE(ProcessWorkerContexts().empty());
+  EXPECT_EQ(watch->Wait(0), platform::WaitResult::kSignaled);
+}
+
+TEST_F(BatchAppTest, EmptyInstanceNameEndsTheWorkerAtItsFirstCheck) {
+  CBatchApp app(MakeSettings(""));
+  ASSERT_EQ(ProcessSettings().GetInstanceName(), "");
+  ASSERT_EQ(ProcessSettings().GetLogDirectory(), dir_.path());
+  ASSERT_EQ(app.Start(), 1);
+  CWorkerContext& context = *ProcessWorkerContexts().front();
+  ASSERT_TRUE(context.thread_handle->Join(20000));
+  EXPECT_EQ(context.finished, 1);
+  EXPECT_TRUE(LogFiles().empty());
+}
+
+TEST_F(BatchAppTest, WorkerEndsAtOnceWhenStoppedBeforeItsFirstCheck) {
+  const std::string name = testutil::UniqueName("SRV");
+  CBatchApp app(MakeSettings(name));
+  std::unique_ptr<platform::Event> stop = platform::Event::Create(name, true);
+  ASSERT_TRUE(stop);
+
+  CWorkerContext context;
+  EXPECT_EQ(WorkerThread(&context), 0u);
+  EXPECT_EQ(context.finished, 1);
+  EXPECT_TRUE(LogFiles().empty());
+
+  // A cleared running flag ends it just the same, whatever the event says.
+  ASSERT_TRUE(stop->Reset());
+  CWorkerContext stopped;
+  stopped.running = 0;
+  EXPECT_EQ(WorkerThread(&stopped), 0u);
+  EXPECT_EQ(stopped.finished, 1);
+  EXPECT_TRUE(LogFiles().empty());
+}
+
+TEST_F(BatchAppTest, FailedCycleIsLoggedAndTheNextCycleStartsAtOnce) {
+  const std::string name = testutil::UniqueName("SRV");
+  CBatchApp app(MakeSettings(name));
+  // The first header finds the log held by someone else.
+  platform::testing::InjectFileFault(dir_.path(), platform::testing::FileOp::kOpen,
+                                     platform::testing::FileFault::kSharingViolation, 1);
+  ASSERT_EQ(app.Start(), 1);
+  ASSERT_TRUE(Eventually([&] { return CountOf(LogText(), "# HEADER\r\n") == 1; }));
+  platform::testing::ClearFileFaults();
+
+  const std::string text = LogText();
+  const std::regex expected(
+      "^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d - UNKNOWN EXEPTION\n\r\n#{65}\r\n# HEADER\r\n");
+  EXPECT_TRUE(std::regex_search(text, expected)) << text;
+  EXPECT_EQ(CountOf(text, "UNKNOWN EXEPTION"), 1u);
+  EXPECT_EQ(ProcessWorkerContexts().front()->finished, 0);
+}
+
+}  // namespace
