@@ -1,0 +1,234 @@
+// Frames, payload reading and the control messages: everything that decides
+// whether bytes from the network are accepted.
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "sapsim/wire/control_messages.h"
+#include "sapsim/wire/decode_error.h"
+#include "sapsim/wire/frame.h"
+#include "sapsim/wire/frame_channel.h"
+#include "sapsim/wire/frame_writer.h"
+#include "sapsim/wire/payload_reader.h"
+#include "sapsim/wire/rfc_types.h"
+
+namespace sapsim::wire {
+namespace {
+
+std::vector<uint8_t> SampleFrame() {
+  FrameWriter w(FrameType::kCall);
+  w.U32(7);
+  w.String("RFCPING");
+  return w.Flatten();
+}
+
+TEST(FrameHeader, RoundTripsTypeAndLength) {
+  FrameHeader header;
+  header.type = FrameType::kReply;
+  header.payload_length = 0x01020304;
+  uint8_t bytes[kHeaderSize];
+  EncodeHeader(header, bytes);
+  EXPECT_EQ(0, std::memcmp(bytes, "RSIM", 4));
+  EXPECT_EQ(kProtocolVersion, bytes[4]);
+  FrameHeader back = DecodeHeader(bytes, sizeof bytes);
+  EXPECT_EQ(FrameType::kReply, back.type);
+  EXPECT_EQ(0x01020304u, back.payload_length);
+}
+
+TEST(FrameHeader, RefusesEveryCorruptField) {
+  std::vector<uint8_t> good = SampleFrame();
+  auto corrupt = [&](size_t index, uint8_t value) {
+    std::vector<uint8_t> bad = good;
+    bad[index] = value;
+    return bad;
+  };
+  EXPECT_THROW(DecodeHeader(corrupt(0, 'X').data(), kHeaderSize), DecodeError);  // magic
+  EXPECT_THROW(DecodeHeader(corrupt(4, 2).data(), kHeaderSize), DecodeError);    // version
+  EXPECT_THROW(DecodeHeader(corrupt(5, 0).data(), kHeaderSize), DecodeError);    // type 0
+  EXPECT_THROW(DecodeHeader(corrupt(5, 99).data(), kHeaderSize), DecodeError);   // unknown type
+  EXPECT_THROW(DecodeHeader(corrupt(6, 1).data(), kHeaderSize), DecodeError);    // reserved
+  EXPECT_THROW(DecodeHeader(corrupt(11, 0xFF).data(), kHeaderSize), DecodeError);  // length > limit
+  EXPECT_THROW(DecodeHeader(good.data(), kHeaderSize - 1), DecodeError);          // truncated
+  EXPECT_NO_THROW(DecodeHeader(good.data(), kHeaderSize));
+}
+
+TEST(FrameHeader, DecodeFrameWantsExactlyThePayloadTheHeaderAnnounces) {
+  std::vector<uint8_t> bytes = SampleFrame();
+  Frame frame = DecodeFrame(bytes.data(), bytes.size());
+  EXPECT_EQ(FrameType::kCall, frame.type);
+  EXPECT_EQ(bytes.size() - kHeaderSize, frame.payload.size());
+  EXPECT_THROW(DecodeFrame(bytes.data(), bytes.size() - 1), DecodeError);
+  bytes.push_back(0);
+  EXPECT_THROW(DecodeFrame(bytes.data(), bytes.size()), DecodeError);
+}
+
+TEST(FrameWriter, BorrowedBlocksAreSentFromTheCallersMemory) {
+  std::vector<uint8_t> rows(1000, 'r');
+  FrameWriter w(FrameType::kReply);
+  w.U8(1);
+  w.Borrow(rows.data(), rows.size());
+  w.U8(2);
+  std::vector<ConstSpan> spans = w.Segments();
+  ASSERT_EQ(3u, spans.size());  // header+first byte, the rows, the last byte
+  EXPECT_EQ(rows.data(), spans[1].data);
+  EXPECT_EQ(kHeaderSize + 1, spans[0].size);
+  EXPECT_EQ(1002u, w.PayloadSize());
+  std::vector<uint8_t> flat = w.Flatten();
+  ASSERT_EQ(kHeaderSize + 1002, flat.size());
+  EXPECT_EQ('r', flat[kHeaderSize + 1]);
+  EXPECT_EQ(2, flat.back());
+}
+
+TEST(PayloadReader, ChecksEveryLengthAgainstWhatRemains) {
+  FrameWriter w(FrameType::kCall);
+  w.U16(0xBEEF);
+  w.String("ABC");
+  w.U32(1000);  // a count no payload of this size can hold
+  std::vector<uint8_t> bytes = w.Flatten();
+  PayloadReader r(bytes.data() + kHeaderSize, bytes.size() - kHeaderSize);
+  EXPECT_EQ(0xBEEF, r.U16());
+  EXPECT_EQ("ABC", r.String());
+  EXPECT_THROW(r.Count(5000, 4), DecodeError);
+
+  PayloadReader short_text(bytes.data() + kHeaderSize + 2, 5);  // length 3, only 1 byte follows
+  EXPECT_THROW(short_text.String(), DecodeError);
+  PayloadReader limited(bytes.data() + kHeaderSize + 2, 7);
+  EXPECT_THROW(limited.String(2), DecodeError);
+  PayloadReader empty(nullptr, 0);
+  EXPECT_THROW(empty.U8(), DecodeError);
+  PayloadReader trailing(bytes.data() + kHeaderSize, 2);
+  EXPECT_NO_THROW(trailing.U8());
+  EXPECT_THROW(trailing.ExpectEnd(), DecodeError);
+}
+
+Frame AsFrame(FrameWriter w) {
+  std::vector<uint8_t> bytes = w.Flatten();
+  return DecodeFrame(bytes.data(), bytes.size());
+}
+
+TEST(ControlMessages, RoundTrip) {
+  Hello hello;
+  hello.kind = SessionKind::kRegisteredServer;
+  hello.program_id = "BATCHSRV";
+  hello.user = "BATCH";
+  Hello hello_back = Hello::Decode(AsFrame(hello.Encode()));
+  EXPECT_EQ(SessionKind::kRegisteredServer, hello_back.kind);
+  EXPECT_EQ("BATCHSRV", hello_back.program_id);
+  EXPECT_EQ("BATCH", hello_back.user);
+
+  Welcome welcome;
+  welcome.system_id = "DEV";
+  welcome.release = "";
+  welcome.kernel_release = "46D";
+  Welcome welcome_back = Welcome::Decode(AsFrame(welcome.Encode()));
+  EXPECT_EQ("DEV", welcome_back.system_id);
+  EXPECT_EQ("", welcome_back.release);
+  EXPECT_EQ("46D", welcome_back.kernel_release);
+
+  ErrorNotice notice{109, "RFC_ERROR_CANCELLED", "cancelled"};
+  ErrorNotice notice_back = ErrorNotice::Decode(AsFrame(notice.Encode(FrameType::kClose)));
+  EXPECT_EQ(109, notice_back.group);
+  EXPECT_EQ("cancelled", notice_back.message);
+
+  RegistrationCounts counts{3, 0, 2, 1, 0};
+  RegistrationCounts counts_back = RegistrationCounts::Decode(AsFrame(counts.Encode()));
+  EXPECT_EQ(3, counts_back.total);
+  EXPECT_EQ(1, counts_back.busy);
+
+  MessageServerAnswer answer{"", 3301};
+  EXPECT_EQ(3301, MessageServerAnswer::Decode(AsFrame(answer.Encode())).port);
+
+  DictionaryAnswer dict;
+  dict.name = "ZS";
+  dict.layout = ValueDesc::Structure({FieldDesc{"A", kTypeChar, 3, 0, 0}}, 3);
+  DictionaryAnswer dict_back = DictionaryAnswer::Decode(AsFrame(dict.Encode()));
+  ASSERT_EQ(1u, dict_back.layout.fields.size());
+  EXPECT_EQ("A", dict_back.layout.fields[0].name);
+
+  FrameWriter route = BeginRouteCall("PROG");
+  route.String("Z_FUNC");
+  Frame route_frame = AsFrame(std::move(route));
+  RouteCallHead head = RouteCallHead::Decode(route_frame);
+  EXPECT_EQ("PROG", head.program_id);
+  EXPECT_EQ(4u + 4u, head.call_offset);
+}
+
+TEST(ControlMessages, RefuseInconsistentContent) {
+  Hello hello;
+  std::vector<uint8_t> bytes = hello.Encode().Flatten();
+  bytes[kHeaderSize] = 9;  // session kind
+  EXPECT_THROW(Hello::Decode(DecodeFrame(bytes.data(), bytes.size())), DecodeError);
+
+  RegistrationCounts counts{-1, 0, 0, 0, 0};
+  EXPECT_THROW(RegistrationCounts::Decode(AsFrame(counts.Encode())), DecodeError);
+  MessageServerAnswer zero_port{"h", 0};
+  EXPECT_THROW(MessageServerAnswer::Decode(AsFrame(zero_port.Encode())), DecodeError);
+  // A frame of the wrong type is not read as another message.
+  EXPECT_THROW(Welcome::Decode(AsFrame(hello.Encode())), DecodeError);
+}
+
+class FrameChannelTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    int fds[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds));
+    a_ = std::make_unique<FrameChannel>(Socket(fds[0]));
+    b_ = std::make_unique<FrameChannel>(Socket(fds[1]));
+  }
+  std::unique_ptr<FrameChannel> a_;
+  std::unique_ptr<FrameChannel> b_;
+};
+
+TEST_F(FrameChannelTest, CarriesLargeFramesWhole) {
+  std::vector<uint8_t> rows(3 * 1024 * 1024);
+  for (size_t i = 0; i < rows.size(); ++i) rows[i] = static_cast<uint8_t>(i * 7);
+  FrameWriter w(FrameType::kReply);
+  w.Borrow(rows.data(), rows.size());
+  std::string error;
+  std::thread sender([&] { EXPECT_EQ(IoStatus::kOk, a_->Send(w, &error)); });
+  Frame frame;
+  std::string receive_error;
+  EXPECT_EQ(IoStatus::kOk, b_->Receive(&frame, &receive_error));
+  sender.join();
+  EXPECT_EQ(FrameType::kReply, frame.type);
+  EXPECT_EQ(rows, frame.payload);
+}
+
+TEST_F(FrameChannelTest, TellsOrderlyCloseFromBrokenFramesAndGarbage) {
+  Frame frame;
+  std::string error;
+  EXPECT_EQ(IoStatus::kTimeout, b_->WaitReadable(0));
+
+  // Half a frame, then the end: broken, not an orderly close.
+  std::vector<uint8_t> bytes = SampleFrame();
+  ASSERT_EQ(static_cast<ssize_t>(kHeaderSize + 2),
+            ::send(a_->socket().fd(), bytes.data(), kHeaderSize + 2, 0));
+  a_->Shutdown();
+  EXPECT_EQ(IoStatus::kOk, b_->WaitReadable(0));
+  EXPECT_EQ(IoStatus::kFailed, b_->Receive(&frame, &error));
+  EXPECT_NE(std::string::npos, error.find("middle of a frame"));
+}
+
+TEST_F(FrameChannelTest, OrderlyCloseAndGarbage) {
+  Frame frame;
+  std::string error;
+  const char garbage[kHeaderSize] = "GET / HTTP/";
+  ASSERT_EQ(static_cast<ssize_t>(kHeaderSize), ::send(a_->socket().fd(), garbage, kHeaderSize, 0));
+  EXPECT_EQ(IoStatus::kMalformed, b_->Receive(&frame, &error));
+  EXPECT_NE(std::string::npos, error.find("magic"));
+  a_->Shutdown();
+  EXPECT_EQ(IoStatus::kClosed, b_->Receive(&frame, &error));
+  // Sending into a closed connection reports it instead of raising SIGPIPE.
+  a_.reset();
+  FrameWriter w(FrameType::kCall);
+  w.String("X");
+  EXPECT_NE(IoStatus::kOk, b_->Send(w, &error));
+}
+
+}  // namespace
+}  // namespace sapsim::wire
