@@ -23,8 +23,8 @@ const char kUsage[] =
     "\n"
     "  stop    set the instance's stop event: the server's worker ends at its next check.\n"
     "          Exit 0 when signalled, 1 when no server of that name is running.\n"
-    "  status  print \"running\", \"stopping\" (told to stop or stopped; the process may\n"
-    "          still live) or \"not running\". Exit 0, 0 and 3 respectively.\n";
+    "  status  print \"running\" (exit 0), \"stopping\" (exit 0: told to stop or\n"
+    "          stopped; the process may still live) or \"not running\" (exit 3).\n";
 
 int Usage(FILE* out, int code) {
   std::fputs(kUsage, out);

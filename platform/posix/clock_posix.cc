@@ -2,16 +2,25 @@
 
 #include "platform/clock.h"
 
-#include <cerrno>
+#include <chrono>
 #include <ctime>
+#include <thread>
 
 namespace platform {
 namespace {
 
+// steady_clock is CLOCK_MONOTONIC: elapsed time, never set back.
 int64_t MonotonicMilliseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+// system_clock is the calendar clock (CLOCK_REALTIME).
+int64_t CalendarNowMilliseconds() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
 }
 
 // The process clock's zero. A function-local static so that static
@@ -33,23 +42,19 @@ LocalTime FromTm(const tm& t) {
 }  // namespace
 
 void Sleep(uint32_t milliseconds) {
-  timespec rest{static_cast<time_t>(milliseconds / 1000),
-                static_cast<long>(milliseconds % 1000) * 1000000L};
-  // A signal must not cut the sleep short.
-  while (nanosleep(&rest, &rest) != 0 && errno == EINTR) {
-  }
+  // Sleeps on after a signal for the time that is left.
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
 int64_t CalendarSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<int64_t>(now.tv_sec);
+  return std::chrono::duration_cast<std::chrono::seconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
 }
 
 uint32_t CalendarMilliseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<uint32_t>(now.tv_nsec / 1000000);
+  const int64_t now = CalendarNowMilliseconds();
+  return static_cast<uint32_t>(((now % 1000) + 1000) % 1000);
 }
 
 uint32_t ProcessClock() {

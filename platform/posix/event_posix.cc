@@ -23,7 +23,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <ctime>
+#include <chrono>
 #include <utility>
 
 #include "platform/posix/event_name_posix.h"
@@ -99,10 +99,18 @@ struct SharedHeader {
 // ---- the wait ------------------------------------------------------------
 
 int64_t MonotonicNanoseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
 }
+
+// The relative timeout FUTEX_WAIT reads on 64-bit Linux: seconds, then
+// nanoseconds, both 64 bits wide.
+struct FutexTimeout {
+  int64_t seconds;
+  int64_t nanoseconds;
+};
+static_assert(sizeof(void*) == 8 && sizeof(long) == 8, "FutexTimeout has the 64-bit layout");
 
 bool IsSet(const uint32_t* word) { return __atomic_load_n(word, __ATOMIC_ACQUIRE) != 0; }
 
@@ -121,8 +129,7 @@ WaitResult WaitWord(uint32_t* word, uint32_t timeout_ms, bool shared) {
   for (;;) {
     const int64_t left = deadline - MonotonicNanoseconds();
     if (left <= 0) return IsSet(word) ? WaitResult::kSignaled : WaitResult::kTimeout;
-    const timespec pause{static_cast<time_t>(left / 1000000000),
-                         static_cast<long>(left % 1000000000)};
+    const FutexTimeout pause{left / 1000000000, left % 1000000000};
     // Sleeps only while the word still reads 0.
     if (syscall(SYS_futex, word, shared ? FUTEX_WAIT : FUTEX_WAIT_PRIVATE, 0u, &pause, nullptr,
                 0) != 0 &&
