@@ -27,6 +27,7 @@
 #include <utility>
 
 #include "platform/posix/event_name_posix.h"
+#include "platform/posix/unique_fd_posix.h"
 
 namespace platform {
 namespace posix {
@@ -194,22 +195,6 @@ class Guard {
   bool held_;
 };
 
-// Owns a descriptor (and with it the locks taken through it).
-class Descriptor {
- public:
-  explicit Descriptor(int fd = -1) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(Descriptor&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-
- private:
-  int fd_;
-};
-
 // Owns a shared mapping.
 class Mapping {
  public:
@@ -285,7 +270,7 @@ Mapping Attach(int fd, const std::string& name) {
 
 class NamedEvent final : public Event {
  public:
-  NamedEvent(std::string object_name, Descriptor fd, Mapping mapping)
+  NamedEvent(std::string object_name, posix::UniqueFd fd, Mapping mapping)
       : object_name_(std::move(object_name)), fd_(std::move(fd)), mapping_(std::move(mapping)) {}
 
   ~NamedEvent() override {
@@ -316,7 +301,7 @@ class NamedEvent final : public Event {
   std::string object_name_;
   // Declared before the mapping so that the unmap comes first and the
   // descriptor (with its locks) goes last.
-  Descriptor fd_;
+  posix::UniqueFd fd_;
   Mapping mapping_;
 };
 
@@ -326,7 +311,7 @@ constexpr int kMaxAttempts = 1000;
 std::unique_ptr<Event> CreateNamed(const std::string& name, bool initially_set, bool* existed) {
   const std::string object_name = posix::EventObjectName(name);
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
-    Descriptor fd(shm_open(object_name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    posix::UniqueFd fd(shm_open(object_name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (!fd.valid()) return nullptr;
     Guard guard(fd.get());
     if (!guard.held()) return nullptr;
@@ -370,7 +355,7 @@ std::unique_ptr<Event> CreateNamed(const std::string& name, bool initially_set, 
 std::unique_ptr<Event> OpenNamed(const std::string& name) {
   const std::string object_name = posix::EventObjectName(name);
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
-    Descriptor fd(shm_open(object_name.c_str(), O_RDWR | O_CLOEXEC, 0));
+    posix::UniqueFd fd(shm_open(object_name.c_str(), O_RDWR | O_CLOEXEC, 0));
     if (!fd.valid()) return nullptr;
     Guard guard(fd.get());
     if (!guard.held()) return nullptr;

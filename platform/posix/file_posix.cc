@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "platform/posix/file_cause_posix.h"
+#include "platform/posix/unique_fd_posix.h"
 
 namespace platform {
 namespace posix {
@@ -138,32 +139,6 @@ int TakeInjectedFault(const std::string& path, testing::FileOp op, FileStep step
 
 // ---- the file handle ------------------------------------------------------
 
-// Owns one descriptor; closing it also drops the flock.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() { Reset(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int get() const { return fd_; }
-  bool valid() const { return fd_ >= 0; }
-  // Gives the descriptor up to the caller, who then closes it.
-  int Release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-  void Reset() {
-    // Linux frees the descriptor even when close reports EINTR: never retry.
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
-
 class PosixFile final : public File {
  public:
   PosixFile(std::string path, int fd) : path_(std::move(path)), fd_(fd) {}
@@ -222,7 +197,7 @@ class PosixFile final : public File {
 
  private:
   std::string path_;
-  Descriptor fd_;
+  posix::UniqueFd fd_;
 };
 
 int OpenFlags(File::Mode mode) {
@@ -245,7 +220,7 @@ std::unique_ptr<File> File::Open(const std::string& path, Mode mode, int* cause)
     Fail(cause, injected);
     return nullptr;
   }
-  Descriptor fd(::open(path.c_str(), OpenFlags(mode), 0666));
+  posix::UniqueFd fd(::open(path.c_str(), OpenFlags(mode), 0666));
   if (!fd.valid()) {
     Fail(cause, FileCauseFromErrno(errno, FileStep::kOpen, path));
     return nullptr;
