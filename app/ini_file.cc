@@ -4,6 +4,7 @@
 #include <climits>
 #include <new>
 #include <string_view>
+#include <utility>
 
 #include "platform/file.h"
 

@@ -1,6 +1,6 @@
 #include "app/worker.h"
 
-#include <cstring>
+#include <algorithm>
 
 #include "app/batch_app.h"
 #include "app/decimal_text.h"
@@ -13,7 +13,7 @@ namespace {
 // past the field.
 template <std::size_t N>
 std::string FieldText(const char (&field)[N]) {
-  return std::string(field, strnlen(field, N));
+  return std::string(field, std::find(field, field + N, '\0'));
 }
 
 // Step 1: the only place where the worker ends normally.
