@@ -207,7 +207,7 @@ int OpenFlags(File::Mode mode) {
   return mode == File::Mode::kRead ? (O_RDONLY | common) : (O_WRONLY | O_CREAT | common);
 }
 
-int Fail(int* cause, int value) {
+int SetCause(int* cause, int value) {
   if (cause != nullptr) *cause = value;
   return value;
 }
@@ -217,17 +217,20 @@ int Fail(int* cause, int value) {
 std::unique_ptr<File> File::Open(const std::string& path, Mode mode, int* cause) {
   const int injected = TakeInjectedFault(path, testing::FileOp::kOpen, FileStep::kOpen);
   if (injected != kFileOk) {
-    Fail(cause, injected);
+    SetCause(cause, injected);
     return nullptr;
   }
-  posix::UniqueFd fd(::open(path.c_str(), OpenFlags(mode), 0666));
+  posix::UniqueFd fd;
+  do {
+    fd = posix::UniqueFd(::open(path.c_str(), OpenFlags(mode), 0666));
+  } while (!fd.valid() && errno == EINTR);
   if (!fd.valid()) {
-    Fail(cause, FileCauseFromErrno(errno, FileStep::kOpen, path));
+    SetCause(cause, FileCauseFromErrno(errno, FileStep::kOpen, path));
     return nullptr;
   }
   const int flags = fcntl(fd.get(), F_GETFL);
   if (flags < 0 || fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK) != 0) {
-    Fail(cause, FileCauseFromErrno(errno, FileStep::kOpen, path));
+    SetCause(cause, FileCauseFromErrno(errno, FileStep::kOpen, path));
     return nullptr;
   }
   if (mode != Mode::kRead) {
@@ -235,28 +238,32 @@ std::unique_ptr<File> File::Open(const std::string& path, Mode mode, int* cause)
     // or moves within a file that is being written.
     while (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
       if (errno != EINTR) {
-        Fail(cause, FileCauseFromErrno(errno, FileStep::kLock, path));
+        SetCause(cause, FileCauseFromErrno(errno, FileStep::kLock, path));
         return nullptr;
       }
     }
     if (mode == Mode::kTruncateExclusive) {
-      if (ftruncate(fd.get(), 0) != 0) {
-        Fail(cause, FileCauseFromErrno(errno, FileStep::kTruncate, path));
+      int truncated;
+      do {
+        truncated = ftruncate(fd.get(), 0);
+      } while (truncated != 0 && errno == EINTR);
+      if (truncated != 0) {
+        SetCause(cause, FileCauseFromErrno(errno, FileStep::kTruncate, path));
         return nullptr;
       }
     } else if (lseek(fd.get(), 0, SEEK_END) < 0) {
-      const int seek_cause = FileCauseFromErrno(errno, FileStep::kSeek, path);
-      Fail(cause, seek_cause == kFileGeneric ? kFileBadSeek : seek_cause);
+      // Whatever the reason, the file cannot be positioned for appending.
+      SetCause(cause, kFileBadSeek);
       return nullptr;
     }
   }
   try {
     auto file = std::make_unique<PosixFile>(path, fd.get());
     fd.Release();
-    Fail(cause, kFileOk);
+    SetCause(cause, kFileOk);
     return file;
   } catch (const std::bad_alloc&) {
-    Fail(cause, kFileGeneric);
+    SetCause(cause, kFileGeneric);
     return nullptr;
   }
 }
