@@ -173,10 +173,7 @@ TEST_F(SettingsTest, UnreadableIniFileRaisesItsMessage) {
 }
 
 TEST(ExampleIniTest, ExampleSectionSetsEveryKey) {
-  // The environment names the source tree when the test runner passes it on;
-  // otherwise the tree this test was built from.
-  const char* source = std::getenv("BS_SOURCE_DIR");
-  if (source == nullptr) source = BS_TEST_SOURCE_DIR;
+  const char* source = BS_TEST_SOURCE_DIR;
   const CSettings settings(std::string("SRV1 ") + source + "/examples/batchserver.ini");
   for (std::size_t i = 0; i < CSettings::kFieldCount; ++i) {
     const auto field = static_cast<CSettings::Field>(i);

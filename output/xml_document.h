@@ -1,0 +1,40 @@
+#pragma once
+// A document that serialises an element tree into memory and onto disk.
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "output/xml_element.h"
+
+class CXmlDocument {
+ public:
+  explicit CXmlDocument(const std::string& root_name);
+  virtual ~CXmlDocument();
+
+  CXmlDocument(const CXmlDocument&) = delete;
+  CXmlDocument& operator=(const CXmlDocument&) = delete;
+
+  // A new, unattached element.
+  std::unique_ptr<CXmlElement> CreateElement(const std::string& name) const;
+  std::unique_ptr<CXmlElement> CreateElement(const std::string& name,
+                                             const std::string& value) const;
+  void AddToRoot(std::unique_ptr<CXmlElement> element);
+
+  // The whole document: declaration, two line feeds, the root element, no
+  // final line feed. Empty when there is no root.
+  std::string BuildInMemory() const;
+  // Writes the document in one write to a file opened without sharing,
+  // created or emptied. False after any file error (nothing is reported).
+  bool SaveToFile(const std::string& path) const;
+
+  CXmlElement* GetRoot() const { return root_.get(); }
+
+  static constexpr const char* kDeclaration =
+      "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>";
+  // Room reserved for the memory document before it is built.
+  static constexpr size_t kGrowStep = 128 * 1024;
+
+ private:
+  std::unique_ptr<CXmlElement> root_;
+};

@@ -1,0 +1,177 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "output/xml_document.h"
+#include "output/xml_element.h"
+#include "temp_dir.h"
+
+namespace {
+
+// The escaping written the long way: five passes, one per character, each
+// restarting from the front. The fast path must agree with it on every input.
+std::string EscapeByPasses(std::string text) {
+  const char chars[] = {'<', '&', '>', '"', '\''};
+  const char* replacements[] = {"&lt;", "&amp;", "&gt;", "&quot;", "'"};
+  for (int k = 0; k < 5; ++k) {
+    size_t p = text.find(chars[k]);
+    while (p != std::string::npos) {
+      bool protect = false;
+      if (chars[k] == '&') {
+        for (const char* r : replacements) {
+          if (text.compare(p, std::string(r).size(), r) == 0) protect = true;
+        }
+      }
+      if (!protect) text = text.substr(0, p) + replacements[k] + text.substr(p + 1);
+      p = text.find(chars[k], p + 1);
+    }
+  }
+  return text;
+}
+
+TEST(XmlEscape, CharactersAndProtectedEntities) {
+  EXPECT_EQ(CXmlElement::Escape("a<b"), "a&lt;b");
+  EXPECT_EQ(CXmlElement::Escape("a & b"), "a &amp; b");
+  EXPECT_EQ(CXmlElement::Escape("x &amp; y &lt; z"), "x &amp; y &lt; z");
+  EXPECT_EQ(CXmlElement::Escape("say \"hi\""), "say &quot;hi&quot;");
+  EXPECT_EQ(CXmlElement::Escape("it's"), "it's");
+  EXPECT_EQ(CXmlElement::Escape("<&>"), "&lt;&amp;&gt;");
+  EXPECT_EQ(CXmlElement::Escape("&gt;&quot;&apos;"), "&gt;&quot;&amp;apos;");
+  EXPECT_EQ(CXmlElement::Escape("&&lt"), "&amp;&amp;lt");
+}
+
+TEST(XmlEscape, OnePassAgreesWithFivePasses) {
+  std::mt19937 rng(20261122);
+  const std::string alphabet = "<&>\"';altgmpquo ";
+  for (int n = 0; n < 20000; ++n) {
+    std::string text(rng() % 14, ' ');
+    for (char& c : text) c = alphabet[rng() % alphabet.size()];
+    ASSERT_EQ(CXmlElement::Escape(text), EscapeByPasses(text)) << "input: " << text;
+  }
+}
+
+TEST(XmlElement, EscapesThenTrimsNameAndValue) {
+  CXmlElement e(" \tNAME \r\n", "  inner  blanks\v\f");
+  EXPECT_EQ(e.GetName(), "NAME");
+  EXPECT_EQ(e.GetValue(), "inner  blanks");
+  CXmlElement blanks("X", "    ");
+  EXPECT_EQ(blanks.GetStartTag(), "\n<X/>");
+  EXPECT_EQ(blanks.GetEndTag(), "");
+}
+
+TEST(XmlElement, TagsByShape) {
+  CXmlElement root("R");
+  auto child = std::make_unique<CXmlElement>("C", "v");
+  CXmlElement* c = child.get();
+  root.AddChild(std::move(child));
+  EXPECT_EQ(root.GetStartTag(), "\n<R>");
+  EXPECT_EQ(root.GetEndTag(), "\n</R>");
+  EXPECT_EQ(c->GetLevel(), 1);
+  EXPECT_EQ(c->GetStartTag(), "\n  <C>");
+  EXPECT_EQ(c->GetEndTag(), "</C>");
+}
+
+TEST(XmlElement, AttributeOrderFollowsTheBuckets) {
+  EXPECT_EQ(CXmlElement::AttributeBucket("TIMESTAMP"), 1u);
+  EXPECT_EQ(CXmlElement::AttributeBucket("BEGIN"), 5u);
+  EXPECT_EQ(CXmlElement::AttributeBucket("TABLE"), 10u);
+  CXmlElement e("F");
+  e.SetAttribute("TABLE", "S");
+  e.SetAttribute("BEGIN", "1");
+  e.SetAttribute("TIMESTAMP", "T");
+  EXPECT_EQ(e.GetStartTag(), "\n<F TIMESTAMP=\"T\" BEGIN=\"1\" TABLE=\"S\"/>");
+  e.SetAttribute("BEGIN", "2");  // replaced in place
+  EXPECT_EQ(e.GetStartTag(), "\n<F TIMESTAMP=\"T\" BEGIN=\"2\" TABLE=\"S\"/>");
+}
+
+TEST(XmlElement, SameBucketNewestFirstAndSignedBytes) {
+  // "A" is 65 -> bucket 14; "R" is 82 -> 82 % 17 = 14 as well.
+  ASSERT_EQ(CXmlElement::AttributeBucket("A"), CXmlElement::AttributeBucket("R"));
+  CXmlElement e("E");
+  e.SetAttribute("A", "1");
+  e.SetAttribute("R", "2");
+  EXPECT_EQ(e.GetStartTag(), "\n<E R=\"2\" A=\"1\"/>");
+  // A byte above 127 counts as negative: 0xE9 is -23, and (0 * 33 - 23) wraps.
+  EXPECT_EQ(CXmlElement::AttributeBucket("\xE9"), static_cast<uint32_t>(-23) % 17u);
+}
+
+TEST(XmlDocument, BatchShapedDocumentByteForByte) {
+  CXmlDocument doc("BATCH");
+  auto f = doc.CreateElement("F");
+  f->SetAttribute("TIMESTAMP", "T");
+  f->SetAttribute("TABLE", "S");
+  f->SetAttribute("BEGIN", "1");
+  CXmlElement* fp = f.get();
+  doc.AddToRoot(std::move(f));
+  auto row = doc.CreateElement("A");
+  CXmlElement* rp = row.get();
+  fp->AddChild(std::move(row));
+  rp->AddChild(doc.CreateElement("H_IDENT", "A"));
+  rp->AddChild(doc.CreateElement("X", " "));
+  EXPECT_EQ(doc.BuildInMemory(),
+            "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>\n\n"
+            "\n<BATCH>"
+            "\n  <F TIMESTAMP=\"T\" BEGIN=\"1\" TABLE=\"S\">"
+            "\n    <A>"
+            "\n      <H_IDENT>A</H_IDENT>"
+            "\n      <X/>"
+            "\n    </A>"
+            "\n  </F>"
+            "\n</BATCH>");
+}
+
+TEST(XmlDocument, DeclarationIsFortyThreeCharacters) {
+  EXPECT_EQ(std::string(CXmlDocument::kDeclaration).size(), 43u);
+  CXmlDocument doc("BATCH");
+  EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH/>");
+}
+
+TEST(XmlDocument, LongTagsAreWrittenWhole) {
+  // Far beyond the 2,047 and 1,023 characters a fixed tag buffer would hold.
+  const std::string id(5000, 'I');
+  CXmlDocument doc("BATCH");
+  auto row = doc.CreateElement(id);
+  CXmlElement* rp = row.get();
+  doc.AddToRoot(std::move(row));
+  rp->AddChild(doc.CreateElement("V", std::string(3000, 'v')));
+  const std::string text = doc.BuildInMemory();
+  EXPECT_NE(text.find("\n  <" + id + ">"), std::string::npos);
+  EXPECT_NE(text.find("\n  </" + id + ">"), std::string::npos);
+  EXPECT_NE(text.find("<V>" + std::string(3000, 'v') + "</V>"), std::string::npos);
+}
+
+TEST(XmlDocument, SaveWritesTheBytesAndReplacesAnOldFile) {
+  testutil::TempDir dir;
+  const std::string path = dir.File("b.xml");
+  testutil::WriteBytes(path, std::string(100000, 'o'));
+  CXmlDocument doc("BATCH");
+  doc.AddToRoot(doc.CreateElement("F", "x"));
+  ASSERT_TRUE(doc.SaveToFile(path));
+  EXPECT_EQ(testutil::ReadBytes(path), doc.BuildInMemory());
+}
+
+TEST(XmlDocument, SaveFailsQuietly) {
+  testutil::TempDir dir;
+  CXmlDocument doc("BATCH");
+  const std::string missing = dir.File("no/such/dir/b.xml");
+  EXPECT_FALSE(doc.SaveToFile(missing));
+  EXPECT_FALSE(std::filesystem::exists(missing));
+
+  // A file held by another writer is not touched.
+  const std::string held = dir.File("held.xml");
+  testutil::WriteBytes(held, "keep");
+  int fd = open(held.c_str(), O_RDWR);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
+  EXPECT_FALSE(doc.SaveToFile(held));
+  close(fd);
+  EXPECT_EQ(testutil::ReadBytes(held), "keep");
+}
+
+}  // namespace
