@@ -51,12 +51,15 @@ class PosixThread final : public Thread {
       }
     }
     // The procedure has returned; the thread has only its last steps left.
+    // Several threads may join the same handle; only one may reap it.
+    std::lock_guard<std::mutex> reap(reap_mutex_);
     if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) thread_.join();
     return true;
   }
 
  private:
   std::shared_ptr<ThreadState> state_;
+  std::mutex reap_mutex_;
   std::thread thread_;
 };
 

@@ -5,7 +5,8 @@
 
 #include <atomic>
 #include <memory>
-#include <set>
+#include <thread>
+#include <vector>
 
 #include "gtest/gtest.h"
 #include "platform/event.h"
@@ -80,6 +81,26 @@ TEST(ThreadTest, ThreadIdsAreTheSystemsAndDifferPerThread) {
   ASSERT_TRUE(thread->Join(600000));
   EXPECT_NE(gate.thread_id.load(), 0u);
   EXPECT_NE(gate.thread_id.load(), platform::CurrentThreadId());
+}
+
+TEST(ThreadTest, SeveralThreadsMayJoinOneHandle) {
+  Gate gate;
+  gate.result = 7;
+  auto thread = Thread::Start(WaitForGate, &gate);
+  ASSERT_NE(thread, nullptr);
+  std::atomic<int> joined{0};
+  std::vector<std::thread> joiners;
+  for (int i = 0; i < 4; ++i) {
+    joiners.emplace_back([&] {
+      if (thread->Join(600000)) ++joined;
+    });
+  }
+  gate.go->Set();
+  for (auto& joiner : joiners) joiner.join();
+  EXPECT_EQ(joined.load(), 4);
+  uint32_t code = 0;
+  ASSERT_TRUE(thread->GetExitCode(&code));
+  EXPECT_EQ(code, 7u);
 }
 
 TEST(ThreadTest, AnExitCodeOfStillActiveIsReportedAsItIs) {
