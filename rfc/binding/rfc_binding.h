@@ -15,6 +15,10 @@
 
 #include "rfc/binding/rfc_library_api.h"
 
+#ifdef RFC_LIBRARY_IMPLEMENTATION
+#error "A library implementing the entry points cannot use the forwarders of the same names."
+#endif
+
 // Loads the library (the dynamic loader's search order applies to a bare
 // name) and keeps its handle for the rest of the process; the handle is never
 // released. A failed load stores the null handle. True when a handle was

@@ -14,8 +14,8 @@
 
 namespace {
 
-// The design keeps the start directory in a 255-character buffer; a longer
-// one is treated as unreadable.
+// The start directory is kept as in a 255-character buffer (254 characters
+// and the terminator); a longer one is treated as unreadable.
 constexpr size_t kDirectoryBufferSize = 255;
 
 // One thread's file.
@@ -47,8 +47,8 @@ std::string FileName(const std::string& directory, uint32_t thread_id) {
   return directory.empty() ? std::string(name) : directory + "/" + name;
 }
 
-// Lines end in CR LF, and so does every line feed inside a text, as they did
-// in the text-mode files of the original platform.
+// Lines end in CR LF, and so does every line feed inside a text, so that a
+// trace file reads the same as one written in text mode on Windows.
 void WriteWithLineEnds(std::ofstream& stream, const char* text) {
   const char* start = text;
   for (const char* p = text; *p != '\0'; ++p) {

@@ -37,10 +37,10 @@ class CRfcTrace {
   // length: the key loses its last four characters, the status its last one.
   void WriteError(const RFC_ERROR_INFO& error);
 
-  // Where new files of threads that have not traced yet go. A directory that
-  // does not fit the 255-character buffer of the design counts as unreadable:
-  // empty, and the files go under their bare name into the current directory
-  // of the moment. The constructor applies the same rule to the start
+  // Where new files of threads that have not traced yet go. The directory is
+  // held as in a 255-character buffer: one that does not fit counts as
+  // unreadable, is kept empty, and the files go under their bare name into the
+  // current directory of the moment. The constructor applies the same rule to the start
   // directory; tests and hosts that want the trace elsewhere call this.
   void SetDirectory(const std::string& directory);
   std::string GetDirectory() const;

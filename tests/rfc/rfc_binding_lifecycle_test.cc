@@ -95,9 +95,22 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
 
   // Loading the complete library again makes the missing entry point work.
   ASSERT_TRUE(LoadRfcLibrary(RFC_STUB_COMPLETE));
-  EXPECT_EQ(RfcCheckRegisterServer(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                   nullptr),
+  int counts[4] = {};
+  ErrorInfoEx error{};
+  EXPECT_EQ(RfcCheckRegisterServer("PROG", "gwhost", "sapgw00", &counts[0], &counts[1],
+                                   &counts[2], &counts[3], &error),
             StubResult(kStubComplete, kStubRfcCheckRegisterServer));
+  const auto last_call = reinterpret_cast<StubLastCall_t>(platform::GetLibrarySymbol(
+      platform::LoadDynamicLibrary(RFC_STUB_COMPLETE), "StubLastCall"));
+  ASSERT_NE(last_call, nullptr);
+  const StubCall& call = *last_call();
+  EXPECT_STREQ(call.function, "RfcCheckRegisterServer");
+  EXPECT_EQ(call.stub_id, kStubComplete);
+  EXPECT_STREQ(static_cast<const char*>(call.pointers[0]), "PROG");
+  EXPECT_STREQ(static_cast<const char*>(call.pointers[1]), "gwhost");
+  EXPECT_STREQ(static_cast<const char*>(call.pointers[2]), "sapgw00");
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(call.pointers[3 + i], &counts[i]);
+  EXPECT_EQ(call.pointers[7], &error);
 }
 
 }  // namespace

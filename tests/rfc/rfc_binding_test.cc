@@ -86,6 +86,8 @@ TEST_F(RfcBindingTest, CallEntryPointsForward) {
   EXPECT_EQ(RfcReceive(8, parameters, tables, &exception), Expected(kStubRfcReceive));
   EXPECT_STREQ(Last().function, "RfcReceive");
   EXPECT_EQ(Last().numbers[0], 8);
+  EXPECT_EQ(Last().pointers[0], parameters);
+  EXPECT_EQ(Last().pointers[1], tables);
   EXPECT_EQ(Last().pointers[2], &exception);
 
   EXPECT_EQ(RfcGetData(9, parameters, tables), Expected(kStubRfcGetData));
@@ -156,8 +158,12 @@ TEST_F(RfcBindingTest, TableEntryPointsForward) {
   EXPECT_STREQ(Last().function, "ItGetLine");
   EXPECT_EQ(Last().numbers[0], 3);
   EXPECT_NE(line, nullptr);
-  EXPECT_NE(ItGupLine(table, 3), line);  // the stub answers differently per entry point
+  // Pointers come back unchanged: the stub's lines are one array, ItGetLine(n)
+  // answers line n % 4, ItGupLine(n) line (n + 1) % 4, ItCreate line 1 here.
+  EXPECT_EQ(ItGupLine(table, 2), line);
   EXPECT_STREQ(Last().function, "ItGupLine");
+  EXPECT_EQ(Last().numbers[0], 2);
+  EXPECT_EQ(ItGetLine(table, 1), static_cast<void*>(table));
   EXPECT_EQ(ItDelete(table), Expected(kStubItDelete));
   EXPECT_STREQ(Last().function, "ItDelete");
   EXPECT_EQ(ItFree(table), Expected(kStubItFree));
