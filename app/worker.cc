@@ -6,6 +6,7 @@
 #include "app/decimal_text.h"
 #include "app/globals.h"
 #include "platform/clock.h"
+#include "rfc/binding/rfc_binding.h"
 
 namespace {
 
@@ -44,12 +45,23 @@ void IdleUntilStopped(CWorkerContext& context) {
   }
 }
 
+// Step 4: the library is loaded again in every cycle and never unloaded. A
+// library that cannot be loaded is the one failure not worth retrying.
+bool LoadLibrary() {
+  const std::string library = ProcessSettings().GetLibrary();
+  if (LoadRfcLibrary(library.c_str())) return true;
+  const std::string text = "Failed to load dll: '" + library + "'";
+  ProcessLog().WriteFormat(LOG_TIME | LOG_NEWLINE1, "Exception: %s", text.c_str());
+  return false;
+}
+
 // Steps 3 to 12. Returns false when the worker must end for good.
 bool RunServiceCycle(CWorkerContext& context) {
   PrepareLog();
-  // Steps 4 to 10 (load the RFC library, register at the gateway, log on,
-  // read ZKTZ_BATCHES, add the batch functions, write the waiting lines)
-  // come here; step 11 then replaces the idle wait by the server loop.
+  if (!LoadLibrary()) return false;
+  // Steps 5 to 10 (register at the gateway, log on, read ZKTZ_BATCHES, add
+  // the batch functions, write the waiting lines) come here; step 11 then
+  // replaces the idle wait by the server loop.
   IdleUntilStopped(context);
   return true;
 }

@@ -119,6 +119,7 @@ class BatchServerTest : public ::testing::Test {
                          "A line without an equals sign is ignored\r\n"
                          "[" + name_ + "]\r\n"
                          "sap.server.listen.timer=10\r\n"
+                         "sap.library=" RFC_STUB_COMPLETE "\r\n"
                          "sap.path=" + logs_ + "\r\n");
   }
 
@@ -214,6 +215,34 @@ TEST_F(BatchServerTest, SecondProcessUnderTheSameNameLeavesTheFirstOneRunning) {
     ASSERT_TRUE(status.has_value());
     EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
   }
+}
+
+TEST_F(BatchServerTest, LibraryThatCannotBeLoadedEndsTheWorkerForGood) {
+  const std::string missing = dir_.File("no-such-rfc-library.so");
+  testutil::WriteBytes(ini_, "[" + name_ + "]\r\n"
+                             "sap.server.listen.timer=10\r\n"
+                             "sap.library=" + missing + "\r\n"
+                             "sap.path=" + logs_ + "\r\n");
+  ServerProcess server({name_, ini_}, dir_.File("output.txt"));
+  ASSERT_TRUE(server.started());
+  const std::string entry = " - Exception: Failed to load dll: '" + missing + "'\r\n";
+  ASSERT_TRUE(Eventually([&] { return CountOf(LogText(), entry) == 1; })) << LogText();
+  // The worker thread ends; only the sleeping entry thread is left.
+  ASSERT_TRUE(Eventually([&] { return server.ThreadCount() == 1; })) << server.ThreadCount();
+
+  // No retry: still one header block and one entry, and the process lives on.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  const std::string text = LogText();
+  EXPECT_TRUE(HeadersWritten(1)) << text;
+  EXPECT_EQ(CountOf(text, entry), 1u) << text;
+  // After the header block: "MM/DD/YY hh:mm:ss" and the entry, nothing else.
+  const std::string after = text.substr(text.find("\r\n\r\n") + 4);
+  ASSERT_EQ(after.size(), 17 + entry.size()) << after;
+  EXPECT_TRUE(std::regex_match(after.substr(0, 17),
+                               std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)")))
+      << after;
+  EXPECT_EQ(after.substr(17), entry);
+  EXPECT_FALSE(server.Poll().has_value());
 }
 
 TEST_F(BatchServerTest, MissingIniFileEndsTheProcessWithItsMessage) {
