@@ -44,7 +44,9 @@ class BatchAppTest : public ::testing::Test {
   // Settings of instance `name` whose daily log goes into the test's directory.
   CSettings MakeSettings(const std::string& name) {
     const std::string ini = dir_.File("batch.ini");
-    testutil::WriteBytes(ini, "[" + name + "]\r\nsap.server.listen.timer=5\r\nsap.path=" +
+    // A library that loads, so that the worker goes on past its library step.
+    testutil::WriteBytes(ini, "[" + name + "]\r\nsap.server.listen.timer=5\r\n"
+                              "sap.library=" RFC_STUB_COMPLETE "\r\nsap.path=" +
                                   dir_.path() + "\r\n");
     return CSettings(name.empty() ? ini : name + " " + ini);
   }
