@@ -9,14 +9,14 @@ namespace sapsim::testing {
 
 std::string BuildDir() {
   const char* dir = std::getenv("BS_BUILD_DIR");
-  if (dir == nullptr || *dir == '\0') throw std::runtime_error("BS_BUILD_DIR is not set (run the tests with ctest)");
-  return dir;
+  if (dir != nullptr && *dir != '\0') return dir;
+  return BS_TEST_BUILD_DIR;
 }
 
 std::string SourceDir() {
   const char* dir = std::getenv("BS_SOURCE_DIR");
-  if (dir == nullptr || *dir == '\0') throw std::runtime_error("BS_SOURCE_DIR is not set (run the tests with ctest)");
-  return dir;
+  if (dir != nullptr && *dir != '\0') return dir;
+  return BS_TEST_SOURCE_DIR;
 }
 
 std::string LibraryPath() { return BuildDir() + "/lib/librfcsim.so"; }

@@ -1,0 +1,80 @@
+#pragma once
+// Helpers for tests that run the real sapsim: a private temporary folder, a
+// `sapsim serve` process on a free port, and one-shot command runs.
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace sapsim::testing {
+
+// A fresh folder under the system's temporary folder, removed with its
+// content when the object goes.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  // Writes `text` to path()/name and returns the file's path.
+  std::string Write(const std::string& name, const std::string& text) const;
+
+ private:
+  std::string path_;
+};
+
+std::string ReadFile(const std::string& path);
+
+// `sapsim serve` running in the background.
+class SapsimProcess {
+ public:
+  struct Options {
+    std::string system_file;
+    uint16_t port = 0;
+    bool message_server = false;
+    std::vector<std::string> extra;
+  };
+
+  // Starts the system and waits for its "listening" line; throws
+  // std::runtime_error with the process's error output when it does not come up.
+  explicit SapsimProcess(const Options& options);
+  ~SapsimProcess();
+  SapsimProcess(const SapsimProcess&) = delete;
+  SapsimProcess& operator=(const SapsimProcess&) = delete;
+
+  uint16_t port() const { return port_; }
+  uint16_t ms_port() const { return ms_port_; }
+  pid_t pid() const { return pid_; }
+  std::string port_text() const { return std::to_string(port_); }
+
+  void Signal(int signal) const;
+  // SIGTERM, then waits; the exit code (128 + signal when killed).
+  int Stop();
+  // Everything the system logged so far.
+  std::string Log() const;
+
+ private:
+  TempDir dir_;
+  std::string log_path_;
+  pid_t pid_ = -1;
+  uint16_t port_ = 0;
+  uint16_t ms_port_ = 0;
+};
+
+struct RunResult {
+  int exit_code = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs a program to its end (at most `timeout_ms`, then it is killed and the
+// exit code is -1).
+RunResult Run(const std::vector<std::string>& argv, int timeout_ms = 30000);
+
+// A port nothing listens on (bound once, then released).
+uint16_t UnusedPort();
+
+}  // namespace sapsim::testing
