@@ -21,6 +21,8 @@ FunctionInterface DdInfoModule::Interface(const SimulatedSystem&) const {
 void DdInfoModule::Execute(CallContext& call) const {
   std::string name = call.Import("TABNAME");
   DataBlock& result = call.Export("RETURN");
+  DataBlock& meta = call.Table("META_TAB");
+  meta.Clear();  // tables come in as well as go out: start from nothing
   const StructureDefinition* structure = call.system().dictionary().Find(name);
   if (structure == nullptr) {
     result.SetText(0, "TYPE", "E");
@@ -29,7 +31,6 @@ void DdInfoModule::Execute(CallContext& call) const {
     result.SetText(0, "MESSAGE", "Structure " + name + " does not exist in the dictionary");
     return;
   }
-  DataBlock& meta = call.Table("META_TAB");
   int position = 0;
   for (const wire::FieldDesc& field : structure->layout.fields) {
     uint32_t row = meta.AppendLine();

@@ -37,13 +37,14 @@ FunctionInterface FunctionInterfaceModule::Interface(const SimulatedSystem&) con
 
 void FunctionInterfaceModule::Execute(CallContext& call) const {
   std::string name = call.Import("FUNCNAME");
+  DataBlock& params = call.Table("PARAMS");
+  params.Clear();  // tables come in as well as go out: start from nothing
   const FunctionModule* module = call.system().functions().Find(name);
   if (module == nullptr) {
     call.Raise("FU_NOT_FOUND");
     return;
   }
   FunctionInterface described = module->Interface(call.system());
-  DataBlock& params = call.Table("PARAMS");
   int position = 0;
   for (const ParameterDefinition& p : described.parameters) {
     uint32_t row = params.AppendLine();
@@ -89,12 +90,13 @@ FunctionInterface StructureDefinitionModule::Interface(const SimulatedSystem& sy
 
 void StructureDefinitionModule::Execute(CallContext& call) const {
   std::string name = call.Import("TABNAME");
+  DataBlock& fields = call.Table("FIELDS");
+  fields.Clear();
   const StructureDefinition* structure = call.system().dictionary().Find(name);
   if (structure == nullptr) {
     call.Raise("TABLE_NOT_ACTIVE");
     return;
   }
-  DataBlock& fields = call.Table("FIELDS");
   int position = 0;
   for (const wire::FieldDesc& field : structure->layout.fields) {
     uint32_t row = fields.AppendLine();

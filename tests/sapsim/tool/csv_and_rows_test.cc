@@ -1,0 +1,85 @@
+// CSV parsing and batch lines built from it.
+
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "sapsim/server/builtin_structures.h"
+#include "sapsim/tool/batch_rows.h"
+#include "sapsim/tool/csv_reader.h"
+
+namespace sapsim::tool {
+namespace {
+
+std::vector<CsvRecord> Parse(const std::string& text) {
+  std::vector<CsvRecord> records;
+  std::string error;
+  EXPECT_TRUE(ParseCsv(text, &records, &error)) << error;
+  return records;
+}
+
+TEST(Csv, QuotedFieldsKeepCommasQuotesAndLineBreaks) {
+  std::vector<CsvRecord> records = Parse("A,B,C\r\n\"x, y\",\"say \"\"hi\"\"\",\"two\nlines\"\n\n,last,\n");
+  ASSERT_EQ(3u, records.size());
+  EXPECT_EQ(1, records[0].line);
+  EXPECT_EQ((std::vector<std::string>{"x, y", "say \"hi\"", "two\nlines"}), records[1].fields);
+  EXPECT_EQ(5, records[2].line);  // after the line break inside quotes and an empty line
+  EXPECT_EQ((std::vector<std::string>{"", "last", ""}), records[2].fields);
+}
+
+TEST(Csv, RefusesBrokenQuoting) {
+  std::vector<CsvRecord> records;
+  std::string error;
+  EXPECT_FALSE(ParseCsv("A\n\"open\n", &records, &error));
+  EXPECT_EQ("line 2: quoted field not closed", error);
+  EXPECT_FALSE(ParseCsv("A,B\nx,\"q\"z\n", &records, &error));
+  EXPECT_EQ("line 2, field 2: text after a closing quote", error);
+  EXPECT_FALSE(ParseCsv("A\nab\"c\n", &records, &error));
+  EXPECT_EQ("line 2, field 1: a quote inside an unquoted field", error);
+}
+
+class BatchRowsTest : public ::testing::Test {
+ protected:
+  server::StructureDefinition structure = server::MakeStructure(
+      "ZLINE", {{"NAME", 'C', 5, 0}, {"QTY", 'I', 4, 0}, {"PRICE", 'P', 3, 2}, {"WHEN", 'D', 8, 0}});
+
+  std::string Build(const std::string& csv, BatchRows* rows) {
+    std::string error;
+    if (!BuildBatchRows(Parse(csv), "ZLINE", structure.layout, rows, &error)) return error;
+    return "";
+  }
+};
+
+TEST_F(BatchRowsTest, ConvertsEveryValueToItsFieldsType) {
+  BatchRows rows;
+  ASSERT_EQ("", Build("PRICE,NAME,QTY\n1.5,<&>,-7\n,,\n", &rows));
+  ASSERT_EQ(2u, rows.row_count);
+  ASSERT_EQ(structure.layout.length, rows.line_length);
+  const uint8_t* first = rows.bytes.data();
+  EXPECT_EQ("<&>  ", std::string(reinterpret_cast<const char*>(first), 5));
+  int32_t qty;
+  std::memcpy(&qty, first + 8, 4);
+  EXPECT_EQ(-7, qty);
+  EXPECT_EQ(0x00, first[12]);
+  EXPECT_EQ(0x15, first[13]);
+  EXPECT_EQ(0x0C, first[14]);  // 1.50
+  EXPECT_EQ("00000000", std::string(reinterpret_cast<const char*>(first) + 15, 8));  // no column: initial
+  const uint8_t* second = first + rows.line_length;
+  EXPECT_EQ("     ", std::string(reinterpret_cast<const char*>(second), 5));  // empty cells: initial
+}
+
+TEST_F(BatchRowsTest, MistakesNameLineAndColumn) {
+  BatchRows rows;
+  EXPECT_EQ("line 1, column 2: unknown column \"COLOUR\" (not a field of ZLINE)", Build("NAME,COLOUR\n", &rows));
+  EXPECT_EQ("line 3, column 1 (NAME): value too long: 6 characters, the field holds 5",
+            Build("NAME,QTY\nok,1\nlonger,2\n", &rows));
+  EXPECT_EQ("line 2, column 2 (QTY): '1x' is not a number", Build("NAME,QTY\nok,1x\n", &rows));
+  EXPECT_EQ("line 2, column 1 (PRICE): 1234 does not fit a packed number of 3 bytes with 2 decimals",
+            Build("PRICE\n1234\n", &rows));
+  EXPECT_EQ("line 2: 3 values, the header names 2 columns", Build("NAME,QTY\na,1,2\n", &rows));
+  EXPECT_EQ("line 1, column 2: column NAME appears twice", Build("NAME,NAME\n", &rows));
+  EXPECT_EQ("no header line (the first line names the fields of ZLINE)", Build("", &rows));
+}
+
+}  // namespace
+}  // namespace sapsim::tool
