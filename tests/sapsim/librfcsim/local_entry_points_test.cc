@@ -2,12 +2,15 @@
 // exactly as the batch server reaches them.
 
 #include <cstring>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "tests/sapsim/support/rfc_library.h"
+#include "tests/sapsim/support/sapsim_process.h"
 
 namespace sapsim::testing {
 namespace {
@@ -120,6 +123,27 @@ TEST_F(LocalEntryPoints, LastErrorBelongsToTheThread) {
   EXPECT_EQ(100, ex.group);
   EXPECT_EQ(RFC_FAILURE, lib.RfcLastError(nullptr));
   EXPECT_EQ(RFC_FAILURE, lib.RfcLastErrorEx(nullptr));
+}
+
+}  // namespace
+}  // namespace sapsim::testing
+
+namespace sapsim::testing {
+namespace {
+
+TEST(LibraryExports, ExactlyTheTwentyFourEntryPoints) {
+  RunResult nm = RunCommand({"/usr/bin/nm", "-D", "--defined-only", LibraryPath()});
+  ASSERT_EQ(0, nm.exit_code) << nm.err;
+  std::set<std::string> exported;
+  std::istringstream lines(nm.out);
+  std::string address, kind, name;
+  while (lines >> address >> kind >> name) exported.insert(name);
+  std::set<std::string> expected = {
+      "RfcOpen", "RfcAccept", "RfcClose", "RfcCall", "RfcReceive", "RfcInstallStructure", "RfcInstallFunction",
+      "RfcListen", "RfcDispatch", "RfcGetName", "RfcGetData", "RfcSendData", "RfcRaise", "RfcGetAttributes",
+      "RfcLastError", "RfcLastErrorEx", "ItCreate", "ItFree", "ItDelete", "ItFill", "ItGetLine", "ItGupLine",
+      "RfcCheckRegisterServer", "RfcCancelRegisterServer"};
+  EXPECT_EQ(expected, exported);
 }
 
 }  // namespace

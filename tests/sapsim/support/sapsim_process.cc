@@ -159,7 +159,7 @@ int SapsimProcess::Stop() {
 
 std::string SapsimProcess::Log() const { return ReadFile(log_path_); }
 
-RunResult Run(const std::vector<std::string>& command, int timeout_ms) {
+RunResult RunCommand(const std::vector<std::string>& command, int timeout_ms) {
   TempDir dir;
   std::string out_path = dir.path() + "/out";
   std::string err_path = dir.path() + "/err";

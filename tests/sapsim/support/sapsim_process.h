@@ -72,7 +72,7 @@ struct RunResult {
 
 // Runs a program to its end (at most `timeout_ms`, then it is killed and the
 // exit code is -1).
-RunResult Run(const std::vector<std::string>& argv, int timeout_ms = 30000);
+RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms = 30000);
 
 // A port nothing listens on (bound once, then released).
 uint16_t UnusedPort();
