@@ -33,7 +33,7 @@ bool AllDigits(std::string_view text) {
 // Copies text into a CHAR field: cut or blank-padded.
 void PutChars(std::string_view text, uint8_t* dst, size_t length) {
   size_t n = text.size() < length ? text.size() : length;
-  std::memcpy(dst, text.data(), n);
+  if (n > 0) std::memcpy(dst, text.data(), n);  // an empty view may have no data at all
   std::memset(dst + n, ' ', length - n);
 }
 
@@ -239,7 +239,7 @@ bool ConvertValue(const SimpleType& from, const uint8_t* src, const SimpleType& 
           return false;
         }
         std::memset(dst, '0', to.length - digits.size());
-        std::memcpy(dst + (to.length - digits.size()), digits.data(), digits.size());
+        if (!digits.empty()) std::memcpy(dst + (to.length - digits.size()), digits.data(), digits.size());
         return true;
       }
       break;
