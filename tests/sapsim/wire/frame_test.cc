@@ -5,10 +5,14 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include <gtest/gtest.h>
 
+#include "sapsim/wire/call_message.h"
 #include "sapsim/wire/control_messages.h"
 #include "sapsim/wire/decode_error.h"
 #include "sapsim/wire/frame.h"
@@ -228,6 +232,36 @@ TEST_F(FrameChannelTest, OrderlyCloseAndGarbage) {
   FrameWriter w(FrameType::kCall);
   w.String("X");
   EXPECT_NE(IoStatus::kOk, b_->Send(w, &error));
+}
+
+}  // namespace
+}  // namespace sapsim::wire
+
+namespace sapsim::wire {
+namespace {
+
+// The fuzzer's seed frames must stay valid frames, or fuzzing starts from
+// nothing useful.
+TEST(FuzzSeeds, EverySeedIsAWellFormedFrame) {
+  std::string dir = std::string(BS_TEST_SOURCE_DIR) + "/fuzz/corpus/wire_frame_fuzz";
+  int seeds = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+    std::ifstream in(entry.path(), std::ios::binary);
+    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    Frame frame;
+    ASSERT_NO_THROW(frame = DecodeFrame(bytes.data(), bytes.size())) << entry.path();
+    if (frame.type == FrameType::kCall) {
+      CallMessage call = DecodeCall(frame.payload.data(), frame.payload.size());
+      EXPECT_EQ(1u, call.tables.size());
+    } else if (frame.type == FrameType::kReply) {
+      EXPECT_NO_THROW(DecodeReply(frame.payload.data(), frame.payload.size())) << entry.path();
+    } else if (frame.type == FrameType::kRouteCall) {
+      RouteCallHead head = RouteCallHead::Decode(frame);
+      EXPECT_NO_THROW(DecodeCall(frame.payload.data() + head.call_offset, frame.payload.size() - head.call_offset));
+    }
+    ++seeds;
+  }
+  EXPECT_GE(seeds, 10);
 }
 
 }  // namespace
