@@ -17,9 +17,9 @@ class InternalTable {
   // like an allocation failure instead of exhausting the machine.
   static constexpr uint64_t kMaxBytes = 2ull * 1024 * 1024 * 1024;
 
-  // Allocates zero-filled memory like calloc; tests replace it to inject
-  // allocation failures.
-  using Allocator = void* (*)(size_t count, size_t size);
+  // Allocates memory like malloc; tests replace it to inject allocation
+  // failures.
+  using Allocator = void* (*)(size_t size);
   static Allocator SetAllocator(Allocator allocator);
 
   InternalTable(std::string name, size_t line_length);
@@ -38,12 +38,15 @@ class InternalTable {
   uint8_t* LineForUpdate(size_t n);
   // Makes room for `lines` more lines at once; false when memory fails.
   bool Reserve(size_t lines);
+  // Adds `count` lines that the caller overwrites at once (a received table):
+  // unlike LineForUpdate they are not zero-filled first. False when memory fails.
+  bool AppendForWriting(size_t count);
   // Frees every line; the table stays usable.
   void Clear();
 
   // Contiguous runs of lines 1..fill, in order: (first byte, number of lines).
   struct Run {
-    const uint8_t* data;
+    uint8_t* data;
     size_t lines;
   };
   std::vector<Run> Runs() const;
@@ -54,7 +57,8 @@ class InternalTable {
   };
   using Block = std::unique_ptr<uint8_t, BlockFree>;
 
-  bool AddBlock();
+  // A new block; zero-filled unless the caller writes all of it.
+  bool AddBlock(bool zero);
 
   std::string name_;
   size_t line_length_;

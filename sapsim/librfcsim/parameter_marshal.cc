@@ -219,17 +219,28 @@ bool ReceiveTables(const std::vector<w::WireTable>& incoming, RfcTableEntry* ent
     w::ValueDesc desc;
     if (!DescribeTable(entry, static_cast<uint32_t>(table->line_length()), &desc, error)) return false;
     table->Clear();
-    if (!table->Reserve(source->row_count)) {
+    if (!table->AppendForWriting(source->row_count)) {
+      table->Clear();
       *error = "table " + name + ": no memory for " + std::to_string(source->row_count) + " lines";
       return false;
     }
     w::LineConverter converter(source->desc, desc);
+    if (converter.identity() && source->desc.length == table->line_length()) {
+      // Same layout: whole runs of lines at once.
+      const uint8_t* from = source->rows;
+      for (const InternalTable::Run& run : table->Runs()) {
+        size_t bytes = run.lines * table->line_length();
+        std::memcpy(run.data, from, bytes);
+        from += bytes;
+      }
+      continue;
+    }
     const uint8_t* line = source->rows;
     for (uint32_t row = 1; row <= source->row_count; ++row, line += source->desc.length) {
-      uint8_t* target = table->LineForUpdate(row);
       std::string why;
-      if (target == nullptr || !converter.Convert(line, target, &why)) {
-        *error = "table " + name + ", line " + std::to_string(row) + ": " + (target == nullptr ? "out of memory" : why);
+      if (!converter.Convert(line, table->Line(row), &why)) {
+        table->Clear();  // half a table would be worse than none
+        *error = "table " + name + ", line " + std::to_string(row) + ": " + why;
         return false;
       }
     }

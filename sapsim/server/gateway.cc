@@ -61,8 +61,9 @@ wire::RegistrationCounts Gateway::Cancel(const std::string& program_id) {
   return counts;
 }
 
-bool Gateway::Route(const std::string& program_id, const uint8_t* call, size_t size, int wait_ms, wire::Frame* reply,
-                    wire::ErrorNotice* error) {
+bool Gateway::Route(const std::string& program_id, const CallSource& call, int wait_ms, wire::Frame* reply,
+                    wire::ErrorNotice* error, bool* delivered) {
+  *delivered = false;
   auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(wait_ms);
   std::shared_ptr<Registration> chosen;
   {
@@ -94,7 +95,8 @@ bool Gateway::Route(const std::string& program_id, const uint8_t* call, size_t s
       freed_.wait_for(lock, std::chrono::milliseconds(50));
     }
   }
-  bool ok = chosen->Exchange(call, size, reply, error);
+  *delivered = true;
+  bool ok = chosen->Exchange(call, reply, error);
   freed_.notify_all();
   return ok;
 }

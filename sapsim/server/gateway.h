@@ -31,9 +31,10 @@ class Gateway {
 
   // Calls a registered server of the program id: waits up to `wait_ms` for
   // one to be free. False with *error when none is registered, none became
-  // free, or the connection broke during the call.
-  bool Route(const std::string& program_id, const uint8_t* call, size_t size, int wait_ms, wire::Frame* reply,
-             wire::ErrorNotice* error);
+  // free, or a connection broke during the call. *delivered tells whether
+  // the call (and so the source's stream) went to a server.
+  bool Route(const std::string& program_id, const CallSource& call, int wait_ms, wire::Frame* reply,
+             wire::ErrorNotice* error, bool* delivered);
 
   // Closes every registration (the system shuts down).
   void ShutdownAll();

@@ -105,7 +105,7 @@ void Registration::Watch() {
   }
 }
 
-bool Registration::Exchange(const uint8_t* call, size_t size, wire::Frame* reply, wire::ErrorNotice* error) {
+bool Registration::Exchange(const CallSource& call, wire::Frame* reply, wire::ErrorNotice* error) {
   auto fail = [&](int32_t group, const char* key, const std::string& message) {
     error->group = group;
     error->key = key;
@@ -113,12 +113,25 @@ bool Registration::Exchange(const uint8_t* call, size_t size, wire::Frame* reply
     Release(true);
     return false;
   };
-  wire::FrameWriter frame(wire::FrameType::kCall);
-  frame.Borrow(call, size);
   std::string why;
-  if (channel_->Send(frame, &why) != wire::IoStatus::kOk) {
-    return fail(wire::kGroupCommunication, wire::kKeyCommunication,
-                "program " + program_id_ + " cannot be reached: " + why);
+  if (call.stream != nullptr) {
+    // Passed on as it arrives, so that both transfers overlap.
+    bool caller_failed = false;
+    if (channel_->Relay(wire::FrameType::kCall, call.data, call.size, *call.stream, call.stream_size, &caller_failed,
+                        &why) != wire::IoStatus::kOk) {
+      if (caller_failed) {
+        return fail(wire::kGroupClosed, wire::kKeyClosed, "the caller ended the connection during the call: " + why);
+      }
+      return fail(wire::kGroupCommunication, wire::kKeyCommunication,
+                  "program " + program_id_ + " cannot be reached: " + why);
+    }
+  } else {
+    wire::FrameWriter frame(wire::FrameType::kCall);
+    frame.Borrow(call.data, call.size);
+    if (channel_->Send(frame, &why) != wire::IoStatus::kOk) {
+      return fail(wire::kGroupCommunication, wire::kKeyCommunication,
+                  "program " + program_id_ + " cannot be reached: " + why);
+    }
   }
   for (;;) {
     wire::IoStatus status = channel_->Receive(reply, &why);

@@ -18,6 +18,15 @@ namespace sapsim::server {
 
 class SimulatedSystem;
 
+// The CALL payload to pass on: bytes in memory, followed (for a relayed
+// call) by the rest of the payload still arriving on the caller's connection.
+struct CallSource {
+  const uint8_t* data = nullptr;
+  size_t size = 0;
+  wire::FrameChannel* stream = nullptr;
+  size_t stream_size = 0;
+};
+
 class Registration {
  public:
   // The registration shares the connection with its session, so that a
@@ -36,8 +45,9 @@ class Registration {
   bool TryReserve();
   // Sends the CALL (the caller holds the reservation) and waits for the
   // server's REPLY, serving the server's callbacks meanwhile. False with
-  // *error when the connection broke. Releases the reservation either way.
-  bool Exchange(const uint8_t* call, size_t size, wire::Frame* reply, wire::ErrorNotice* error);
+  // *error when a connection broke. Releases the reservation either way. The
+  // source's stream is read to its end unless the caller's connection broke.
+  bool Exchange(const CallSource& call, wire::Frame* reply, wire::ErrorNotice* error);
   // Ends the registration: tells the server with a CLOSE frame carrying
   // `notice` and closes the connection.
   void Cancel(const wire::ErrorNotice& notice);

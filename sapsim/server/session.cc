@@ -5,7 +5,6 @@
 #include "sapsim/server/simulated_system.h"
 #include "sapsim/wire/decode_error.h"
 #include "sapsim/wire/error_codes.h"
-#include "sapsim/wire/payload_reader.h"
 
 namespace sapsim::server {
 
@@ -134,48 +133,89 @@ void Session::ServeControl() {
 void Session::ServeCaller() {
   if (!Send(system_.Describe().Encode())) return;
   for (;;) {
-    wire::Frame frame;
+    wire::FrameHeader header;
     std::string error;
-    if (channel_->Receive(&frame, &error) != wire::IoStatus::kOk) return;
+    if (channel_->ReceiveHeader(&header, &error) != wire::IoStatus::kOk) return;
+    if (header.type == wire::FrameType::kRouteCall) {
+      if (!RelayCall(header.payload_length)) return;
+      continue;
+    }
+    wire::Frame frame;
+    frame.type = header.type;
+    frame.payload.resize(header.payload_length);
+    if (channel_->ReceiveBytes(frame.payload.data(), frame.payload.size(), &error) != wire::IoStatus::kOk) return;
     try {
-      if (frame.type == wire::FrameType::kDictRequest) {
-        wire::NameQuery query = wire::NameQuery::Decode(frame);
-        const StructureDefinition* structure = system_.dictionary().Find(query.name);
-        if (structure == nullptr) {
-          Refuse(wire::ErrorNotice{wire::kGroupSystemFailure, "TABLE_NOT_ACTIVE",
-                                   "structure " + query.name + " is not in the dictionary of system " +
-                                       system_.definition().system_id});
-          continue;
-        }
-        wire::DictionaryAnswer answer{structure->name, structure->layout};
-        if (!Send(answer.Encode())) return;
-      } else if (frame.type == wire::FrameType::kRouteCall) {
-        wire::RouteCallHead head = wire::RouteCallHead::Decode(frame);
-        const uint8_t* call = frame.payload.data() + head.call_offset;
-        size_t size = frame.payload.size() - head.call_offset;
-        // The function's name leads the CALL payload; for the log only.
-        wire::PayloadReader peek(call, size);
-        std::string function = peek.String(wire::kMaxNameLength);
-        wire::Frame reply;
-        wire::ErrorNotice refusal;
-        if (!gateway_.Route(head.program_id, call, size, kRouteWaitMs, &reply, &refusal)) {
-          EventLog::Write("call " + function + " for program " + head.program_id + " not delivered: " +
-                          refusal.message);
-          Refuse(refusal);
-          continue;
-        }
-        if (log_calls_) EventLog::Write("call " + function + " routed to program " + head.program_id);
-        wire::FrameWriter forward(wire::FrameType::kReply);
-        forward.Borrow(reply.payload.data(), reply.payload.size());
-        if (!Send(std::move(forward))) return;
-      } else {
+      if (frame.type != wire::FrameType::kDictRequest) {
         throw wire::DecodeError(std::string("unexpected ") + wire::FrameTypeName(frame.type) + " frame");
       }
+      wire::NameQuery query = wire::NameQuery::Decode(frame);
+      const StructureDefinition* structure = system_.dictionary().Find(query.name);
+      if (structure == nullptr) {
+        Refuse(wire::ErrorNotice{wire::kGroupSystemFailure, "TABLE_NOT_ACTIVE",
+                                 "structure " + query.name + " is not in the dictionary of system " +
+                                     system_.definition().system_id});
+        continue;
+      }
+      wire::DictionaryAnswer answer{structure->name, structure->layout};
+      if (!Send(answer.Encode())) return;
     } catch (const wire::DecodeError& e) {
       Refuse(wire::ErrorNotice{wire::kGroupProtocol, wire::kKeyProtocol, std::string("protocol error: ") + e.what()});
       return;
     }
   }
+}
+
+// Reads a text of the payload (u32 length and bytes) into *text and appends
+// its encoded form to *raw; false when it does not fit what is left.
+bool Session::ReadText(size_t* left, std::string* text, std::vector<uint8_t>* raw) {
+  uint8_t length_bytes[4];
+  std::string error;
+  if (*left < 4 || channel_->ReceiveBytes(length_bytes, 4, &error) != wire::IoStatus::kOk) return false;
+  uint32_t length = 0;
+  for (int i = 0; i < 4; ++i) length |= static_cast<uint32_t>(length_bytes[i]) << (8 * i);
+  if (length > wire::kMaxNameLength || length > *left - 4) return false;
+  text->resize(length);
+  if (length > 0 &&
+      channel_->ReceiveBytes(reinterpret_cast<uint8_t*>(text->data()), length, &error) != wire::IoStatus::kOk) {
+    return false;
+  }
+  if (raw != nullptr) {
+    raw->insert(raw->end(), length_bytes, length_bytes + 4);
+    raw->insert(raw->end(), text->begin(), text->end());
+  }
+  *left -= 4 + length;
+  return true;
+}
+
+bool Session::RelayCall(size_t payload_length) {
+  // The program id and the function's name lead the payload; the rest goes
+  // on to the server as it arrives, without being held here whole.
+  size_t left = payload_length;
+  std::string program_id;
+  std::string function;
+  std::vector<uint8_t> head;
+  if (!ReadText(&left, &program_id, nullptr) || !ReadText(&left, &function, &head)) {
+    EventLog::Write("caller sent a malformed routed call; connection closed");
+    Refuse(wire::ErrorNotice{wire::kGroupProtocol, wire::kKeyProtocol, "protocol error: malformed routed call"});
+    return false;
+  }
+  CallSource call{head.data(), head.size(), channel_.get(), left};
+  wire::Frame reply;
+  wire::ErrorNotice refusal;
+  bool delivered = false;
+  if (!gateway_.Route(program_id, call, kRouteWaitMs, &reply, &refusal, &delivered)) {
+    std::string error;
+    if (!delivered && channel_->Discard(left, &error) != wire::IoStatus::kOk) return false;
+    EventLog::Write("call " + function + " for program " + program_id + " not delivered: " + refusal.message);
+    // A caller that broke off in the middle of its call is gone; the next
+    // read of its connection ends the session.
+    Refuse(refusal);
+    return true;
+  }
+  if (log_calls_) EventLog::Write("call " + function + " routed to program " + program_id);
+  wire::FrameWriter forward(wire::FrameType::kReply);
+  forward.Borrow(reply.payload.data(), reply.payload.size());
+  return Send(std::move(forward));
 }
 
 }  // namespace sapsim::server

@@ -5,6 +5,8 @@
 // the SAP side that looks up structures and routes calls.
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "sapsim/wire/control_messages.h"
 #include "sapsim/wire/frame_channel.h"
@@ -26,6 +28,8 @@ class Session {
   void ServeRegisteredServer(const wire::Hello& hello);
   void ServeControl();
   void ServeCaller();
+  bool RelayCall(size_t payload_length);
+  bool ReadText(size_t* left, std::string* text, std::vector<uint8_t>* raw);
   bool Send(wire::FrameWriter frame);
   void Refuse(const wire::ErrorNotice& notice);
 

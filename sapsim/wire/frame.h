@@ -11,6 +11,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <utility>
 #include <vector>
 
 namespace sapsim::wire {
@@ -51,10 +53,32 @@ void EncodeHeader(const FrameHeader& header, uint8_t out[kHeaderSize]);
 // or a length above kMaxPayload. `size` must be at least kHeaderSize.
 FrameHeader DecodeHeader(const uint8_t* data, size_t size);
 
+// Leaves new elements uninitialised: a payload is read over at once, so
+// zero-filling megabytes of table lines first would only cost time.
+template <typename T>
+struct UninitialisedAllocator : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = UninitialisedAllocator<U>;
+  };
+  UninitialisedAllocator() = default;
+  template <typename U>
+  UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
+  template <typename U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <typename U, typename... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
+};
+using PayloadBytes = std::vector<uint8_t, UninitialisedAllocator<uint8_t>>;
+
 // A received frame: its type and its payload.
 struct Frame {
   FrameType type = FrameType::kHello;
-  std::vector<uint8_t> payload;
+  PayloadBytes payload;
 };
 
 // Splits a complete frame held in memory (header and payload); throws

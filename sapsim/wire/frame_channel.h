@@ -29,6 +29,21 @@ class FrameChannel {
   IoStatus Send(FrameWriter& frame, std::string* error);
   // Blocks until a whole frame has arrived.
   IoStatus Receive(Frame* frame, std::string* error);
+
+  // A frame in parts, for relaying large frames without holding them whole:
+  // the header first, then the payload's bytes as they are needed.
+  IoStatus ReceiveHeader(FrameHeader* header, std::string* error);
+  IoStatus ReceiveBytes(uint8_t* data, size_t size, std::string* error);
+  // Reads and drops `size` bytes (a payload nobody will take).
+  IoStatus Discard(size_t size, std::string* error);
+
+  // Sends a frame whose payload is `prefix` followed by the next
+  // `stream_size` bytes arriving on `source`, passing them on as they come.
+  // *source_failed tells whether a failure was on the source's side (then the
+  // frame sent is incomplete and this connection is unusable). When sending
+  // fails, the rest of the source is still read, so the source stays in step.
+  IoStatus Relay(FrameType type, const uint8_t* prefix, size_t prefix_size, FrameChannel& source,
+                 size_t stream_size, bool* source_failed, std::string* error);
   // kOk when bytes (or the end of the connection) are waiting, kTimeout when
   // nothing arrived within `timeout_ms` (0: just look), kFailed on error.
   IoStatus WaitReadable(int timeout_ms) const;
@@ -37,6 +52,8 @@ class FrameChannel {
 
  private:
   IoStatus ReadFully(uint8_t* data, size_t size, bool at_frame_start, std::string* error);
+  // Sends every byte; the caller holds the send lock.
+  bool SendAll(const uint8_t* data, size_t size, std::string* error);
 
   Socket socket_;
   std::mutex send_mutex_;

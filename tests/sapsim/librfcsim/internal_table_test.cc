@@ -18,17 +18,17 @@ namespace {
 
 // Fails every allocation after the first `budget` ones.
 int g_budget = 0;
-void* FailingCalloc(size_t count, size_t size) {
+void* FailingMalloc(size_t size) {
   if (g_budget <= 0) return nullptr;
   --g_budget;
-  return std::calloc(count, size);
+  return std::malloc(size);
 }
 
 class AllocatorGuard {
  public:
   explicit AllocatorGuard(int budget) {
     g_budget = budget;
-    previous_ = InternalTable::SetAllocator(&FailingCalloc);
+    previous_ = InternalTable::SetAllocator(&FailingMalloc);
   }
   ~AllocatorGuard() { InternalTable::SetAllocator(previous_); }
 
@@ -89,6 +89,23 @@ TEST(InternalTable, AllocationFailureLeavesTheTableIntact) {
   EXPECT_EQ(65u, table.fill());
   EXPECT_FALSE(table.Reserve(1));
   EXPECT_NE(nullptr, table.Line(65));
+}
+
+TEST(InternalTable, LinesAppendedForWritingKeepLaterGrowthZeroFilled) {
+  InternalTable table("T", 1000);  // 65 lines per block
+  ASSERT_TRUE(table.AppendForWriting(70));
+  EXPECT_EQ(70u, table.fill());
+  for (size_t n = 1; n <= 70; ++n) std::memset(table.Line(n), 0xAB, 1000);
+  // Growing by update past the written lines gives zero lines, also inside
+  // the block the written lines share.
+  uint8_t* next = table.LineForUpdate(72);
+  ASSERT_NE(nullptr, next);
+  for (size_t n = 71; n <= 72; ++n) {
+    const uint8_t* line = table.Line(n);
+    for (size_t i = 0; i < 1000; ++i) ASSERT_EQ(0, line[i]) << "line " << n;
+  }
+  AllocatorGuard guard(0);
+  EXPECT_FALSE(table.AppendForWriting(1000));
 }
 
 TEST(InternalTable, RefusesTablesBeyondTheSizeLimit) {

@@ -1,6 +1,8 @@
 // The server side of librfcsim.so: registration, listen and dispatch, the
 // data of a call, answers, exceptions, callbacks, several servers at once.
 
+#include <sys/socket.h>
+
 #include <atomic>
 #include <cstring>
 #include <future>
@@ -9,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include "sapsim/wire/control_messages.h"
+#include "sapsim/wire/frame_channel.h"
 #include "tests/sapsim/support/rfc_calls.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sap_caller.h"
@@ -308,6 +312,56 @@ TEST_F(ServerTest, ConnectionClosedBySystemEndsListenAndDispatch) {
   EXPECT_EQ(RFC_CLOSED, rc);
   EXPECT_EQ(RFC_CLOSED, lib.RfcDispatch(other));
   EXPECT_EQ(104, lib.LastErrorGroup());
+}
+
+TEST_F(ServerTest, RefusedCallLeavesTheCallersConnectionUsable) {
+  ConnectionHandle handle = Accept();
+  ASSERT_NE(0u, handle);
+  SetHandler("Z_FINE", [&](ConnectionHandle h) {
+    RfcParameterEntry none[] = {EndParam()};
+    RfcTableEntry no_tables[] = {EndTable()};
+    return lib.RfcSendData(h, none, no_tables);
+  });
+  SapCaller caller(sapsim_->port());
+  // The table of the refused call is read and dropped by the system...
+  CallOutcome refused = caller.Call("NOBODY", "Z_FINE", "ZORDERS", "IDENT\na\nb\n");
+  EXPECT_NE(std::string::npos, refused.refused.find("no RFC server program is registered under program id NOBODY"));
+  // ...so the next call on the same connection is understood.
+  std::thread server([&] { Serve(handle, 1); });
+  CallOutcome fine = caller.Call("TESTPROG", "Z_FINE", "ZORDERS", "IDENT\nc\n");
+  server.join();
+  ASSERT_TRUE(fine.replied()) << fine.refused;
+  EXPECT_EQ(wire::ReplyStatus::kOk, fine.reply.status);
+}
+
+TEST_F(ServerTest, CallerThatBreaksOffMidCallCostsTheServerOnlyItsConnection) {
+  ConnectionHandle handle = Accept();
+  ASSERT_NE(0u, handle);
+  // A caller announces a call of a megabyte, sends a little of it and goes.
+  {
+    std::string error;
+    wire::Socket socket = wire::Socket::Connect("127.0.0.1", sapsim_->port(), &error);
+    ASSERT_TRUE(socket.valid()) << error;
+    wire::FrameChannel channel(std::move(socket));
+    wire::Hello hello;
+    hello.kind = wire::SessionKind::kCaller;
+    wire::FrameWriter frame = hello.Encode();
+    ASSERT_EQ(wire::IoStatus::kOk, channel.Send(frame, &error));
+    wire::Frame welcome;
+    ASSERT_EQ(wire::IoStatus::kOk, channel.Receive(&welcome, &error));
+    wire::FrameWriter route = wire::BeginRouteCall("TESTPROG");
+    route.String("Z_ANY");
+    std::vector<uint8_t> call = route.Flatten();
+    uint32_t claimed = 1024 * 1024;
+    std::memcpy(call.data() + 8, &claimed, 4);  // the header's payload length
+    call.resize(call.size() + 1000, 'x');
+    ASSERT_EQ(static_cast<ssize_t>(call.size()), ::send(channel.socket().fd(), call.data(), call.size(), 0));
+  }
+  // The server got a frame that never ends: its connection is closed, and
+  // it can register again.
+  EXPECT_EQ(RFC_CLOSED, Serve(handle, 1).last_rc);
+  ConnectionHandle again = Accept();
+  EXPECT_NE(0u, again) << lib.LastError();
 }
 
 TEST_F(ServerTest, SeveralServersServeAtOnceEachOnItsOwnHandle) {

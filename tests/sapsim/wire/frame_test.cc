@@ -200,7 +200,7 @@ TEST_F(FrameChannelTest, CarriesLargeFramesWhole) {
   EXPECT_EQ(IoStatus::kOk, b_->Receive(&frame, &receive_error));
   sender.join();
   EXPECT_EQ(FrameType::kReply, frame.type);
-  EXPECT_EQ(rows, frame.payload);
+  EXPECT_EQ(rows, std::vector<uint8_t>(frame.payload.begin(), frame.payload.end()));
 }
 
 TEST_F(FrameChannelTest, TellsOrderlyCloseFromBrokenFramesAndGarbage) {
