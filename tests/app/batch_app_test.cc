@@ -14,7 +14,7 @@
 #include "app/worker.h"
 #include "platform/event.h"
 #include "platform/file.h"
-#include "tests/app/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "platform/event.h"
-#include "tests/app/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 extern char** environ;
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/file.h"
-#include "tests/app/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

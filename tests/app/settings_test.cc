@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "tests/app/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "platform/clock.h"
 #include "platform/file.h"
-#include "tests/output/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "output/xml_document.h"
 #include "output/xml_element.h"
-#include "temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 

@@ -18,7 +18,7 @@ class TempDir {
     static std::atomic<int> counter{0};
     const auto stamp = std::chrono::steady_clock::now().time_since_epoch().count();
     path_ = std::filesystem::temp_directory_path() /
-            ("bs_app_" + std::to_string(getpid()) + "_" + std::to_string(counter++) + "_" +
+            ("bs_test_" + std::to_string(getpid()) + "_" + std::to_string(counter++) + "_" +
              std::to_string(stamp));
     std::filesystem::create_directories(path_);
   }
