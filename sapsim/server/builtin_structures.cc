@@ -6,15 +6,15 @@ namespace sapsim::server {
 
 bool UsesLongNames(const std::string& release) { return release.compare("40A") >= 0; }
 
-StructureDefinition MakeStructure(const std::string& name, const std::vector<FieldSpec>& specs) {
+StructureDefinition MakeStructure(const std::string& name, const std::vector<FieldRow>& rows) {
   std::vector<wire::FieldDesc> fields;
-  for (const FieldSpec& spec : specs) {
+  for (const FieldRow& row : rows) {
     wire::FieldDesc field;
-    field.name = spec.name;
-    field.type = wire::TypeFromLetter(spec.letter);
+    field.name = row.name;
+    field.type = wire::TypeFromLetter(row.letter);
     uint32_t fixed = wire::FixedLength(field.type);
-    field.length = fixed != 0 ? fixed : spec.length;
-    field.decimals = spec.decimals;
+    field.length = fixed != 0 ? fixed : row.length;
+    field.decimals = row.decimals;
     fields.push_back(field);
   }
   uint32_t length = wire::LayOut(fields);

@@ -30,12 +30,12 @@ std::vector<StructureDefinition> BuiltInStructures(bool long_names);
 bool IsBuiltInStructure(const std::string& name);
 
 // Builds a structure from (name, type letter, length, decimals) rows.
-struct FieldSpec {
+struct FieldRow {
   const char* name;
   char letter;
   uint32_t length;
   int32_t decimals;
 };
-StructureDefinition MakeStructure(const std::string& name, const std::vector<FieldSpec>& fields);
+StructureDefinition MakeStructure(const std::string& name, const std::vector<FieldRow>& fields);
 
 }  // namespace sapsim::server

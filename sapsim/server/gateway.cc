@@ -30,7 +30,9 @@ wire::RegistrationCounts Gateway::Count(const std::string& program_id) const {
   for (const auto& registration : registrations_) {
     if (registration->program_id() != program_id || registration->closed()) continue;
     ++counts.total;
-    if (registration->busy()) {
+    if (registration->starting()) {
+      ++counts.initialising;
+    } else if (registration->busy()) {
       ++counts.busy;
     } else {
       ++counts.ready;

@@ -10,6 +10,19 @@ Registration::Registration(uint64_t id, std::string program_id, std::shared_ptr<
                            const SimulatedSystem& system)
     : id_(id), program_id_(std::move(program_id)), channel_(std::move(channel)), system_(system) {}
 
+void Registration::Ready() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (state_ == State::kStarting) state_ = State::kIdle;
+  }
+  changed_.notify_all();
+}
+
+bool Registration::starting() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return state_ == State::kStarting;
+}
+
 bool Registration::busy() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return state_ == State::kBusy;
@@ -68,7 +81,7 @@ void Registration::Watch() {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
     if (state_ == State::kClosed) return;
-    if (state_ == State::kBusy) {
+    if (state_ == State::kBusy || state_ == State::kStarting) {
       changed_.wait(lock);
       continue;
     }

@@ -37,6 +37,9 @@ class Registration {
   uint64_t id() const { return id_; }
   const std::string& program_id() const { return program_id_; }
 
+  // The server has been told it is registered: calls may come now.
+  void Ready();
+
   // The session thread: watches the idle connection (and serves callbacks
   // sent outside a call) until the connection ends or is cancelled.
   void Watch();
@@ -54,11 +57,12 @@ class Registration {
   // Closes without a word (the system shuts down).
   void Shutdown();
 
+  bool starting() const;
   bool busy() const;
   bool closed() const;
 
  private:
-  enum class State { kIdle, kReading, kBusy, kClosed };
+  enum class State { kStarting, kIdle, kReading, kBusy, kClosed };
 
   // Answers a CALL the server sent to the system.
   bool ServeCallback(const wire::Frame& frame, std::string* error);
@@ -70,7 +74,7 @@ class Registration {
   const SimulatedSystem& system_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
-  State state_ = State::kIdle;
+  State state_ = State::kStarting;
 };
 
 }  // namespace sapsim::server

@@ -90,8 +90,15 @@ void Session::ServeRegisteredServer(const wire::Hello& hello) {
                              "registration refused: the program id is empty"});
     return;
   }
-  if (!Send(system_.Describe().Encode())) return;
+  // Known to the gateway before the server hears it is registered, so that a
+  // check right after the registration counts it; calls come only once it
+  // has been told (its first frame must be the WELCOME).
   std::shared_ptr<Registration> registration = gateway_.Register(hello.program_id, channel_);
+  if (!Send(system_.Describe().Encode())) {
+    gateway_.Unregister(registration);
+    return;
+  }
+  registration->Ready();
   EventLog::Write("registered program " + hello.program_id +
                   (hello.own_host.empty() ? std::string() : " from " + hello.own_host) + " (registration " +
                   std::to_string(registration->id()) + ")");

@@ -49,8 +49,7 @@ Socket Socket::Connect(const std::string& host, uint16_t port, std::string* erro
     *error = "no host given";
     return Socket();
   }
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
+  addrinfo hints{};  // zero: any address family
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   int rc = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
@@ -82,8 +81,7 @@ Socket Socket::Connect(const std::string& host, uint16_t port, std::string* erro
 
 Socket Socket::Listen(const std::string& address, uint16_t port, std::string* error) {
   std::string where = address + ":" + std::to_string(port);
-  addrinfo hints{};
-  hints.ai_family = AF_UNSPEC;
+  addrinfo hints{};  // zero: any address family
   hints.ai_socktype = SOCK_STREAM;
   hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
   addrinfo* found = nullptr;

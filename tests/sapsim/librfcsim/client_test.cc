@@ -247,7 +247,7 @@ TEST_F(ClientTest, PartnerThatDisappearsDuringReceiveGivesAFailureNotAHang) {
   ASSERT_NE(0u, handle);
   // Stopped, the system cannot answer; the call waits in RfcReceive until
   // the process is gone.
-  sapsim_->Signal(SIGSTOP);
+  ASSERT_TRUE(sapsim_->Pause());
   RfcParameterEntry none[] = {EndParam()};
   RfcTableEntry no_tables[] = {EndTable()};
   ASSERT_EQ(RFC_OK, lib.RfcCall(handle, "RFCPING", none, no_tables));

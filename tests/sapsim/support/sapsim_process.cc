@@ -138,6 +138,20 @@ void SapsimProcess::Signal(int signal) const {
   if (pid_ > 0) kill(pid_, signal);
 }
 
+bool SapsimProcess::Pause() const {
+  if (pid_ <= 0) return false;
+  kill(pid_, SIGSTOP);
+  std::string stat_path = "/proc/" + std::to_string(pid_) + "/stat";
+  for (int i = 0; i < 5000; ++i) {
+    // The state follows the command name in parentheses: "pid (comm) T ...".
+    std::string stat = ReadFile(stat_path);
+    size_t close = stat.rfind(')');
+    if (close != std::string::npos && close + 2 < stat.size() && stat[close + 2] == 'T') return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return false;
+}
+
 int SapsimProcess::Stop() {
   if (pid_ <= 0) return -1;
   kill(pid_, SIGCONT);  // a stopped process cannot act on SIGTERM

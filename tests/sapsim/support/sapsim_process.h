@@ -51,6 +51,9 @@ class SapsimProcess {
   std::string port_text() const { return std::to_string(port_); }
 
   void Signal(int signal) const;
+  // SIGSTOP, and returns once the process is really stopped (signals arrive
+  // asynchronously); false if it did not stop within a few seconds.
+  bool Pause() const;
   // SIGTERM, then waits; the exit code (128 + signal when killed).
   int Stop();
   // Everything the system logged so far.

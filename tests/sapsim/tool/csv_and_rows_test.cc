@@ -1,10 +1,13 @@
 // CSV parsing and batch lines built from it.
 
 #include <cstring>
+#include <fstream>
+#include <iterator>
 
 #include <gtest/gtest.h>
 
 #include "sapsim/server/builtin_structures.h"
+#include "sapsim/server/system_file.h"
 #include "sapsim/tool/batch_rows.h"
 #include "sapsim/tool/csv_reader.h"
 
@@ -79,6 +82,32 @@ TEST_F(BatchRowsTest, MistakesNameLineAndColumn) {
   EXPECT_EQ("line 2: 3 values, the header names 2 columns", Build("NAME,QTY\na,1,2\n", &rows));
   EXPECT_EQ("line 1, column 2: column NAME appears twice", Build("NAME,NAME\n", &rows));
   EXPECT_EQ("no header line (the first line names the fields of ZLINE)", Build("", &rows));
+}
+
+}  // namespace
+}  // namespace sapsim::tool
+
+namespace sapsim::tool {
+namespace {
+
+// The sample batches users start from must fit the example system.
+TEST(ExampleBatches, FitTheirStructures) {
+  server::SystemDefinition system = server::LoadSystemFile(std::string(BS_TEST_SOURCE_DIR) + "/examples/system.json");
+  const std::pair<const char*, const char*> batches[] = {{"orders.csv", "ZBATCH_ORDER"},
+                                                         {"customers.csv", "ZBATCH_CUSTOMER"}};
+  for (const auto& [file, structure] : batches) {
+    std::ifstream in(std::string(BS_TEST_SOURCE_DIR) + "/examples/batches/" + file, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<CsvRecord> records;
+    std::string error;
+    ASSERT_TRUE(ParseCsv(text, &records, &error)) << file << ": " << error;
+    BatchRows rows;
+    ASSERT_TRUE(BuildBatchRows(records, structure, system.structures.at(structure).layout, &rows, &error))
+        << file << ": " << error;
+    EXPECT_GE(rows.row_count, 3u) << file;
+    // Every sample has the characters XML needs to escape, and blanks.
+    for (const char* marker : {"<", "&", ">", "\"", "'", "  "}) EXPECT_NE(std::string::npos, text.find(marker)) << file;
+  }
 }
 
 }  // namespace
