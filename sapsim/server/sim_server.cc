@@ -36,10 +36,16 @@ void SimServer::AcceptLoop(const wire::Socket& listener, bool message_server) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (stopping_ || !socket.valid()) return;
     ReapFinished();
-    connections_.emplace_back();
-    Connection* connection = &connections_.back();
-    connection->channel = std::make_shared<wire::FrameChannel>(std::move(socket));
-    connection->thread = std::thread([this, connection, message_server] { Serve(connection, message_server); });
+    try {
+      connections_.emplace_back();
+      Connection* connection = &connections_.back();
+      connection->channel = std::make_shared<wire::FrameChannel>(std::move(socket));
+      connection->thread = std::thread([this, connection, message_server] { Serve(connection, message_server); });
+    } catch (const std::exception& e) {
+      // No thread (or no memory) for this connection: drop it, keep serving the others.
+      if (!connections_.empty() && !connections_.back().thread.joinable()) connections_.pop_back();
+      EventLog::Write(std::string("connection refused: ") + e.what());
+    }
   }
 }
 
