@@ -3,7 +3,9 @@
 //   - a 10,000-line table of 200-byte lines sent the way `sapsim call` sends
 //     it (through the gateway to a registered server that takes it with
 //     RfcGetData and answers with RfcSendData) against the same bytes sent
-//     once over a loopback socket and answered with 4 bytes.
+//     once over a loopback socket and answered with 4 bytes, and against
+//     the same bytes passed on by a plain relay thread (two hops, like the
+//     gateway's).
 // The table benchmark also reports how much heap the library holds for the
 // received table, per byte of table (lib_bytes_per_table_byte).
 
@@ -242,11 +244,49 @@ void BM_RfcPing(benchmark::State& state) {
 }
 BENCHMARK(BM_RfcPing)->UseRealTime();
 
+// Passes everything between a client and `target_port` on, as it arrives,
+// the way the gateway relays a call (for the two-hop baseline).
+class LoopbackRelay {
+ public:
+  explicit LoopbackRelay(uint16_t target_port) {
+    std::string error;
+    listener_ = w::Socket::Listen("127.0.0.1", 0, &error);
+    relay_ = std::thread([this, target_port] {
+      w::Socket in = listener_.Accept();
+      std::string error;
+      w::Socket out = w::Socket::Connect("127.0.0.1", target_port, &error);
+      std::thread back([&] { Pump(out.fd(), in.fd()); });
+      Pump(in.fd(), out.fd());
+      out.Shutdown();
+      back.join();
+    });
+  }
+  ~LoopbackRelay() { relay_.join(); }
+  uint16_t port() const { return listener_.LocalPort(); }
+
+ private:
+  static void Pump(int from, int to) {
+    std::vector<uint8_t> chunk(1024 * 1024);
+    for (;;) {
+      ssize_t n = recv(from, chunk.data(), chunk.size(), 0);
+      if (n <= 0) return;
+      for (ssize_t sent = 0; sent < n;) {
+        ssize_t m = send(to, chunk.data() + sent, static_cast<size_t>(n - sent), MSG_NOSIGNAL);
+        if (m <= 0) return;
+        sent += m;
+      }
+    }
+  }
+  w::Socket listener_;
+  std::thread relay_;
+};
+
 // A connected pair of loopback sockets and a thread on the far end that
-// reads `request` bytes and answers `answer` bytes, for ever.
+// reads `request` bytes and answers `answer` bytes, for ever; with `relayed`
+// the bytes pass through a LoopbackRelay on the way.
 class LoopbackPeer {
  public:
-  LoopbackPeer(size_t request, size_t answer) : request_(request), answer_(answer) {
+  LoopbackPeer(size_t request, size_t answer, bool relayed = false) : request_(request), answer_(answer) {
     std::string error;
     listener_ = w::Socket::Listen("127.0.0.1", 0, &error);
     peer_ = std::thread([this] {
@@ -263,10 +303,12 @@ class LoopbackPeer {
         if (send(socket.fd(), out.data(), answer_, MSG_NOSIGNAL) <= 0) return;
       }
     });
-    client_ = w::Socket::Connect("127.0.0.1", listener_.LocalPort(), &error);
+    if (relayed) relay_ = std::make_unique<LoopbackRelay>(listener_.LocalPort());
+    client_ = w::Socket::Connect("127.0.0.1", relayed ? relay_->port() : listener_.LocalPort(), &error);
   }
   ~LoopbackPeer() {
     client_.Shutdown();
+    relay_.reset();
     peer_.join();
   }
   bool RoundTrip(const uint8_t* data) {
@@ -290,6 +332,7 @@ class LoopbackPeer {
   size_t request_;
   size_t answer_;
   w::Socket listener_;
+  std::unique_ptr<LoopbackRelay> relay_;
   w::Socket client_;
   std::thread peer_;
 };
@@ -358,6 +401,21 @@ void BM_LoopbackTable(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kRows * kLine);
 }
 BENCHMARK(BM_LoopbackTable)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// The same bytes through a relay in between: the least any path through a
+// gateway process can cost.
+void BM_LoopbackRelayedTable(benchmark::State& state) {
+  LoopbackPeer peer(static_cast<size_t>(kRows) * kLine, 4, true);
+  std::vector<uint8_t> rows = TableBytes();
+  for (auto _ : state) {
+    if (!peer.RoundTrip(rows.data())) {
+      state.SkipWithError("loopback failed");
+      return;
+    }
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kRows * kLine);
+}
+BENCHMARK(BM_LoopbackRelayedTable)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
