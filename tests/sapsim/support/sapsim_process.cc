@@ -13,9 +13,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -25,35 +23,15 @@ extern char** environ;
 
 namespace sapsim::testing {
 
-namespace fs = std::filesystem;
-
-TempDir::TempDir() {
-  std::string pattern = (fs::temp_directory_path() / "sapsim-test-XXXXXX").string();
-  std::vector<char> buffer(pattern.begin(), pattern.end());
-  buffer.push_back('\0');
-  if (mkdtemp(buffer.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  path_ = buffer.data();
-}
-
-TempDir::~TempDir() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
-
 std::string TempDir::Write(const std::string& name, const std::string& text) const {
-  std::string file = path_ + "/" + name;
+  std::string file = File(name);
   std::ofstream out(file, std::ios::binary);
   out << text;
   if (!out) throw std::runtime_error("cannot write " + file);
   return file;
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+std::string ReadFile(const std::string& path) { return testutil::ReadBytes(path); }
 
 namespace {
 

@@ -8,22 +8,15 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/temp_dir.h"
+
 namespace sapsim::testing {
 
-// A fresh folder under the system's temporary folder, removed with its
-// content when the object goes.
-class TempDir {
+// The tests' shared temporary folder, with a way to put a file in it.
+class TempDir : public testutil::TempDir {
  public:
-  TempDir();
-  ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return path_; }
   // Writes `text` to path()/name and returns the file's path.
   std::string Write(const std::string& name, const std::string& text) const;
-
- private:
-  std::string path_;
 };
 
 std::string ReadFile(const std::string& path);
