@@ -1,10 +1,18 @@
 #include "app/worker.h"
 
 #include <algorithm>
+#include <memory>
 
+#include "access/client_connection.h"
+#include "access/dd_info.h"
+#include "access/read_table.h"
 #include "app/batch_app.h"
+#include "app/batch_server_app.h"
+#include "app/batch_server_func.h"
 #include "app/decimal_text.h"
+#include "app/gateway_connection.h"
 #include "app/globals.h"
+#include "output/xml_batch_document.h"
 #include "platform/clock.h"
 #include "rfc/binding/rfc_binding.h"
 
@@ -32,19 +40,6 @@ void PrepareLog() {
   log.WriteHeader();
 }
 
-// Stands in for the server loop until the RFC side exists: at every idle
-// moment it does what the loop's idle callback will do, pausing and then
-// testing the stop event; once stopped, it clears the running flag.
-void IdleUntilStopped(CWorkerContext& context) {
-  const std::string instance = ProcessSettings().GetInstanceName();
-  for (;;) {
-    platform::Sleep(IdlePauseMs());
-    if (CBatchApp::IsRunning(instance) == 1) continue;
-    context.running = 0;
-    return;
-  }
-}
-
 // Step 4: the library is loaded again in every cycle and never unloaded. A
 // library that cannot be loaded is the one failure not worth retrying.
 bool LoadLibrary() {
@@ -55,14 +50,100 @@ bool LoadLibrary() {
   return false;
 }
 
-// Steps 3 to 12. Returns false when the worker must end for good.
+// The cycle's batch functions; the server application lists them but does
+// not own them.
+using BatchFunctions = std::vector<std::unique_ptr<CBatchServerFunc>>;
+
+// Step 5: registration comes before the client logon.
+void RegisterAtGateway(CGatewayConnection& gateway) {
+  if (gateway.IsRegistered()) gateway.CancelRegistration();
+  gateway.Register();
+}
+
+// Step 6.
+void LogOn(CClientConnection& client) {
+  const CSettings& settings = ProcessSettings();
+  const int trace = DecimalTextToInt(settings.GetTrace());
+  if (LogonThroughMessageServer()) {
+    client.SetLoadBalancingLogon(1, settings.GetMessageServer(), settings.GetSystem(),
+                                 settings.GetGroup(), settings.GetClient(), settings.GetUser(),
+                                 settings.GetPassword(), settings.GetLanguage(), trace);
+    client.OpenLoadBalanced();
+  } else {
+    client.SetAppServerLogon(settings.GetClientHost(), DecimalTextToInt(settings.GetSystemNumber()),
+                             settings.GetClient(), settings.GetUser(), settings.GetPassword(),
+                             settings.GetLanguage(), settings.GetGatewayService(), trace);
+    client.Open();
+  }
+}
+
+// Step 9: one batch function per row whose ACTIVE is exactly "Y" and whose
+// structure the dictionary describes.
+void AddBatchFunctions(CClientConnection& client, CReadTable& batches, CBatchServerApp& app,
+                       BatchFunctions& functions) {
+  const int rows = static_cast<int>(batches.GetRowCount());
+  for (int row = 0; row < rows; ++row) {
+    std::string active, program, function_name, structure;
+    if (batches.GetCell("ACTIVE", row, active) == 0 || active != "Y") continue;
+    if (batches.GetCell("PROGRAMM", row, program) == 0) continue;
+    if (batches.GetCell("FUNCTION", row, function_name) == 0) continue;
+    if (batches.GetCell("STRUCTURE", row, structure) == 0) continue;
+
+    CDdInfo info(&client, structure);
+    if (info.IsComplete() == 0) continue;
+    std::unique_ptr<CBatchServerFunc> function;
+    try {
+      function = std::make_unique<CBatchServerFunc>(&app, function_name, structure,
+                                                     info.GetColumns(), &OnReceiveData);
+    } catch (const std::string& reason) {
+      // A structure the batch function cannot lay out costs only that
+      // function, not the other rows.
+      ProcessLog().Write(LOG_TIME | LOG_NEWLINE1,
+                         "Skip Server Function: " + function_name + " (" + reason + ")");
+      continue;
+    }
+    app.AddFunction(function.get());
+    functions.push_back(std::move(function));
+    ProcessLog().Write(LOG_NEWLINE1, "Add Server Function: " + function_name);
+  }
+}
+
+// Step 10.
+void WriteWaitingLines() {
+  CLogFile& log = ProcessLog();
+  log.WriteFormat(LOG_NEWLINE1, "%s", "");
+  log.WriteFormat(LOG_NEWLINE1, "%s", "");
+  log.WriteFormat(LOG_NEWLINE1, "%s", "...WAITING FOR BATCHES...");
+  log.WriteFormat(LOG_NEWLINE1, "%s", "");
+  log.WriteFormat(LOG_NEWLINE1, "%s", "");
+}
+
+// Steps 3 to 12. Returns false when the worker must end for good. The
+// cycle's objects are destroyed on the way out, also by an exception, which
+// ends the registration and the logon before the next cycle.
 bool RunServiceCycle(CWorkerContext& context) {
   PrepareLog();
   if (!LoadLibrary()) return false;
-  // Steps 5 to 10 (register at the gateway, log on, read ZKTZ_BATCHES, add
-  // the batch functions, write the waiting lines) come here; step 11 then
-  // replaces the idle wait by the server loop.
-  IdleUntilStopped(context);
+
+  const CSettings& settings = ProcessSettings();
+  CGatewayConnection gateway(settings.GetProgramId(), settings.GetGatewayHost(),
+                             settings.GetGatewayService());
+  RegisterAtGateway(gateway);
+
+  CClientConnection client;
+  LogOn(client);
+
+  BatchFunctions functions;
+  CBatchServerApp app(&gateway, &context);
+  app.SetListenCallback(&ListenCallback);
+
+  CReadTable batches(&client);
+  batches.ReadTable("ZKTZ_BATCHES", " ", " ", "0", "0");
+  AddBatchFunctions(client, batches, app, functions);
+  WriteWaitingLines();
+
+  app.SetListenCallback(&ListenCallback);
+  app.Run(0);
   return true;
 }
 
@@ -80,6 +161,30 @@ uint32_t IdlePauseMs() {
 }
 
 bool LogonThroughMessageServer() { return ProcessSettings().GetLoadBalancing() == "Yes"; }
+
+int32_t ListenCallback(CRfcConnection* connection, CWorkerContext* context) {
+  platform::Sleep(IdlePauseMs());
+  if (CBatchApp::IsRunning(ProcessSettings().GetInstanceName()) == 1) return 1;
+  // Closing makes the server loop return; the cycle then ends, and the
+  // worker with it.
+  if (connection != nullptr) connection->Close();
+  if (context != nullptr) context->running = 0;
+  return 0;
+}
+
+int32_t OnReceiveData(CBatchServerFunc* function) {
+  CXmlBatchDocument document(*function, 1);
+  const CSettings& settings = ProcessSettings();
+  // A failed save is not looked at: the batch is still logged and answered.
+  document.Save(settings.GetXmlDirectory() + "/" + function->GetBatchId() + ".xml");
+
+  CLogFile& log = ProcessLog();
+  const std::string directory = settings.GetLogDirectory();
+  if (!directory.empty()) log.SetPath(directory + "/" + CLogFile::GetDate() + ".log");
+  log.SetDescription(settings.GetInstanceName());
+  log.Write(LOG_TIME | LOG_NEWLINE1, "Receive data: " + function->GetBatchId() + ".xml");
+  return 1;
+}
 
 uint32_t WorkerThread(void* argument) {
   CWorkerContext& context = *static_cast<CWorkerContext*>(argument);

@@ -7,6 +7,8 @@
 
 #include "rfc/binding/rfc_library_api.h"
 
+class CBatchServerFunc;
+class CRfcConnection;
 class CWorkerContext;
 
 // Thread procedure; `context` is the CWorkerContext made by CBatchApp::Start.
@@ -23,3 +25,14 @@ uint32_t IdlePauseMs();
 // True when the client logs on through a message server: the load-balancing
 // setting is exactly "Yes".
 bool LogonThroughMessageServer();
+
+// The server loop's idle callback: pauses for the listen timer + 1 ms, then
+// returns 1 while the stop event is not set; once it is, closes `connection`
+// (which ends the loop), clears the context's running flag and returns 0.
+int32_t ListenCallback(CRfcConnection* connection, CWorkerContext* context);
+
+// The receive handler of every batch function: writes the batch as
+// <xml.path>/<batch id>.xml and logs "Receive data: <batch id>.xml". File
+// errors of the log are thrown (std::string); a failed XML save is not
+// looked at. Returns 1.
+int32_t OnReceiveData(CBatchServerFunc* function);
