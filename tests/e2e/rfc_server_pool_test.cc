@@ -1,0 +1,253 @@
+// The server application's thread pool against the scripted RFC library:
+// accepts that fail, the thread limit, a clone per call, functions without
+// clone, and the monitor's report. Once Run started a pool the process stays
+// in pool mode, so these tests live apart from the single-threaded ones.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "rfc/binding/rfc_binding.h"
+#include "rfc/core/rfc_connection.h"
+#include "rfc/core/rfc_trace.h"
+#include "rfc/server/rfc_server_app.h"
+#include "tests/e2e/scripted_rfc_library.h"
+#include "tests/e2e/server_test_support.h"
+#include "tests/rfc/trace_capture.h"
+
+namespace {
+
+using server_test::CloneFunc;
+using server_test::CountOf;
+using server_test::EchoFunc;
+using server_test::kCloneExplanation;
+
+constexpr const char* kThreadsFailed = "In CRfcServerApp::Run,  some threads failed in this RFC server.";
+
+class ServerPoolTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(SCRIPTED_RFC_LIBRARY)); }
+
+  void SetUp() override {
+    script().Reset();
+    // The pool's threads accept with the vector the application's connection
+    // was last given.
+    word_ = {'-', 'a', 'P', 'O', 'O', 'L', '\0'};
+    argv_[0] = word_.data();
+    argv_[1] = nullptr;
+    connection_.Accept(argv_);
+    ASSERT_EQ(connection_.GetHandle(), 1u);
+    script().Reset();
+    script().first_handle = 10;
+    // Threads whose accept failed read this from RfcLastErrorEx.
+    ScriptedRfc::SetErrorEx(script().accept_error_ex, 101, "RFC_ERROR_COMMUNICATION",
+                            "gateway refused");
+  }
+
+  static ScriptedRfc& script() { return ScriptOf(SCRIPTED_RFC_LIBRARY); }
+
+  // Connections the pool was cancelled on end the threads well.
+  static void CancelWhenIdle() {
+    script().dispatch_default = RFC_CLOSED;
+    ScriptedRfc::SetErrorEx(script().last_error_ex, 109, "RFC_ERROR_CANCELLED",
+                            "registration cancelled");
+  }
+
+  // Runs the pool; the text it throws (or "") and what it printed.
+  struct PoolRun {
+    int rc = -1;
+    std::string thrown;
+    std::string out;
+  };
+  PoolRun RunPool(CRfcServerApp& app, int threads) {
+    PoolRun run;
+    testing::internal::CaptureStdout();
+    try {
+      run.rc = app.Run(threads);
+    } catch (const char* text) {
+      run.thrown = text;
+    }
+    run.out = testing::internal::GetCapturedStdout();
+    return run;
+  }
+
+  std::vector<char> word_;
+  char* argv_[2] = {nullptr, nullptr};
+  CRfcConnection connection_;
+};
+
+TEST_F(ServerPoolTest, ThreadWhoseAcceptFailsEndsWith99AndRunReportsIt) {
+  CRfcServerApp app(&connection_);
+  CancelWhenIdle();
+  script().failing_accepts = {2};
+
+  PoolRun run;
+  const rfc_test::TracedRun traced = rfc_test::RunTraced([&] { run = RunPool(app, 3); });
+  EXPECT_EQ(run.thrown, kThreadsFailed);
+  // The count goes to the trace of the thread that ran the pool.
+  EXPECT_TRUE(server_test::Contains(
+      traced.lines, {"CRfcServerApp::Run(void) called", "   1 threads failed in this server.", ""}))
+      << traced.content;
+
+  const std::string& out = run.out;
+  EXPECT_EQ(out.rfind("\n Main Thread  StartThreadServer", 0), 0u) << out;
+  EXPECT_EQ(CountOf(out, "RfcAccept          handle = "), 3) << out;
+  std::smatch failed;
+  ASSERT_TRUE(std::regex_search(out, failed,
+                                std::regex("\n Thread +([0-9]+):  RfcAccept          handle = 0")))
+      << out;
+  const std::string number = failed[1];
+  char prefix[32];
+  std::snprintf(prefix, sizeof prefix, "\n Thread %3d:  ", std::stoi(number));
+  EXPECT_NE(out.find(std::string(prefix) +
+                     "\n RfcLastErrorEx\n\n"
+                     "\nRFC call/exception: RfcAccept\n"
+                     "Group       Error group 101\n"
+                     "Key         RFC_ERROR_COMMUNICATION\n"
+                     "Message     gateway refused\n"),
+            std::string::npos)
+      << out;
+  EXPECT_NE(out.find("\n\n Main Thread:  RFC-ERROR OCCURS  ==>  Thread " + number + " exited\n"),
+            std::string::npos)
+      << out;
+  EXPECT_EQ(CountOf(out, "Wait for next RFC call with RfcDispatch.........."), 2) << out;
+  EXPECT_NE(out.find("\n\n Main Thread:  2 thread(s) successfully terminated.\n"), std::string::npos);
+  EXPECT_NE(out.find("\n\n Main Thread:  1 thread(s) terminated with an error.\n"),
+            std::string::npos);
+  // The report closes the null handle, as the library's cleanup.
+  const std::vector<ScriptedRfcCall> closed = script().CallsOf("RfcClose");
+  ASSERT_EQ(closed.size(), 1u);
+  EXPECT_EQ(closed[0].handle, 0u);
+  // Every accept used the application connection's vector.
+  for (const ScriptedRfcCall& accept : script().CallsOf("RfcAccept")) EXPECT_EQ(accept.text, "-aPOOL");
+  EXPECT_TRUE(CRfcServerApp::IsMultiThreaded());
+}
+
+TEST_F(ServerPoolTest, AtMostOneThousandAndOneThreadsAreStarted) {
+  CRfcServerApp app(&connection_);
+  script().fail_every_accept = true;
+  PoolRun run;
+  const rfc_test::TracedRun traced = rfc_test::RunTraced([&] { run = RunPool(app, 2000); });
+  EXPECT_EQ(run.thrown, kThreadsFailed);
+  EXPECT_TRUE(server_test::Contains(traced.lines, {"2000 threads failed in this server."}))
+      << traced.content;
+  EXPECT_EQ(CountOf(run.out, "RfcAccept          handle = 0"), 1001);
+  EXPECT_EQ(CountOf(run.out, "RFC-ERROR OCCURS"), 1001);
+  EXPECT_NE(run.out.find("\n Thread 1001:  RfcAccept"), std::string::npos);
+  EXPECT_EQ(run.out.find("Thread 1002"), std::string::npos);
+  EXPECT_NE(run.out.find("\n\n Main Thread:  1001 thread(s) terminated with an error.\n"),
+            std::string::npos);
+  EXPECT_EQ(run.out.find("successfully terminated"), std::string::npos);
+  EXPECT_EQ(static_cast<int>(script().CallsOf("RfcAccept").size()), 1001);
+}
+
+TEST_F(ServerPoolTest, EveryCallIsServedOnAFreshClone) {
+  CRfcServerApp app(&connection_);
+  CloneFunc registered("Z_CLONED");
+  app.AddFunction(&registered);
+  CloneFunc::clones_made = 0;
+  CloneFunc::destroyed = 0;
+  CloneFunc::processed = 0;
+  script().pending_calls = {"Z_CLONED", "Z_CLONED", "Z_CLONED", "Z_CLONED", "Z_CLONED", "Z_CLONED"};
+  CancelWhenIdle();
+
+  const PoolRun run = RunPool(app, 3);
+  EXPECT_EQ(run.thrown, "");
+  EXPECT_EQ(run.rc, 0);
+  EXPECT_EQ(CloneFunc::clones_made, 6);
+  EXPECT_EQ(CloneFunc::destroyed, 6);
+  EXPECT_EQ(CloneFunc::processed, 6);
+  EXPECT_EQ(registered.GetConnection(), nullptr);
+  EXPECT_EQ(script().CallsOf("RfcSendData").size(), 6u);
+  // Each clone learnt the release on its own borrowed connection.
+  EXPECT_EQ(script().CallsOf("RfcGetAttributes").size(), 6u);
+  EXPECT_NE(run.out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"),
+            std::string::npos)
+      << run.out;
+  EXPECT_EQ(run.out.find("terminated with an error"), std::string::npos);
+  EXPECT_EQ(run.out.find("You have to implement"), std::string::npos);
+}
+
+TEST_F(ServerPoolTest, FunctionWithoutCloneIsRefusedOnEveryCallWithTheCallingThread) {
+  rfc_test::TempDir trace_dir;
+  GetRfcTrace().SetDirectory(trace_dir.path());
+  GetRfcTrace().SetTraceOn(1);
+
+  CRfcServerApp app(&connection_);
+  EchoFunc echo("Z_ECHO");
+  app.AddFunction(&echo);
+  script().pending_calls = {"Z_ECHO", "Z_ECHO", "Z_ECHO"};
+  CancelWhenIdle();
+  const PoolRun run = RunPool(app, 2);
+  GetRfcTrace().SetTraceOn(0);
+
+  EXPECT_EQ(run.rc, 0) << run.thrown;
+  EXPECT_EQ(echo.processed, 0);
+  EXPECT_TRUE(script().CallsOf("RfcGetData").empty());
+  const std::regex refused(
+      "\n Thread +([12]):  You have to implement the clone function CRfcServerFunc::clone\\(\\) in "
+      "the derived class of CRfcServerFunc\\.");
+  EXPECT_EQ(std::distance(std::sregex_iterator(run.out.begin(), run.out.end(), refused),
+                          std::sregex_iterator()),
+            3)
+      << run.out;
+
+  // The long explanation went to the trace of the threads that served.
+  std::string explanation;
+  for (const char* p = kCloneExplanation; *p != '\0'; ++p) {
+    if (*p == '\n') explanation += '\r';
+    explanation += *p;
+  }
+  int explained = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(trace_dir.path())) {
+    explained += CountOf(rfc_test::ReadFile(entry.path().string()), explanation);
+  }
+  EXPECT_EQ(explained, 3);
+}
+
+TEST_F(ServerPoolTest, HandlesBeyondTheThreadTableReportAsTheMainThread) {
+  CRfcServerApp app(&connection_);
+  EchoFunc echo("Z_ECHO");
+  app.AddFunction(&echo);
+  script().first_handle = CRfcServerApp::kThreadTableSize;
+  script().pending_calls = {"Z_ECHO"};
+  CancelWhenIdle();
+  const PoolRun run = RunPool(app, 1);
+  EXPECT_EQ(run.rc, 0);
+  EXPECT_NE(run.out.find("\n Thread   1:  RfcAccept          handle = 2499"), std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find("\n Main Thread  You have to implement the clone function"),
+            std::string::npos)
+      << run.out;
+}
+
+TEST_F(ServerPoolTest, ConnectionClosedWithoutCancellationIsAcceptedAgain) {
+  CRfcServerApp app(&connection_);
+  // The first connection closes with another group; the second accept fails.
+  script().dispatch_default = RFC_CLOSED;
+  ScriptedRfc::SetErrorEx(script().last_error_ex, 104, "RFC_ERROR_CLOSED", "partner left");
+  script().failing_accepts = {2};
+  const PoolRun run = RunPool(app, 1);
+  EXPECT_EQ(run.thrown, kThreadsFailed);
+  EXPECT_NE(run.out.find("\n Thread   1:  RfcAccept          handle = 10"), std::string::npos)
+      << run.out;
+  EXPECT_NE(run.out.find("\n Thread   1:  RfcAccept          handle = 0"), std::string::npos);
+  EXPECT_NE(run.out.find("RFC-ERROR OCCURS  ==>  Thread 1 exited"), std::string::npos);
+}
+
+TEST_F(ServerPoolTest, StartingAPoolWithoutConnectionIsRefused) {
+  CRfcServerApp app(nullptr);
+  const char* text =
+      "In CRfcServerApp::StartThreadServer, no RFC connection established yet for the application!";
+  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { app.StartThreadServer(2); });
+  EXPECT_EQ(run.thrown, text);
+  EXPECT_TRUE(server_test::Contains(run.lines, {"CRfcServerApp::StartThreadServer called", text}))
+      << run.content;
+  EXPECT_TRUE(script().CallsOf("RfcAccept").empty());
+}
+
+}  // namespace

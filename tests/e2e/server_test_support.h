@@ -1,0 +1,120 @@
+#pragma once
+// Server functions and small helpers shared by the server framework's tests.
+
+#include <algorithm>
+#include <atomic>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "rfc/core/rfc_connection.h"
+#include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_table_param.h"
+#include "rfc/server/rfc_server_func.h"
+
+namespace server_test {
+
+// The explanation the base clone writes to the trace.
+inline constexpr const char* kCloneExplanation =
+    "\n\nYou have to implement this clone function CRfcServerFunc::clone() \n \tin the derived "
+    "class of CRfcServerFunc. \n     Suppose the derived class is Derived (: public "
+    "CRfcServerFunc), \n \tthe clone function can then be defined in the following: \n     "
+    "CRfcServerFunc * Dervied::clone() {return new Derived(*this);}.  \n \tBut it requires "
+    "implementation of a copy constructor. \n     Derived::Derived(Derived & ).  \n \tTherefore, "
+    "in the derived class of CRfc ServerFunc, \n \tthe copy constructor must be implemented. \n "
+    "\tPlease see the multithreading server documentation and/or sample\n\n";
+
+// A server function with an import, an export and a table (or the table
+// alone) that records what its calls saw. It does not implement clone.
+class EchoFunc : public CRfcServerFunc {
+ public:
+  explicit EchoFunc(const char* name, const char* docu = nullptr, bool with_scalars = true)
+      : CRfcServerFunc(name), docu_(docu) {
+    if (with_scalars) {
+      AddImport(&in_);
+      AddExport(&out_);
+    }
+    AddTable(&lines_);
+  }
+
+  int Process() override {
+    ++processed;
+    handle_seen = GetHandle();
+    connection_seen = GetConnection();
+    if (throw_text != nullptr) throw throw_text;
+    if (!throw_string.empty()) throw throw_string;
+    out_.Value() = processed;
+    out_.SetActive(1);
+    return 0;
+  }
+  const char* GetDocu() override {
+    return docu_ != nullptr ? docu_ : CRfcServerFunc::GetDocu();
+  }
+
+  int processed = 0;
+  ConnectionHandle handle_seen = 0;
+  CRfcConnection* connection_seen = nullptr;
+  const char* throw_text = nullptr;
+  std::string throw_string;
+
+ private:
+  const char* docu_;
+  CRfcSimpleParam in_{"IN_VALUE", TYPE_CHAR, 10, 0, 0};
+  CRfcSimpleParam out_{"OUT_VALUE", TYPE_INT, 4, 0, 0};
+  CRfcTableParam lines_{"LINES", 10, 0, 0, nullptr, ""};
+};
+
+// A server function fit for the thread pool: each call works on a copy.
+class CloneFunc : public CRfcServerFunc {
+ public:
+  explicit CloneFunc(const char* name) : CRfcServerFunc(name) { Init(); }
+  CloneFunc(const CloneFunc& other) : CRfcServerFunc(other) {
+    Init();
+    ++clones_made;
+  }
+  ~CloneFunc() override { ++destroyed; }
+
+  CRfcServerFunc* clone() override { return new CloneFunc(*this); }
+  int Process() override {
+    ++processed;
+    out_->Value() = processed.load();
+    out_->SetActive(1);
+    return 0;
+  }
+
+  static inline std::atomic<int> clones_made{0};
+  static inline std::atomic<int> destroyed{0};
+  static inline std::atomic<int> processed{0};
+
+ private:
+  void Init() {
+    AddImport(in_.get());
+    AddExport(out_.get());
+  }
+  std::unique_ptr<CRfcSimpleParam> in_ =
+      std::make_unique<CRfcSimpleParam>("IN_VALUE", TYPE_CHAR, 10, 0, 0);
+  std::unique_ptr<CRfcSimpleParam> out_ =
+      std::make_unique<CRfcSimpleParam>("OUT_VALUE", TYPE_INT, 4, 0, 0);
+};
+
+template <typename T>
+int CountOf(const std::vector<T>& items, const T& item) {
+  return static_cast<int>(std::count(items.begin(), items.end(), item));
+}
+inline int CountOf(const std::vector<std::string>& items, const char* item) {
+  return CountOf(items, std::string(item));
+}
+inline int CountOf(const std::string& text, const std::string& part) {
+  int count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+// True when `lines` hold `run` as consecutive lines.
+inline bool Contains(const std::vector<std::string>& lines, std::initializer_list<std::string> run) {
+  const std::vector<std::string> wanted(run);
+  return std::search(lines.begin(), lines.end(), wanted.begin(), wanted.end()) != lines.end();
+}
+
+}  // namespace server_test
