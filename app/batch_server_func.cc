@@ -12,18 +12,26 @@
 
 namespace {
 
-// The dictionary numbers columns from 1; a column outside 1..n would index
-// the descriptor array out of its bounds, so such a structure is refused as
-// a whole before anything is changed.
+// The dictionary numbers columns from 1. A column outside 1..n would index
+// the descriptor array out of its bounds, and a column given twice would
+// leave a hole in the line layout, so such a structure is refused as a whole
+// before anything is changed.
 void CheckColumns(const std::string& structure_name, const CBatchServerFunc::DdColumns& columns,
                   int count) {
+  std::vector<bool> taken(static_cast<size_t>(count) + 1, false);
   for (const auto& entry : columns) {
     if (!entry.second) continue;
     const int column = entry.second->GetColumn();
+    const std::string field = entry.second->GetName();
     if (column < 1 || column > count) {
       throw "Structure " + structure_name + ": column " + std::to_string(column) + " of field " +
-          entry.second->GetName() + " is outside 1.." + std::to_string(count);
+          field + " is outside 1.." + std::to_string(count);
     }
+    if (taken[static_cast<size_t>(column)]) {
+      throw "Structure " + structure_name + ": column " + std::to_string(column) + " of field " +
+          field + " is given twice";
+    }
+    taken[static_cast<size_t>(column)] = true;
   }
 }
 

@@ -30,9 +30,9 @@ class CBatchServerFunc : public CRfcServerFunc {
   using DdColumns = std::map<uint16_t, std::unique_ptr<CSapColumn>>;  // CDdInfo::Columns
 
   // Builds BATCH_RC and BATCH_TABLE from the structure's fields. The column
-  // numbers of `columns` are turned into 0-based numbers in place. Columns
-  // outside 1..n are refused before anything changes: a std::string naming
-  // the structure and the column is thrown.
+  // numbers of `columns` are turned into 0-based numbers in place. A column
+  // outside 1..n, or one given twice, is refused before anything changes: a
+  // std::string naming the structure, the column and the field is thrown.
   CBatchServerFunc(CBatchServerApp* app, const std::string& function_name,
                    const std::string& structure_name, DdColumns& columns,
                    ReceiveHandler handler);

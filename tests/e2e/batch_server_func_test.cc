@@ -1,0 +1,291 @@
+// The worker's server application and the batch functions: the idle hook
+// and its activity flag, the descriptor array built from the dictionary,
+// the refusal of columns outside the structure, batch ids, and one batch's
+// processing. librfcsim.so is loaded for its local parts (structure
+// registry, internal tables); no SAP system is needed.
+
+#include "app/batch_server_func.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <regex>
+#include <string>
+
+#include "access/sap_table.h"
+#include "app/batch_app.h"
+#include "app/batch_server_app.h"
+#include "platform/clock.h"
+#include "rfc/binding/rfc_binding.h"
+#include "rfc/core/rfc_connection.h"
+#include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_table_param.h"
+#include "tests/sapsim/support/rfc_library.h"
+
+namespace {
+
+using Columns = CBatchServerFunc::DdColumns;
+
+void AddColumn(Columns& columns, uint16_t key, const std::string& name, int column, int type,
+               int length, int decimals = 0) {
+  columns[key] = std::make_unique<CSapColumn>(name, column, 0, type, length, decimals);
+}
+
+// Three CHAR fields of 10, 8 and 3 bytes at positions 1, 2, 3.
+Columns ThreeCharFields() {
+  Columns columns;
+  AddColumn(columns, 1, "FIRST", 1, TYPE_CHAR, 10);
+  AddColumn(columns, 2, "SECOND", 2, TYPE_CHAR, 8);
+  AddColumn(columns, 3, "THIRD", 3, TYPE_CHAR, 3);
+  return columns;
+}
+
+bool IsZeroRecord(const CRfcFieldInfo& record) {
+  static const CRfcFieldInfo zero{};
+  return std::memcmp(&record, &zero, sizeof record) == 0;
+}
+
+class BatchServerTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
+  }
+};
+
+// ---- CBatchServerApp --------------------------------------------------
+
+struct CallbackLog {
+  int calls = 0;
+  CRfcConnection* connection = nullptr;
+  CWorkerContext* context = nullptr;
+};
+CallbackLog g_callback;
+
+int32_t RecordingCallback(CRfcConnection* connection, CWorkerContext* context) {
+  ++g_callback.calls;
+  g_callback.connection = connection;
+  g_callback.context = context;
+  return 0;
+}
+
+int32_t OtherCallback(CRfcConnection*, CWorkerContext*) { return 1; }
+
+TEST_F(BatchServerTest, IdleHookReportsActivityOnceAndRunsTheCallback) {
+  CRfcConnection connection;
+  CWorkerContext context;
+  CBatchServerApp app(&connection, &context);
+  EXPECT_EQ(app.GetWorkerContext(), &context);
+
+  // Without callback the hook only reads and clears the flag: 1 after
+  // construction, then 0 while nothing arrives.
+  EXPECT_EQ(app.OnIdle(), 1);
+  EXPECT_EQ(app.OnIdle(), 0);
+  EXPECT_EQ(app.OnIdle(), 0);
+
+  g_callback = CallbackLog{};
+  app.SetListenCallback(&RecordingCallback);
+  app.MarkActivity();
+  EXPECT_EQ(app.OnIdle(), 1);
+  EXPECT_EQ(app.OnIdle(), 0);
+  EXPECT_EQ(g_callback.calls, 2);
+  EXPECT_EQ(g_callback.connection, &connection);
+  EXPECT_EQ(g_callback.context, &context);
+
+  // A later callback replaces the earlier one.
+  app.SetListenCallback(&OtherCallback);
+  EXPECT_EQ(app.OnIdle(), 0);
+  EXPECT_EQ(g_callback.calls, 2);
+}
+
+// ---- CBatchServerFunc -------------------------------------------------
+
+TEST_F(BatchServerTest, DescriptorArrayHoldsTheFieldsByColumnThenTwoZeroRecords) {
+  CRfcConnection connection;
+  CBatchServerApp app(&connection, nullptr);
+  Columns columns = ThreeCharFields();
+  CBatchServerFunc function(&app, "z_batch_three", "ZTHREE", columns, nullptr);
+
+  EXPECT_STREQ(function.GetName(), "Z_BATCH_THREE");
+  EXPECT_EQ(function.GetFunctionName(), "z_batch_three");
+  EXPECT_EQ(function.GetStructureName(), "ZTHREE");
+  EXPECT_EQ(function.GetBatchId(), "");
+  EXPECT_EQ(function.GetRowWidth(), 21);
+  ASSERT_NE(function.GetTableParam(), nullptr);
+  EXPECT_EQ(function.GetTableParam()->GetLineLength(), 21);
+  EXPECT_STREQ(function.GetTableParam()->GetName(), "BATCH_TABLE");
+  EXPECT_NE(function.GetTableParam()->GetTypeHandle(), CRfcStructInfo::kNoTypeHandle);
+
+  const std::vector<CRfcFieldInfo>& array = function.GetFieldInfos();
+  ASSERT_EQ(array.size(), 5u);
+  const struct {
+    const char* name;
+    int offset;
+    int length;
+  } expected[] = {{"FIRST", 0, 10}, {"SECOND", 10, 8}, {"THIRD", 18, 3}};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_STREQ(array[i].name, expected[i].name);
+    EXPECT_EQ(array[i].column, i);
+    EXPECT_EQ(array[i].offset, expected[i].offset);
+    EXPECT_EQ(array[i].type, TYPE_CHAR);
+    EXPECT_EQ(array[i].length, expected[i].length);
+  }
+  EXPECT_TRUE(IsZeroRecord(array[3]));
+  EXPECT_TRUE(IsZeroRecord(array[4]));
+  // The dictionary's own records now count from 0.
+  EXPECT_EQ(columns[1]->GetColumn(), 0);
+  EXPECT_EQ(columns[2]->GetColumn(), 1);
+  EXPECT_EQ(columns[3]->GetColumn(), 2);
+
+  // BATCH_RC: an INT export, inactive until a batch sets it.
+  CRfcImpExpParam* rc = function.FindImpExp(function.GetExports(), "BATCH_RC");
+  ASSERT_NE(rc, nullptr);
+  EXPECT_EQ(rc, function.GetReturnCodeParam());
+  EXPECT_EQ(function.GetReturnCodeParam()->GetType(), TYPE_INT);
+  EXPECT_EQ(rc->GetLength(), 4);
+  EXPECT_EQ(rc->IsActive(), 0);
+  EXPECT_EQ(function.FindTable(function.GetTables(), "BATCH_TABLE"), function.GetTableParam());
+  EXPECT_EQ(function.GetImports().GetCount(), 0);
+}
+
+TEST_F(BatchServerTest, FieldsAreLaidOutWithTheLibrarysAlignment) {
+  CRfcConnection connection;
+  CBatchServerApp app(&connection, nullptr);
+  // Delivered out of order; columns decide the place.
+  Columns columns;
+  AddColumn(columns, 3, "COUNT", 3, TYPE_INT, 4);
+  AddColumn(columns, 1, "CODE", 1, TYPE_CHAR, 3);
+  AddColumn(columns, 2, "WEIGHT", 2, TYPE_FLOAT, 8);
+  AddColumn(columns, 4, "LEVEL", 4, TYPE_INT2, 2);
+  CBatchServerFunc function(&app, "Z_MIXED", "ZMIXED", columns, nullptr);
+
+  // The plain sum is the row width; the line is laid out naturally aligned.
+  EXPECT_EQ(function.GetRowWidth(), 17);
+  const std::vector<CRfcFieldInfo>& array = function.GetFieldInfos();
+  ASSERT_EQ(array.size(), 6u);
+  EXPECT_STREQ(array[0].name, "CODE");
+  EXPECT_EQ(array[0].offset, 0);
+  EXPECT_STREQ(array[1].name, "WEIGHT");
+  EXPECT_EQ(array[1].offset, 8);
+  EXPECT_STREQ(array[2].name, "COUNT");
+  EXPECT_EQ(array[2].offset, 16);
+  EXPECT_STREQ(array[3].name, "LEVEL");
+  EXPECT_EQ(array[3].offset, 20);
+  EXPECT_EQ(function.GetTableParam()->GetLineLength(), 24);
+  EXPECT_TRUE(IsZeroRecord(array[4]));
+  EXPECT_TRUE(IsZeroRecord(array[5]));
+}
+
+TEST_F(BatchServerTest, ColumnOutsideTheStructureIsRefusedBeforeAnythingChanges) {
+  CRfcConnection connection;
+  CBatchServerApp app(&connection, nullptr);
+  const struct {
+    int bad_column;
+  } cases[] = {{0}, {4}, {-1}, {65537}, {3000}};
+  for (const auto& c : cases) {
+    Columns columns;
+    AddColumn(columns, 1, "FIRST", 1, TYPE_CHAR, 10);
+    AddColumn(columns, 2, "SECOND", c.bad_column, TYPE_CHAR, 8);
+    AddColumn(columns, 3, "THIRD", 3, TYPE_CHAR, 3);
+    std::string message;
+    try {
+      CBatchServerFunc function(&app, "Z_BAD", "ZBROKEN", columns, nullptr);
+    } catch (const std::string& text) {
+      message = text;
+    }
+    EXPECT_EQ(message, "Structure ZBROKEN: column " + std::to_string(c.bad_column) +
+                           " of field SECOND is outside 1..3");
+    EXPECT_EQ(columns[1]->GetColumn(), 1);
+    EXPECT_EQ(columns[2]->GetColumn(), c.bad_column);
+    EXPECT_EQ(columns[3]->GetColumn(), 3);
+  }
+  // Two fields on one position leave another position empty: refused too.
+  Columns twice;
+  AddColumn(twice, 1, "FIRST", 1, TYPE_CHAR, 10);
+  AddColumn(twice, 2, "SECOND", 1, TYPE_CHAR, 8);
+  EXPECT_THROW(CBatchServerFunc(&app, "Z_TWICE", "ZTWICE", twice, nullptr), std::string);
+  EXPECT_EQ(app.GetFunctionCount(), 0);
+}
+
+TEST_F(BatchServerTest, StructureWithoutFieldsStillOffersItsFunction) {
+  CRfcConnection connection;
+  CBatchServerApp app(&connection, nullptr);
+  Columns none;
+  CBatchServerFunc function(&app, "Z_EMPTY", "ZEMPTY", none, nullptr);
+  EXPECT_EQ(function.GetRowWidth(), 0);
+  ASSERT_EQ(function.GetFieldInfos().size(), 2u);
+  EXPECT_TRUE(IsZeroRecord(function.GetFieldInfos()[0]));
+}
+
+TEST_F(BatchServerTest, BatchIdIsSecondsInTwelveDigitsAndMillisecondsInThree) {
+  EXPECT_EQ(CBatchServerFunc::FormatBatchId(1047032436, 7), "001047032436007");
+  EXPECT_EQ(CBatchServerFunc::FormatBatchId(0, 0), "000000000000000");
+  EXPECT_EQ(CBatchServerFunc::FormatBatchId(1795387013, 999), "001795387013999");
+  EXPECT_TRUE(std::regex_match(CBatchServerFunc::MakeBatchId(), std::regex("[0-9]{15}")));
+}
+
+TEST_F(BatchServerTest, BatchesOneSecondApartDifferByOneInTheirSeconds) {
+  // Start early in a second, so that neither reading is near a boundary.
+  while (platform::CalendarMilliseconds() > 200) platform::Sleep(5);
+  const std::string first = CBatchServerFunc::MakeBatchId();
+  platform::Sleep(1000);
+  const std::string second = CBatchServerFunc::MakeBatchId();
+  EXPECT_EQ(std::stoll(second.substr(0, 12)) - std::stoll(first.substr(0, 12)), 1)
+      << first << " " << second;
+}
+
+struct HandlerLog {
+  int calls = 0;
+  CBatchServerFunc* function = nullptr;
+  std::string batch_id;
+  int rc_active = -1;
+  bool fail = false;
+};
+HandlerLog g_handler;
+
+int32_t RecordingHandler(CBatchServerFunc* function) {
+  ++g_handler.calls;
+  g_handler.function = function;
+  g_handler.batch_id = function->GetBatchId();
+  g_handler.rc_active = function->GetReturnCodeParam()->IsActive();
+  if (g_handler.fail) throw std::string("log unavailable");
+  return 1;
+}
+
+TEST_F(BatchServerTest, ProcessStampsTheBatchCallsTheHandlerAndAnswersOne) {
+  CRfcConnection connection;
+  CBatchServerApp app(&connection, nullptr);
+  Columns columns = ThreeCharFields();
+  CBatchServerFunc function(&app, "Z_BATCH", "ZTHREE", columns, &RecordingHandler);
+  EXPECT_EQ(app.OnIdle(), 1);  // the flag of a fresh application
+  EXPECT_EQ(app.OnIdle(), 0);
+
+  g_handler = HandlerLog{};
+  EXPECT_EQ(function.Process(), 0);
+  EXPECT_EQ(g_handler.calls, 1);
+  EXPECT_EQ(g_handler.function, &function);
+  // The id is stamped before the handler runs, the answer set after it.
+  EXPECT_TRUE(std::regex_match(g_handler.batch_id, std::regex("[0-9]{15}")));
+  EXPECT_EQ(g_handler.batch_id, function.GetBatchId());
+  EXPECT_EQ(g_handler.rc_active, 0);
+  CRfcSimpleParam* rc = function.GetReturnCodeParam();
+  EXPECT_EQ(static_cast<RFC_INT>(rc->Value()), 1);
+  EXPECT_EQ(rc->IsActive(), 1);
+  EXPECT_EQ(app.OnIdle(), 1);
+
+  // A handler failure leaves Process unchanged; nothing is answered.
+  g_handler.fail = true;
+  rc->Value() = 0;
+  rc->SetActive(0);
+  EXPECT_THROW(function.Process(), std::string);
+  EXPECT_EQ(static_cast<RFC_INT>(rc->Value()), 0);
+  EXPECT_EQ(rc->IsActive(), 0);
+  EXPECT_EQ(app.OnIdle(), 0);
+
+  // Without handler a batch is still answered.
+  CBatchServerFunc silent(&app, "Z_SILENT", "ZTHREE", columns = ThreeCharFields(), nullptr);
+  EXPECT_EQ(silent.Process(), 0);
+  EXPECT_EQ(static_cast<RFC_INT>(silent.GetReturnCodeParam()->Value()), 1);
+}
+
+}  // namespace
