@@ -44,14 +44,15 @@ class CGatewayConnection : public CRfcConnection {
   const std::string& GetProgramId() const { return program_id_; }
   const std::string& GetGatewayHost() const { return gateway_host_; }
   const std::string& GetGatewayService() const { return gateway_service_; }
+  // The accept string's trace option; nothing in the batch server sets it.
   int32_t GetGatewayTraceFlag() const { return trace_flag_; }
+  void SetGatewayTraceFlag(int32_t trace_flag) { trace_flag_ = trace_flag; }
 
  private:
   std::string accept_string_;
   std::string program_id_;
   std::string gateway_host_;
   std::string gateway_service_;
-  // Nothing sets it; kept so that the accept string can carry "-t".
   int32_t trace_flag_ = 0;
   // Pointers into argument_buffer_, which must not move while they live.
   std::vector<char*> argument_vector_;

@@ -1,0 +1,239 @@
+// The data-access layer against a running sapsim: the customer table, the
+// dictionary information and both logons, as the worker uses them.
+
+#include <cstdlib>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "access/client_connection.h"
+#include "access/dd_info.h"
+#include "access/read_table.h"
+#include "tests/access/sapsim_logon.h"
+#include "tests/sapsim/support/rfc_library.h"
+
+namespace access_test {
+namespace {
+
+// Rows active "Y", "y" and blank; a structure whose dictionary layout has
+// alignment gaps (ZALIGN).
+const char kSystem[] = R"({
+  "system_id": "DEV", "release": "46C",
+  "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
+  "groups": ["PUBLIC"],
+  "structures": {
+    "ZKTZ_BATCHES": [
+      {"name": "MANDT", "type": "C", "length": 3},
+      {"name": "PROGRAMM", "type": "C", "length": 40},
+      {"name": "FUNCTION", "type": "C", "length": 30},
+      {"name": "STRUCTURE", "type": "C", "length": 30},
+      {"name": "ACTIVE", "type": "C", "length": 1}
+    ],
+    "ZALIGN": [
+      {"name": "FLAG", "type": "C", "length": 3},
+      {"name": "COUNT", "type": "I"},
+      {"name": "WEIGHT", "type": "F"},
+      {"name": "AMOUNT", "type": "P", "length": 5, "decimals": 2}
+    ]
+  },
+  "tables": {
+    "ZKTZ_BATCHES": [
+      {"MANDT": "100", "PROGRAMM": "BATCHSRV", "FUNCTION": "Z_UPPER", "STRUCTURE": "ZALIGN", "ACTIVE": "Y"},
+      {"MANDT": "100", "PROGRAMM": "  BATCHSRV", "FUNCTION": "Z_LOWER", "STRUCTURE": "ZALIGN", "ACTIVE": "y"},
+      {"MANDT": "100", "PROGRAMM": "BATCHSRV", "FUNCTION": "Z_BLANK", "STRUCTURE": "ZALIGN", "ACTIVE": ""}
+    ]
+  }
+})";
+
+std::string Cell(const CTextTable& table, const std::string& column, int row) {
+  std::string text = "stale";
+  EXPECT_EQ(1, table.GetCell(column, row, text)) << column << " row " << row;
+  return text;
+}
+
+class AccessE2eTest : public SapsimTest {};
+
+TEST_F(AccessE2eTest, TheCustomerTableReadsAsTrimmedCells) {
+  Start(kSystem);
+  auto connection = Logon();
+  CReadTable reader(connection.get());
+  ASSERT_EQ(1, reader.ReadTable("ZKTZ_BATCHES", " ", " ", "0", "0"));
+  ASSERT_EQ(3, reader.GetRowCount());
+  ASSERT_EQ(5, reader.GetColumnCount());
+  EXPECT_EQ(0, reader.GetColumnIndex("MANDT"));
+  EXPECT_EQ(4, reader.GetColumnIndex("ACTIVE"));
+  EXPECT_EQ("Y", Cell(reader, "ACTIVE", 0));
+  EXPECT_EQ("y", Cell(reader, "ACTIVE", 1));
+  EXPECT_EQ("", Cell(reader, "ACTIVE", 2));
+  EXPECT_EQ("BATCHSRV", Cell(reader, "PROGRAMM", 1));  // leading blanks go too
+  EXPECT_EQ("Z_UPPER", Cell(reader, "FUNCTION", 0));
+  EXPECT_EQ("Z_BLANK", Cell(reader, "FUNCTION", 2));
+  EXPECT_EQ("ZALIGN", Cell(reader, "STRUCTURE", 2));
+  EXPECT_EQ("100", Cell(reader, "MANDT", 0));
+  ASSERT_NE(nullptr, reader.GetColumnInfo(1));
+  EXPECT_EQ(3, reader.GetColumnInfo(1)->offset);
+  EXPECT_EQ(40, reader.GetColumnInfo(1)->length);
+
+  // A reader is a call set and a text table; either base may destroy it.
+  std::unique_ptr<CSapCallSet> as_set = std::make_unique<CReadTable>(connection.get());
+  EXPECT_EQ(1u, as_set->GetCallCount());
+  as_set.reset();
+  std::unique_ptr<CTextTable> as_table = std::make_unique<CReadTable>(connection.get());
+  EXPECT_EQ(0, as_table->GetRowCount());
+}
+
+TEST_F(AccessE2eTest, AnUnknownTableIsTheModulesException) {
+  Start(kSystem);
+  auto connection = Logon();
+  CReadTable reader(connection.get());
+  try {
+    reader.ReadTable("ZNOWHERE", " ", " ", "0", "0");
+    FAIL() << "an unknown table was read";
+  } catch (const char* text) {
+    EXPECT_STREQ("TABLE_NOT_AVAILABLE", text);
+  }
+}
+
+TEST_F(AccessE2eTest, DictionaryInformationOfAKnownAndAnUnknownStructure) {
+  Start(kSystem);
+  auto connection = Logon();
+
+  CDdInfo known(connection.get(), "ZALIGN");
+  ASSERT_EQ(1, known.IsComplete()) << known.GetMessage();
+  EXPECT_EQ("", known.GetMessage());
+  const CDdInfo::Columns& columns = known.GetColumns();
+  ASSERT_EQ(4u, columns.size());
+  // Offsets are the running sums of the lengths, not the aligned places of
+  // the dictionary (which would be 0, 4, 8, 16).
+  const int offsets[] = {0, 3, 7, 15};
+  const char* names[] = {"FLAG", "COUNT", "WEIGHT", "AMOUNT"};
+  const int types[] = {0, 8, 7, 2};
+  const int lengths[] = {3, 4, 8, 5};
+  for (uint16_t pos = 1; pos <= 4; ++pos) {
+    const CSapColumn& column = *columns.at(pos);
+    EXPECT_STREQ(names[pos - 1], column.GetName());
+    EXPECT_EQ(pos, column.GetColumn());
+    EXPECT_EQ(offsets[pos - 1], column.GetOffset()) << column.GetName();
+    EXPECT_EQ(types[pos - 1], column.GetType()) << column.GetName();
+    EXPECT_EQ(lengths[pos - 1], column.GetLength()) << column.GetName();
+  }
+  EXPECT_EQ(2, columns.at(4)->GetDecimals());
+
+  CDdInfo unknown(connection.get(), "ZNOWHERE");
+  EXPECT_EQ(0, unknown.IsComplete());
+  EXPECT_TRUE(unknown.GetColumns().empty());
+  EXPECT_EQ("Structure ZNOWHERE does not exist in the dictionary", unknown.GetMessage());
+}
+
+TEST_F(AccessE2eTest, ARefusedLogonIsTheLibrarysErrorRecord) {
+  Start(kSystem);
+  CClientConnection connection;
+  connection.SetAppServerLogon("127.0.0.1", 0, "100", "BATCH", "wrong", "E", sapsim().port_text(), 0);
+  try {
+    connection.Open();
+    FAIL() << "a wrong password logged on";
+  } catch (const RFC_ERROR_INFO& error) {
+    EXPECT_NE(std::string::npos, std::string(error.message).find("BATCH")) << Describe(error);
+  }
+  EXPECT_EQ(0u, connection.GetHandle());
+}
+
+class MessageServerTest : public SapsimTest {
+ protected:
+  void SetUp() override {
+    Start(kSystem, /*message_server=*/true);
+    ASSERT_EQ(0, setenv("RFCSIM_MS_PORT", std::to_string(sapsim().ms_port()).c_str(), 1));
+  }
+  void TearDown() override {
+    unsetenv("RFCSIM_MS_PORT");
+    SapsimTest::TearDown();
+  }
+};
+
+TEST_F(MessageServerTest, LogonThroughAKnownGroup) {
+  CClientConnection connection;
+  connection.SetLoadBalancingLogon(1, "127.0.0.1", "DEV", "PUBLIC", "100", "BATCH", "secret", "E", 0);
+  try {
+    connection.OpenLoadBalanced();
+  } catch (const RFC_ERROR_INFO& error) {
+    FAIL() << Describe(error);
+  }
+  EXPECT_NE(0u, connection.GetHandle());
+  EXPECT_STREQ("46C", connection.GetRelease());
+
+  // The connection serves the data access like one to the application server.
+  CDdInfo info(&connection, "ZKTZ_BATCHES");
+  EXPECT_EQ(1, info.IsComplete());
+  EXPECT_EQ(5u, info.GetColumns().size());
+}
+
+TEST_F(MessageServerTest, AnUnknownGroupIsRefused) {
+  CClientConnection connection;
+  connection.SetLoadBalancingLogon(1, "127.0.0.1", "DEV", "NOGROUP", "100", "BATCH", "secret", "E", 0);
+  try {
+    connection.OpenLoadBalanced();
+    FAIL() << "an unknown logon group was accepted";
+  } catch (const RFC_ERROR_INFO& error) {
+    EXPECT_NE(std::string::npos, std::string(error.message).find("NOGROUP")) << Describe(error);
+  }
+  EXPECT_EQ(0u, connection.GetHandle());
+}
+
+// What the worker learns from the example system: the active batch rows and
+// the field layout of each structure they name.
+TEST_F(AccessE2eTest, TheExampleSystemsActiveBatchesAndTheirLayouts) {
+  Start(sapsim::testing::ReadFile(sapsim::testing::SourceDir() + "/examples/system.json"));
+  auto connection = Logon();
+  CReadTable reader(connection.get());
+  ASSERT_EQ(1, reader.ReadTable("ZKTZ_BATCHES", " ", " ", "0", "0"));
+
+  std::ostringstream listing;
+  for (int row = 0; row < reader.GetRowCount(); ++row) {
+    std::string active, program, function, structure;
+    if (reader.GetCell("ACTIVE", row, active) == 0 || active != "Y") continue;
+    if (reader.GetCell("PROGRAMM", row, program) == 0 ||
+        reader.GetCell("FUNCTION", row, function) == 0 ||
+        reader.GetCell("STRUCTURE", row, structure) == 0) {
+      continue;
+    }
+    listing << function << " " << structure;
+    CDdInfo info(connection.get(), structure);
+    if (info.IsComplete() == 0) {
+      listing << " refused: " << info.GetMessage() << "\n";
+      continue;
+    }
+    listing << "\n";
+    for (const auto& entry : info.GetColumns()) {
+      const CSapColumn& column = *entry.second;
+      listing << "  " << entry.first << " " << column.GetName() << " type " << column.GetType()
+              << " offset " << column.GetOffset() << " length " << column.GetLength()
+              << " decimals " << column.GetDecimals() << "\n";
+    }
+  }
+  EXPECT_EQ(
+      "Z_BATCH_ORDERS ZBATCH_ORDER\n"
+      "  1 H_IDENT type 0 offset 0 length 10 decimals 0\n"
+      "  2 T_IDENT type 0 offset 10 length 10 decimals 0\n"
+      "  3 IDENT type 6 offset 20 length 8 decimals 0\n"
+      "  4 CUSTOMER type 0 offset 28 length 30 decimals 0\n"
+      "  5 ORDER_DATE type 1 offset 58 length 8 decimals 0\n"
+      "  6 ORDER_TIME type 3 offset 66 length 6 decimals 0\n"
+      "  7 AMOUNT type 2 offset 72 length 8 decimals 2\n"
+      "  8 QUANTITY type 8 offset 80 length 4 decimals 0\n"
+      "  9 WEIGHT type 7 offset 84 length 8 decimals 0\n"
+      "  10 PRIORITY type 9 offset 92 length 2 decimals 0\n"
+      "  11 FLAGS type 10 offset 94 length 1 decimals 0\n"
+      "  12 CHECKSUM type 4 offset 95 length 4 decimals 0\n"
+      "  13 NOTE type 0 offset 99 length 60 decimals 0\n"
+      "Z_BATCH_CUSTOMERS ZBATCH_CUSTOMER\n"
+      "  1 KUNNR type 0 offset 0 length 10 decimals 0\n"
+      "  2 NAME type 0 offset 10 length 40 decimals 0\n"
+      "  3 CITY type 0 offset 50 length 30 decimals 0\n"
+      "  4 COUNTRY type 0 offset 80 length 2 decimals 0\n"
+      "Z_BATCH_UNKNOWN ZBATCH_MISSING refused: Structure ZBATCH_MISSING does not exist in the "
+      "dictionary\n",
+      listing.str());
+}
+
+}  // namespace
+}  // namespace access_test

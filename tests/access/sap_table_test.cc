@@ -1,0 +1,170 @@
+// CSapTable: a table parameter's lines as texts, with column descriptors
+// taken from the first line.
+
+#include "access/sap_table.h"
+
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "rfc/core/rfc_data.h"
+#include "tests/access/local_parameters.h"
+
+namespace access_test {
+namespace {
+
+const std::vector<Field> kEveryType = {
+    {"NAME", TYPE_CHAR, 10},  {"WHEN", TYPE_DATE, 8}, {"AMOUNT", TYPE_BCD, 5, 2},
+    {"AT", TYPE_TIME, 6},     {"RAW", TYPE_BYTE, 2},  {"QTY", TYPE_NUM, 6},
+    {"WEIGHT", TYPE_FLOAT, 8}, {"COUNT", TYPE_INT, 4}, {"PRIO", TYPE_INT2, 2},
+    {"FLAGS", TYPE_INT1, 1}};
+
+TEST(SapTableTest, NoParameterGivesAnEmptyNamelessTable) {
+  CSapTable table(nullptr);
+  EXPECT_EQ(0u, table.GetRowCount());
+  EXPECT_EQ(0, table.GetColumnCount());
+  EXPECT_EQ("", table.GetName());
+  EXPECT_EQ(nullptr, table.GetColumnName(0));
+  EXPECT_EQ(0, table.SetRow(0));
+  EXPECT_EQ("", table.GetValue(0));
+}
+
+TEST(SapTableTest, ATableWithoutLinesHasNoColumns) {
+  auto param = MakeTable("ORDERS", {{"IDENT", TYPE_CHAR, 10}, {"QTY", TYPE_NUM, 6}});
+  CSapTable table(param.get());
+  EXPECT_EQ(0u, table.GetRowCount());
+  EXPECT_EQ(0, table.GetColumnCount());
+  EXPECT_EQ(nullptr, table.GetColumnName(0));
+  EXPECT_EQ("ORDERS", table.GetName());
+}
+
+TEST(SapTableTest, RowsAndColumnsFollowTheLinesAndTheFirstLinesFields) {
+  auto param = MakeFilledTable("orders", {{"IDENT", TYPE_CHAR, 10}, {"QTY", TYPE_NUM, 6}},
+                               {{"A-1", "5"}, {"B-2", "17"}, {"C-3", "0"}});
+  CSapTable table(param.get());
+  EXPECT_EQ("ORDERS", table.GetName());  // parameter names are upper case
+  EXPECT_EQ(3u, table.GetRowCount());
+  EXPECT_EQ(2, table.GetColumnCount());
+  EXPECT_EQ(16, table.GetTotalLength());
+  EXPECT_STREQ("IDENT", table.GetColumnName(0));
+  EXPECT_STREQ("QTY", table.GetColumnName(1));
+  EXPECT_EQ(nullptr, table.GetColumnName(2));
+  EXPECT_EQ(nullptr, table.GetColumnName(-1));
+  ASSERT_NE(nullptr, table.GetColumn(1));
+  EXPECT_EQ(TYPE_NUM, table.GetColumn(1)->GetType());
+  EXPECT_EQ(6, table.GetColumn(1)->GetLength());
+  EXPECT_EQ(10, table.GetColumn(1)->GetOffset());
+  EXPECT_EQ(1, table.GetColumn(1)->GetColumn());
+
+  // The last line built stays current.
+  EXPECT_EQ("C-3", table.GetValue(std::string("IDENT")));
+  ASSERT_EQ(1, table.SetRow(1));
+  EXPECT_EQ("B-2", table.GetValue(0));
+  EXPECT_EQ("000017", table.GetValue(std::string("QTY")));
+  EXPECT_EQ("", table.GetValue(2));
+  EXPECT_EQ("", table.GetValue(-1));
+  EXPECT_EQ("", table.GetValue(std::string("qty")));  // names are case-sensitive
+  ASSERT_EQ(1, table.SetRow(0));
+  EXPECT_EQ("A-1", table.GetValue(std::string("IDENT")));
+}
+
+TEST(SapTableTest, SetRowBeyondTheLastRowLeavesNoCurrentRow) {
+  auto param = MakeFilledTable("T", {{"IDENT", TYPE_CHAR, 4}}, {{"A"}, {"B"}});
+  CSapTable table(param.get());
+  EXPECT_EQ(0, table.SetRow(2));
+  EXPECT_EQ("", table.GetValue(0));
+  EXPECT_EQ("", table.GetValue(std::string("IDENT")));
+  EXPECT_EQ(0, table.SetRow(-1));
+  EXPECT_EQ("", table.GetValue(0));
+  EXPECT_EQ(1, table.SetRow(1));
+  EXPECT_EQ("B", table.GetValue(0));
+}
+
+TEST(SapTableTest, EveryFieldTypeIsReadThroughItsTextForm) {
+  auto param = MakeFilledTable(
+      "T", kEveryType,
+      {{"  ab", "20240131", "-12.50", "235959", "258", "42", "1.5", "7", "3", "1"},
+       {"", "", "0", "", "0", "0", "0", "0", "0", "0"}});
+  CSapTable table(param.get());
+  ASSERT_EQ(10, table.GetColumnCount());
+  ASSERT_EQ(1, table.SetRow(0));
+  EXPECT_EQ("  ab", table.GetValue(std::string("NAME")));  // only trailing blanks go
+  EXPECT_EQ("20240131", table.GetValue(std::string("WHEN")));
+  EXPECT_EQ("-12.50", table.GetValue(std::string("AMOUNT")));
+  EXPECT_EQ("235959", table.GetValue(std::string("AT")));
+  EXPECT_EQ("000042", table.GetValue(std::string("QTY")));
+  // Types without a text form read as empty texts.
+  EXPECT_EQ("", table.GetValue(std::string("RAW")));
+  EXPECT_EQ("", table.GetValue(std::string("WEIGHT")));
+  EXPECT_EQ("", table.GetValue(std::string("COUNT")));
+  EXPECT_EQ("", table.GetValue(std::string("PRIO")));
+  EXPECT_EQ("", table.GetValue(std::string("FLAGS")));
+
+  ASSERT_EQ(1, table.SetRow(1));
+  EXPECT_EQ("", table.GetValue(std::string("NAME")));  // blanks only
+  EXPECT_EQ("", table.GetValue(std::string("WHEN")));  // a blank date
+  EXPECT_EQ("0.00", table.GetValue(std::string("AMOUNT")));
+  EXPECT_EQ("000000", table.GetValue(std::string("QTY")));
+}
+
+TEST(SapTableTest, AFieldNameUsedTwiceFindsTheLaterFieldByName) {
+  auto param = MakeFilledTable("T", {{"A", TYPE_CHAR, 2}, {"A", TYPE_CHAR, 2}}, {{"x", "y"}});
+  CSapTable table(param.get());
+  ASSERT_EQ(1, table.SetRow(0));
+  EXPECT_EQ("y", table.GetValue(std::string("A")));
+  EXPECT_EQ("x", table.GetValue(0));
+  EXPECT_EQ("y", table.GetValue(1));
+}
+
+TEST(SapTableTest, AnUndescribedColumnHasNoDescriptorAndNoText) {
+  auto param = MakeFilledTable(
+      "T", {{"FIRST", TYPE_CHAR, 3, 0, 0}, {"THIRD", TYPE_CHAR, 5, 0, 2}}, {{"one", "", "three"}});
+  CSapTable table(param.get());
+  EXPECT_EQ(3, table.GetColumnCount());
+  EXPECT_EQ(nullptr, table.GetColumnName(1));
+  ASSERT_EQ(1, table.SetRow(0));
+  EXPECT_EQ("one", table.GetValue(0));
+  EXPECT_EQ("", table.GetValue(1));
+  EXPECT_EQ("three", table.GetValue(std::string("THIRD")));
+}
+
+TEST(SapTableTest, AValueThatCannotBeReadAbandonsTheTable) {
+  auto param = MakeFilledTable("T", {{"IDENT", TYPE_CHAR, 2}, {"AMOUNT", TYPE_BCD, 2}},
+                               {{"a", "1"}, {"b", "2"}});
+  // A digit nibble above 9 in the second line.
+  ASSERT_EQ(1, param->GotoLine(1));
+  CRfcData& amount = param->GetData(param->GetCurrentLine(), 1);
+  const unsigned char broken[] = {0x0A, 0x1C};
+  std::memcpy(amount.GetData(), broken, sizeof broken);
+
+  try {
+    CSapTable table(param.get());
+    FAIL() << "a broken packed value was read";
+  } catch (const char* text) {
+    EXPECT_STREQ("CRfcData: Conversion from PACK type (BCD) failed", text);
+  }
+}
+
+TEST(SapColumnTest, ColumnsFromValuesCutTheirNameLikeFieldRecords) {
+  CSapColumn column("A_NAME_LONGER_THAN_THIRTY_ONE_CHARACTERS  ", 3, 14, TYPE_NUM, 6, 0);
+  EXPECT_STREQ("A_NAME_LONGER_THAN_THIRTY_ONE_C", column.GetName());
+  EXPECT_EQ(3, column.GetColumn());
+  EXPECT_EQ(14, column.GetOffset());
+  EXPECT_EQ(TYPE_NUM, column.GetType());
+  EXPECT_EQ(6, column.GetLength());
+  CSapColumn trimmed("QTY   ", 1, 0, TYPE_CHAR, 1, 0);
+  EXPECT_STREQ("QTY", trimmed.GetName());
+}
+
+TEST(SapColumnTest, ACopiedRecordIsTerminatedEvenWhenItsNameFillsTheField) {
+  CRfcFieldInfo record{};
+  std::memset(record.name, 'N', sizeof record.name);
+  record.type = TYPE_CHAR;
+  record.length = 5;
+  CSapColumn column(record);
+  EXPECT_EQ(31u, std::strlen(column.GetName()));
+  EXPECT_EQ(5, column.GetLength());
+}
+
+}  // namespace
+}  // namespace access_test
