@@ -9,8 +9,8 @@
 
 namespace {
 
-// Where the type mapping has always reported its refusals from; readers of
-// old logs search for exactly these words.
+// The refusal names a fixed source place rather than this file's, so that its
+// text stays the same in every build and log entries remain comparable.
 constexpr char kSourceFile[] = "SAPTABLE";
 constexpr int kSourceLine = 331;
 constexpr int kLastPosition = std::numeric_limits<uint16_t>::max();

@@ -1,7 +1,6 @@
 #include "access/sap_table.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 
 #include "rfc/binding/rfc_binding.h"
