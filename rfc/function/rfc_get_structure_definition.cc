@@ -171,6 +171,8 @@ void CRfcGetStructureDefinition::ReadDefinition(bool long_layout) {
 void CRfcGetStructureDefinition::BuildFields() {
   const TableHandle table = fields_->GetTableHandle();
   const unsigned count = table != nullptr ? ItFill(table) : 0;
+  // AddFieldInfo counts in 32 bits; no structure comes near that.
+  if (count > static_cast<unsigned>(INT32_MAX)) throw kRfcAllocationFailed;
   std::unique_ptr<CRfcFieldInfo[]> records = rfc::RfcAllocateArray<CRfcFieldInfo>(count);
   if (!records) {
     ThrowRfcFailure("Memory Allocation Failure", {TextOrEmpty(struct_name_)}, kRfcAllocationFailed);
@@ -190,7 +192,6 @@ void CRfcGetStructureDefinition::BuildFields() {
     record.length = static_cast<RFC_INT>(fields_->GetData(line, kIntLength));
     record.decimals = static_cast<RFC_INT>(fields_->GetData(line, kDecimals));
   }
-  if (count > static_cast<unsigned>(INT32_MAX)) throw kRfcAllocationFailed;
   try {
     target_->AddFieldInfo(records.get(), static_cast<int>(count));
   } catch (const char*) {
