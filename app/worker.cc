@@ -1,6 +1,7 @@
 #include "app/worker.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 
 #include "access/client_connection.h"
@@ -147,6 +148,21 @@ bool RunServiceCycle(CWorkerContext& context) {
   return true;
 }
 
+// A report that the log cannot take (its directory is gone, the disk is
+// full) goes to standard error instead, and the worker waits one idle pause
+// before the next cycle: that cycle would fail on the same log at once, and
+// without the pause the retries would become a busy loop.
+void ReportFailure(const std::string& entry) {
+  try {
+    ProcessLog().WriteFormat(LOG_TIME | LOG_NEWLINE1, "%s", entry.c_str());
+  } catch (const std::string& log_error) {
+    std::fprintf(stderr, "batchserver %s: %s; not logged: %s\n",
+                 ProcessSettings().GetInstanceName().c_str(), log_error.c_str(), entry.c_str());
+    std::fflush(stderr);
+    platform::Sleep(IdlePauseMs());
+  }
+}
+
 }  // namespace
 
 std::string DescribeRfcError(const RFC_ERROR_INFO& error) {
@@ -193,18 +209,16 @@ uint32_t WorkerThread(void* argument) {
       context.finished = 1;
       return 0;
     }
-    // Every failure ends only this cycle; the next one starts at once. A
-    // failure while reporting one is not caught and ends the process.
+    // Every failure ends only this cycle; the next one starts at once.
     try {
       if (!RunServiceCycle(context)) {
         context.finished = 1;
         return 0;
       }
     } catch (RFC_ERROR_INFO error) {
-      ProcessLog().WriteFormat(LOG_TIME | LOG_NEWLINE1, "RFC_ERROR_INFO\n%s",
-                               DescribeRfcError(error).c_str());
+      ReportFailure("RFC_ERROR_INFO\n" + DescribeRfcError(error));
     } catch (...) {
-      ProcessLog().WriteFormat(LOG_TIME | LOG_NEWLINE1, "UNKNOWN EXEPTION\n");
+      ReportFailure("UNKNOWN EXEPTION\n");
     }
   }
 }

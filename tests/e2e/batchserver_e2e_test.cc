@@ -1,0 +1,385 @@
+// The batch server end to end: sapsim serve, the batchserver binary and
+// sapsim call as real processes on free ports.
+
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/e2e/batchserver_e2e_fixture.h"
+
+namespace e2e {
+namespace {
+
+const std::string kRule(65, '#');
+const std::regex kDateTime(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)");
+constexpr const char* kWaiting = "\r\n\r\n...WAITING FOR BATCHES...\r\n\r\n\r\n";
+
+// A batch for ZE2E_ALL: special characters, blanks, identifiers from each of
+// the three columns, a row without any, and every field type.
+constexpr const char* kAllTypesCsv =
+    "H_IDENT,T_IDENT,IDENT,NOTE,DAY,AT,AMOUNT,CODE,QTY,WEIGHT,PRIO,FLAGS,RAW\n"
+    "A<1>&,T1,I1,\"  a<b & \"\"c\"\" 'd' &amp; >  \",20240131,235959,12.34,42,42,2.5,-3,7,ABCD\n"
+    ",T2,,,,,-0.5,0,0,0,0,0,\n"
+    ",,I3,inner  blanks stay,20000229,000000,,9999,1,1,1,1,01\n"
+    ",,,no identifier: left out,,,5,5,5,5,5,5,05\n";
+
+// The rows of kAllTypesCsv as the server writes them.
+constexpr const char* kAllTypesRows =
+    "    <A&lt;1&gt;&amp;>\n"
+    "      <H_IDENT>A&lt;1&gt;&amp;</H_IDENT>\n"
+    "      <T_IDENT>T1</T_IDENT>\n"
+    "      <IDENT>I1</IDENT>\n"
+    "      <NOTE>a&lt;b &amp; &quot;c&quot; 'd' &amp; &gt;</NOTE>\n"
+    "      <DAY>20240131</DAY>\n"
+    "      <AT>235959</AT>\n"
+    "      <AMOUNT>12.34</AMOUNT>\n"
+    "      <CODE>0042</CODE>\n"
+    "      <QTY/>\n"
+    "      <WEIGHT/>\n"
+    "      <PRIO/>\n"
+    "      <FLAGS/>\n"
+    "      <RAW/>\n"
+    "    </A&lt;1&gt;&amp;>\n"
+    "    <T2>\n"
+    "      <H_IDENT/>\n"
+    "      <T_IDENT>T2</T_IDENT>\n"
+    "      <IDENT/>\n"
+    "      <NOTE/>\n"
+    "      <DAY>00000000</DAY>\n"
+    "      <AT>000000</AT>\n"
+    "      <AMOUNT>-0.50</AMOUNT>\n"
+    "      <CODE>0000</CODE>\n"
+    "      <QTY/>\n"
+    "      <WEIGHT/>\n"
+    "      <PRIO/>\n"
+    "      <FLAGS/>\n"
+    "      <RAW/>\n"
+    "    </T2>\n"
+    "    <I3>\n"
+    "      <H_IDENT/>\n"
+    "      <T_IDENT/>\n"
+    "      <IDENT>I3</IDENT>\n"
+    "      <NOTE>inner  blanks stay</NOTE>\n"
+    "      <DAY>20000229</DAY>\n"
+    "      <AT>000000</AT>\n"
+    "      <AMOUNT>0.00</AMOUNT>\n"
+    "      <CODE>9999</CODE>\n"
+    "      <QTY/>\n"
+    "      <WEIGHT/>\n"
+    "      <PRIO/>\n"
+    "      <FLAGS/>\n"
+    "      <RAW/>\n"
+    "    </I3>\n";
+
+std::string XmlStart(const std::string& function, const std::string& id,
+                     const std::string& structure) {
+  return "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>\n\n\n<BATCH>\n  <" + function +
+         " TIMESTAMP=\"" + id + "\" BEGIN=\"1\" TABLE=\"" + structure + "\"";
+}
+
+// The header block of one service cycle, checked line by line.
+void ExpectHeader(const std::vector<std::string>& lines, size_t at, const std::string& path,
+                  const std::string& instance) {
+  ASSERT_GE(lines.size(), at + 8);
+  EXPECT_EQ(lines[at], kRule);
+  EXPECT_EQ(lines[at + 1], "# HEADER");
+  EXPECT_EQ(lines[at + 2], "# Path: " + path);
+  EXPECT_EQ(lines[at + 3].substr(0, 13), "# Date/Time: ");
+  EXPECT_TRUE(std::regex_match(lines[at + 3].substr(13), kDateTime)) << lines[at + 3];
+  EXPECT_EQ(lines[at + 4], "# DESCRIPTION: " + instance);
+  EXPECT_EQ(lines[at + 5], "# CLOCKS_PER_SEC: 1000");
+  EXPECT_EQ(lines[at + 6], kRule);
+  EXPECT_EQ(lines[at + 7], "");
+}
+
+std::string Tail(const std::string& text) {
+  return text.size() > 3000 ? text.substr(text.size() - 3000) : text;
+}
+
+// The log split into service cycles: the text after each header block.
+std::vector<std::string> Cycles(const std::string& log) {
+  const std::string rule = kRule + "\r\n";
+  std::vector<std::string> cycles;
+  size_t at = 0;
+  for (;;) {
+    const size_t start = log.find(rule + "# HEADER\r\n", at);
+    if (start == std::string::npos) break;
+    const size_t body = log.find(rule + "\r\n", start + rule.size());
+    if (body == std::string::npos) break;
+    const size_t next = log.find(rule + "# HEADER\r\n", body);
+    cycles.push_back(log.substr(body + rule.size() + 2,
+                                next == std::string::npos ? std::string::npos : next - body - rule.size() - 2));
+    at = body;
+  }
+  return cycles;
+}
+
+TEST_F(BatchServerE2eTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText() << ServerErr();
+
+  // The start of the log: header, the offered functions, the waiting lines.
+  const std::string log = LogText();
+  const std::vector<std::string> lines = CrLfLines(log);
+  ExpectHeader(lines, 0, LogPath(), instance_);
+  EXPECT_EQ(log.substr(log.find(kRule + "\r\n\r\n") + kRule.size() + 4),
+            std::string("Add Server Function: Z_E2E_ALL\r\n"
+                        "Add Server Function: Z_E2E_SMALL\r\n") +
+                kWaiting);
+
+  // A batch with every field type.
+  sapsim::testing::RunResult call = Call("Z_E2E_ALL", "ZE2E_ALL", kAllTypesCsv);
+  EXPECT_EQ(call.exit_code, 0) << call.err;
+  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  ASSERT_EQ(XmlFiles().size(), 1u);
+  const std::string file = XmlFiles()[0];
+  ASSERT_TRUE(std::regex_match(file, std::regex(R"([0-9]{15}\.xml)"))) << file;
+  const std::string id = file.substr(0, 15);
+  EXPECT_EQ(testutil::ReadBytes(xml_ + "/" + file),
+            XmlStart("Z_E2E_ALL", id, "ZE2E_ALL") + ">\n" + kAllTypesRows +
+                "  </Z_E2E_ALL>\n</BATCH>");
+  const std::string after = LogText().substr(log.size());
+  EXPECT_TRUE(std::regex_match(after, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - Receive data: )" +
+                                                 id + R"(\.xml\r\n)")))
+      << after;
+
+  // An empty batch still makes a file, an entry and BATCH_RC=1.
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\n");
+  EXPECT_EQ(call.exit_code, 0) << call.err;
+  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  ASSERT_EQ(XmlFiles().size(), 2u);
+  const std::string empty_id = XmlFiles()[1].substr(0, 15);
+  EXPECT_EQ(testutil::ReadBytes(xml_ + "/" + XmlFiles()[1]),
+            XmlStart("Z_E2E_SMALL", empty_id, "ZE2E_SMALL") + "/>\n</BATCH>");
+  EXPECT_EQ(Receipts(), 2);
+
+  // Functions of rows with ACTIVE y, blank, or an unknown structure are not
+  // offered: the library-wide dispatcher refuses them, and serving goes on.
+  for (const char* function : {"Z_E2E_LOWER", "Z_E2E_BLANK", "Z_E2E_UNKNOWN"}) {
+    call = Call(function, "ZE2E_SMALL", "H_IDENT,NAME\nK1,x\n");
+    EXPECT_EQ(call.exit_code, 1) << function;
+    EXPECT_EQ(call.out, "EXCEPTION=RFC function does not exist!\n") << function << call.err;
+  }
+  EXPECT_EQ(CountOf(ServerOut(), "\n Main Thread  RFC function does not exist!"), 3) << ServerOut();
+  call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK1,x\n");
+  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  EXPECT_EQ(Receipts(), 3);
+
+  // Nothing was wrong, so one cycle, and no trace while tracing is off.
+  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+  EXPECT_TRUE(std::filesystem::is_empty(work_));
+  EXPECT_EQ(ServerErr(), "");
+}
+
+TEST_F(BatchServerE2eTest, StopEventEndsTheWorkerAtTheNextIdleMomentAndTheProcessStays) {
+  settings_["sap.server.listen.timer"] = "1500";
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  // The worker must be in the server loop, not still registering.
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  const std::size_t threads = server_->ThreadCount();
+
+  const auto stop_at = std::chrono::steady_clock::now();
+  const sapsim::testing::RunResult stop = Batchctl("stop");
+  ASSERT_EQ(stop.exit_code, 0) << stop.err;
+  ASSERT_TRUE(Eventually([&] { return server_->ThreadCount() < threads; })) << server_->ThreadCount();
+  const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - stop_at);
+  // One idle pause (listen timer + 1 ms), plus room for a loaded machine.
+  EXPECT_LT(took.count(), 1501 + 3000);
+
+  // The registration ended with the cycle: SAP can no longer deliver.
+  const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
+  EXPECT_EQ(call.exit_code, 1);
+  EXPECT_NE(call.err.find("no RFC server program is registered"), std::string::npos) << call.err;
+
+  // The process stays, starts no new cycle, and reports the stop.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_FALSE(server_->Poll().has_value());
+  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+  EXPECT_EQ(Batchctl("status").out, "stopping\n");
+
+  const std::optional<int> status = server_->Terminate();
+  ASSERT_TRUE(status.has_value());
+  EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+}
+
+TEST_F(BatchServerE2eTest, RetriesWhileTheSystemIsGoneAndServesAgainOnceItIsBack) {
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  const uint16_t port = sapsim_->port();
+
+  sapsim_->Signal(SIGKILL);
+  sapsim_->Stop();
+  // Every failed cycle: one header block, one library error.
+  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 5; })) << LogText();
+  const std::vector<std::string> cycles = Cycles(LogText());
+  for (size_t i = 1; i + 1 < cycles.size(); ++i) {
+    const std::string& cycle = cycles[i];
+    EXPECT_TRUE(std::regex_match(cycle.substr(0, 17), kDateTime)) << cycle;
+    EXPECT_EQ(cycle.substr(17, 23), " - RFC_ERROR_INFO\nKey: ") << cycle;
+    EXPECT_EQ(CountOf(cycle, "RFC_ERROR_INFO"), 1) << cycle;
+    EXPECT_EQ(CountOf(cycle, "\r\n"), 1) << cycle;
+    EXPECT_NE(cycle.find("\nStatus: "), std::string::npos);
+    EXPECT_NE(cycle.find("\nMessage: "), std::string::npos);
+    EXPECT_NE(cycle.find("\nInitstate: "), std::string::npos);
+    EXPECT_EQ(cycle.substr(cycle.size() - 2), "\r\n");
+  }
+
+  // The system comes back on the same port; the server registers again.
+  StartSapsim(port);
+  ASSERT_TRUE(WaitForServing(2)) << Tail(LogText());
+  sapsim::testing::RunResult call;
+  ASSERT_TRUE(Eventually([&] {
+    call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nBACK,again\n");
+    return call.exit_code == 0;
+  })) << call.err;
+  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  EXPECT_EQ(Receipts(), 1);
+  EXPECT_FALSE(server_->Poll().has_value());
+}
+
+TEST_F(BatchServerE2eTest, RefusedLogonIsLoggedOncePerCycle) {
+  settings_["sap.client.user.password"] = "wrong";
+  StartServer();
+  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 3; })) << LogText();
+  const std::vector<std::string> cycles = Cycles(LogText());
+  for (size_t i = 0; i + 1 < cycles.size(); ++i) {
+    EXPECT_EQ(CountOf(cycles[i], " - RFC_ERROR_INFO\nKey: "), 1) << cycles[i];
+    EXPECT_NE(cycles[i].find("name or password is incorrect"), std::string::npos) << cycles[i];
+    EXPECT_EQ(cycles[i].find("WAITING"), std::string::npos);
+  }
+  EXPECT_EQ(Waits(), 0);
+  EXPECT_FALSE(server_->Poll().has_value());
+}
+
+TEST_F(BatchServerE2eTest, ClassLibraryTraceGoesIntoTheStartDirectoryWhenSwitchedOn) {
+  settings_["sap.client.trace"] = "1";
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  ASSERT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nT,traced\n").out, "BATCH_RC=1\n");
+
+  std::string traces;
+  int files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(work_)) {
+    ++files;
+    EXPECT_TRUE(std::regex_match(entry.path().filename().string(), std::regex(R"(crfc\d+\.trc)")))
+        << entry.path();
+    traces += testutil::ReadBytes(entry.path().string());
+  }
+  // One worker thread writes them all.
+  EXPECT_EQ(files, 1);
+  EXPECT_NE(traces.find("Rfc Class Library Trace at   "), std::string::npos);
+  EXPECT_NE(traces.find("CRfcClientFunc::CallReceive called\r\nRFC_READ_TABLE\r\n"),
+            std::string::npos);
+  EXPECT_NE(traces.find("CRfcConnection::DoOpen (void *) called\r\nOpening connection to: \r\n"),
+            std::string::npos);
+  EXPECT_NE(traces.find("CRfcServerApp::Dispatch called\r\n"), std::string::npos);
+}
+
+TEST_F(BatchServerE2eTest, MissingXmlDirectoryLogsTheBatchAndAnswersOneWithoutAFile) {
+  settings_["xml.path"] = dir_.File("no-such-directory");
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
+  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  ASSERT_TRUE(Eventually([&] { return Receipts() == 1; }));
+  EXPECT_FALSE(std::filesystem::exists(dir_.File("no-such-directory")));
+  EXPECT_EQ(CountOf(LogText(), "UNKNOWN EXEPTION"), 0);
+}
+
+TEST_F(BatchServerE2eTest, LogDirectoryThatDisappearsIsReportedAndServingResumesWhenItIsBack) {
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  std::filesystem::remove_all(logs_);
+
+  // The batch's log entry cannot be written: the call fails, the cycle ends,
+  // and the report goes to standard error.
+  sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nLOST,entry\n");
+  EXPECT_NE(call.exit_code, 0);
+  EXPECT_EQ(XmlFiles().size(), 1u);
+  ASSERT_TRUE(Eventually([&] { return CountOf(ServerErr(), "Error in log file for: '") >= 2; }))
+      << ServerErr();
+  const std::string err = ServerErr();
+  EXPECT_NE(err.find("batchserver " + instance_ + ": Error in log file for: '" + instance_ +
+                     "', file name: '" + logs_ + "/"),
+            std::string::npos)
+      << err;
+  EXPECT_NE(err.find("', cause: '3'; not logged: UNKNOWN EXEPTION\n"), std::string::npos) << err;
+  EXPECT_FALSE(server_->Poll().has_value());
+
+  // Once the directory is back the next cycle logs and serves again.
+  std::filesystem::create_directory(logs_);
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nAGAIN,served\n");
+  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  EXPECT_EQ(Receipts(), 1);
+  EXPECT_EQ(XmlFiles().size(), 2u);
+}
+
+TEST_F(BatchServerE2eTest, BatchThatDoesNotFitTheStructureIsRefusedAndServingGoesOn) {
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  // QTY arrives as text that is no number: the receive fails.
+  sapsim::testing::RunResult call =
+      Call("Z_E2E_ALL", "ZE2E_ALL_TEXT", "H_IDENT,QTY\nH1,12\nH2,many\n");
+  EXPECT_NE(call.exit_code, 0);
+  EXPECT_EQ(call.out.find("BATCH_RC"), std::string::npos) << call.out;
+  ASSERT_TRUE(Eventually([&] {
+    return ServerOut().find("\nRFC call/exception during Invoke of CRfcServerApp\n") !=
+           std::string::npos;
+  })) << ServerOut();
+  EXPECT_NE(ServerOut().find("\n Main Thread  \nRFC call/exception during Invoke of CRfcServerApp\nKey         "),
+            std::string::npos);
+  EXPECT_TRUE(XmlFiles().empty());
+  EXPECT_EQ(Receipts(), 0);
+
+  // Fields the caller does not send arrive initial; such a batch is taken.
+  call = Call("Z_E2E_ALL", "ZE2E_ALL_TEXT", "H_IDENT,QTY\nH1,12\n");
+  EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
+  call = Call("Z_E2E_ALL", "ZE2E_ALL", kAllTypesCsv);
+  EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
+  EXPECT_EQ(Receipts(), 2);
+  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+}
+
+TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServing) {
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  std::string csv = "H_IDENT,NAME\n";
+  for (int i = 0; i < 2000; ++i) csv += "K" + std::to_string(i) + ",name " + std::to_string(i) + "\n";
+  const std::string csv_file = dir_.Write("big.csv", csv);
+  {
+    BackgroundCommand caller({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
+                              "--program-id", kProgramId, "--function", "Z_E2E_SMALL",
+                              "--structure", "ZE2E_SMALL", "--csv", csv_file, "--repeat", "100000"},
+                             dir_.File("caller.out"));
+    ASSERT_TRUE(Eventually([&] { return Receipts() >= 3; })) << LogText();
+    caller.Kill(SIGKILL);
+  }
+  // A batch in flight when the caller went is still written; wait for it.
+  int before = -1;
+  ASSERT_TRUE(Eventually([&] {
+    const int now = Receipts();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    before = Receipts();
+    return now == before;
+  }));
+  const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
+  EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
+  EXPECT_EQ(Receipts(), before + 1);
+  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+  EXPECT_FALSE(server_->Poll().has_value());
+}
+
+}  // namespace
+}  // namespace e2e
