@@ -137,6 +137,9 @@ for f in "$demo"/xml/*.xml; do
   cat "$f"
   echo
 done
+echo
+echo "(Rows are named by their H_IDENT, T_IDENT or IDENT value; rows without any"
+echo " of the three are not written, which is why the customer batch is empty.)"
 
 say "Stopping the batch server: $batchctl stop $instance"
 "$batchctl" stop "$instance" || fail "batchctl stop $instance failed"

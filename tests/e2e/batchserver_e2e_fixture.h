@@ -138,6 +138,14 @@ class BatchServerE2eTest : public ::testing::Test {
     sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
   }
 
+  // Replaces the system by one described by `system_text`, on a new port.
+  void RestartSapsimWith(const std::string& system_text) {
+    sapsim_.reset();
+    system_file_ = dir_.Write("system2.json", system_text);
+    StartSapsim(0);
+    settings_["sap.server.gateway.service"] = sapsim_->port_text();
+  }
+
   // Writes the INI (CR LF) and starts the server in the work directory.
   void StartServer() {
     std::string ini = "[" + instance_ + "]\r\n";

@@ -262,6 +262,25 @@ TEST_F(BatchServerE2eTest, RefusedLogonIsLoggedOncePerCycle) {
   EXPECT_FALSE(server_->Poll().has_value());
 }
 
+TEST_F(BatchServerE2eTest, UnreadableBatchTableIsAnUnknownExceptionInEveryCycle) {
+  // A system without ZKTZ_BATCHES: RFC_READ_TABLE raises TABLE_NOT_AVAILABLE.
+  std::string system = TestSystem();
+  const size_t table = system.find("\"tables\"");
+  ASSERT_NE(table, std::string::npos);
+  system = system.substr(0, system.rfind(',', table)) + "\n}";
+  const size_t structure = system.find("\"ZKTZ_BATCHES\": [");
+  system.erase(structure, system.find("],", structure) + 2 - structure);
+  RestartSapsimWith(system);
+  StartServer();
+  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 3; })) << LogText();
+  const std::vector<std::string> cycles = Cycles(LogText());
+  for (size_t i = 0; i + 1 < cycles.size(); ++i) {
+    EXPECT_TRUE(std::regex_match(cycles[i], std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - UNKNOWN EXEPTION\n\r\n)")))
+        << cycles[i];
+  }
+  EXPECT_EQ(Waits(), 0);
+}
+
 TEST_F(BatchServerE2eTest, ClassLibraryTraceGoesIntoTheStartDirectoryWhenSwitchedOn) {
   settings_["sap.client.trace"] = "1";
   StartServer();
