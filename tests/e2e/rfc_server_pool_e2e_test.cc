@@ -1,0 +1,257 @@
+// The server application's thread pool against a running sapsim: several
+// pool threads registered under one program id serve concurrent sapsim call
+// processes, each call on a clone, until the gateway cancels the
+// registrations; a function without clone is refused on every call.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <regex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/thread.h"
+#include "rfc/binding/rfc_binding.h"
+#include "rfc/core/rfc_connection.h"
+#include "rfc/core/rfc_trace.h"
+#include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_table_param.h"
+#include "rfc/server/rfc_server_app.h"
+#include "rfc/server/rfc_server_func.h"
+#include "tests/e2e/server_test_support.h"
+#include "tests/sapsim/support/rfc_library.h"
+#include "tests/sapsim/support/sapsim_process.h"
+
+namespace {
+
+using server_test::CountOf;
+
+constexpr const char* kProgram = "POOLE2E";
+
+// Receives a table of ZPOOL_LINE lines and answers with their count.
+class CountingFunc : public CRfcServerFunc {
+ public:
+  explicit CountingFunc(const char* name) : CRfcServerFunc(name) { Init(); }
+  CountingFunc(const CountingFunc& other) : CRfcServerFunc(other) {
+    Init();
+    ++clones;
+  }
+  CRfcServerFunc* clone() override { return new CountingFunc(*this); }
+
+  int Process() override {
+    const unsigned lines = table_->GetTableHandle() != nullptr ? ItFill(table_->GetTableHandle()) : 0;
+    {
+      std::lock_guard<std::mutex> hold(lock);
+      threads.insert(platform::CurrentThreadId());
+    }
+    // Long enough that concurrent callers find this thread busy.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    rc_->Value() = static_cast<RFC_INT>(lines);
+    rc_->SetActive(1);
+    return 0;
+  }
+
+  static inline std::atomic<int> clones{0};
+  static inline std::mutex lock;
+  static inline std::set<uint32_t> threads;
+
+ private:
+  void Init() {
+    rc_ = std::make_unique<CRfcSimpleParam>("BATCH_RC", TYPE_INT, 4, 0, 0);
+    table_ = std::make_unique<CRfcTableParam>("BATCH_TABLE", 30, 0, 0, nullptr, "");
+    CRfcFieldInfo fields[2] = {};
+    SetFieldName(fields[0], "H_IDENT");
+    fields[0].column = 0;
+    fields[0].type = TYPE_CHAR;
+    fields[0].length = 10;
+    SetFieldName(fields[1], "NAME");
+    fields[1].column = 1;
+    fields[1].type = TYPE_CHAR;
+    fields[1].length = 20;
+    table_->AddFieldInfo(fields, 2);
+    AddExport(rc_.get());
+    AddTable(table_.get());
+  }
+  std::unique_ptr<CRfcSimpleParam> rc_;
+  std::unique_ptr<CRfcTableParam> table_;
+};
+
+class ServerPoolE2eTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
+  }
+
+  void SetUp() override {
+    sapsim::testing::SapsimProcess::Options options;
+    options.system_file = dir_.Write("system.json", R"({
+      "system_id": "POO", "release": "46C",
+      "structures": {"ZPOOL_LINE": [
+        {"name": "H_IDENT", "type": "C", "length": 10},
+        {"name": "NAME", "type": "C", "length": 20}]}
+    })");
+    sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
+    // The vector the pool threads accept with, as a registration would cut it.
+    words_ = {"-a" + std::string(kProgram), "-g127.0.0.1", "-x" + sapsim_->port_text()};
+    for (std::string& word : words_) argv_.push_back(word.data());
+    argv_.push_back(nullptr);
+    // The application's connection learns the vector by registering once;
+    // closing it ends that registration, so only the pool's remain.
+    connection_.Accept(argv_.data());
+    connection_.Close();
+  }
+
+  // The gateway's count of registrations of the program id.
+  int Registered() {
+    int total = 0, initialising = 0, ready = 0, busy = 0;
+    ErrorInfoEx error{};
+    const std::string port = sapsim_->port_text();
+    RfcCheckRegisterServer(kProgram, "127.0.0.1", port.c_str(), &total, &initialising, &ready,
+                           &busy, &error);
+    return ready + busy;
+  }
+
+  void CancelRegistrations() {
+    int total = 0, cancelled = 0;
+    ErrorInfoEx error{};
+    const std::string port = sapsim_->port_text();
+    RfcCancelRegisterServer(kProgram, "127.0.0.1", port.c_str(), &total, &cancelled, &error);
+  }
+
+  sapsim::testing::RunResult Call(const std::string& function, int rows) {
+    std::string csv = "H_IDENT,NAME\n";
+    for (int i = 0; i < rows; ++i) csv += "K" + std::to_string(i) + ",row " + std::to_string(i) + "\n";
+    const std::string file = dir_.Write(function + std::to_string(rows) + ".csv", csv);
+    return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port",
+                                        sapsim_->port_text(), "--program-id", kProgram,
+                                        "--function", function, "--structure", "ZPOOL_LINE",
+                                        "--csv", file});
+  }
+
+  template <typename Predicate>
+  static bool Eventually(Predicate done) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!done()) {
+      if (std::chrono::steady_clock::now() > deadline) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+  }
+
+  sapsim::testing::TempDir dir_;
+  std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
+  std::vector<std::string> words_;
+  std::vector<char*> argv_;
+  CRfcConnection connection_;
+};
+
+TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
+  CRfcServerApp app(&connection_);
+  CountingFunc registered("Z_POOL_COUNT");
+  app.AddFunction(&registered);
+  CountingFunc::clones = 0;
+
+  testing::internal::CaptureStdout();
+  std::string thrown;
+  int rc = -1;
+  std::thread pool([&] {
+    try {
+      rc = app.Run(3);
+    } catch (const char* text) {
+      thrown = text;
+    }
+  });
+  const bool registered_all = Eventually([&] { return Registered() == 3; });
+
+  // Six callers at once, each with its own number of lines.
+  std::vector<std::future<sapsim::testing::RunResult>> callers;
+  if (registered_all) {
+    for (int rows = 1; rows <= 6; ++rows) {
+      callers.push_back(std::async(std::launch::async, [this, rows] { return Call("Z_POOL_COUNT", rows); }));
+    }
+  }
+  std::vector<sapsim::testing::RunResult> results;
+  for (auto& caller : callers) results.push_back(caller.get());
+  CancelRegistrations();
+  pool.join();
+  const std::string out = testing::internal::GetCapturedStdout();
+
+  ASSERT_TRUE(registered_all) << out;
+  for (size_t i = 0; i < results.size(); ++i) {
+    EXPECT_EQ(results[i].exit_code, 0) << results[i].err;
+    EXPECT_EQ(results[i].out, "BATCH_RC=" + std::to_string(i + 1) + "\n") << results[i].err;
+  }
+  EXPECT_EQ(thrown, "");
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(CountingFunc::clones, 6);
+  // Busy threads leave callers to the others.
+  EXPECT_GE(CountingFunc::threads.size(), 2u);
+  EXPECT_EQ(CountOf(out, "RfcAccept          handle = "), 3) << out;
+  EXPECT_EQ(CountOf(out, "RfcAccept          handle = 0"), 0) << out;
+  EXPECT_NE(out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"), std::string::npos)
+      << out;
+}
+
+TEST_F(ServerPoolE2eTest, FunctionWithoutCloneIsRefusedOnEveryCall) {
+  sapsim::testing::TempDir trace_dir;
+  GetRfcTrace().SetDirectory(trace_dir.path());
+  GetRfcTrace().SetTraceOn(1);
+
+  CRfcServerApp app(&connection_);
+  server_test::EchoFunc echo("Z_POOL_NOCLONE");
+  app.AddFunction(&echo);
+
+  testing::internal::CaptureStdout();
+  int rc = -1;
+  std::thread pool([&] {
+    try {
+      rc = app.Run(2);
+    } catch (const char*) {
+    }
+  });
+  const bool registered_all = Eventually([&] { return Registered() == 2; });
+  std::vector<sapsim::testing::RunResult> results;
+  if (registered_all) {
+    for (int i = 0; i < 3; ++i) results.push_back(Call("Z_POOL_NOCLONE", 1));
+  }
+  CancelRegistrations();
+  pool.join();
+  const std::string out = testing::internal::GetCapturedStdout();
+  GetRfcTrace().SetTraceOn(0);
+
+  ASSERT_TRUE(registered_all) << out;
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(echo.processed, 0);
+  // The caller is told that the server ended the call without an answer.
+  for (const sapsim::testing::RunResult& result : results) {
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.out.find("BATCH_RC"), std::string::npos);
+  }
+  const std::regex refused(
+      "\n Thread +[12]:  You have to implement the clone function CRfcServerFunc::clone\\(\\) in "
+      "the derived class of CRfcServerFunc\\.");
+  EXPECT_EQ(std::distance(std::sregex_iterator(out.begin(), out.end(), refused),
+                          std::sregex_iterator()),
+            3)
+      << out;
+
+  std::string explanation;
+  for (const char* p = server_test::kCloneExplanation; *p != '\0'; ++p) {
+    if (*p == '\n') explanation += '\r';
+    explanation += *p;
+  }
+  int explained = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(trace_dir.path())) {
+    explained += CountOf(sapsim::testing::ReadFile(entry.path().string()), explanation);
+  }
+  EXPECT_EQ(explained, 3);
+}
+
+}  // namespace
