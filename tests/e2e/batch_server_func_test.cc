@@ -46,7 +46,7 @@ bool IsZeroRecord(const CRfcFieldInfo& record) {
   return std::memcmp(&record, &zero, sizeof record) == 0;
 }
 
-class BatchServerTest : public ::testing::Test {
+class BatchFunctionTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
@@ -71,7 +71,7 @@ int32_t RecordingCallback(CRfcConnection* connection, CWorkerContext* context) {
 
 int32_t OtherCallback(CRfcConnection*, CWorkerContext*) { return 1; }
 
-TEST_F(BatchServerTest, IdleHookReportsActivityOnceAndRunsTheCallback) {
+TEST_F(BatchFunctionTest, IdleHookReportsActivityOnceAndRunsTheCallback) {
   CRfcConnection connection;
   CWorkerContext context;
   CBatchServerApp app(&connection, &context);
@@ -100,7 +100,7 @@ TEST_F(BatchServerTest, IdleHookReportsActivityOnceAndRunsTheCallback) {
 
 // ---- CBatchServerFunc -------------------------------------------------
 
-TEST_F(BatchServerTest, DescriptorArrayHoldsTheFieldsByColumnThenTwoZeroRecords) {
+TEST_F(BatchFunctionTest, DescriptorArrayHoldsTheFieldsByColumnThenTwoZeroRecords) {
   CRfcConnection connection;
   CBatchServerApp app(&connection, nullptr);
   Columns columns = ThreeCharFields();
@@ -148,7 +148,7 @@ TEST_F(BatchServerTest, DescriptorArrayHoldsTheFieldsByColumnThenTwoZeroRecords)
   EXPECT_EQ(function.GetImports().GetCount(), 0);
 }
 
-TEST_F(BatchServerTest, FieldsAreLaidOutWithTheLibrarysAlignment) {
+TEST_F(BatchFunctionTest, FieldsAreLaidOutWithTheLibrarysAlignment) {
   CRfcConnection connection;
   CBatchServerApp app(&connection, nullptr);
   // Delivered out of order; columns decide the place.
@@ -176,7 +176,7 @@ TEST_F(BatchServerTest, FieldsAreLaidOutWithTheLibrarysAlignment) {
   EXPECT_TRUE(IsZeroRecord(array[5]));
 }
 
-TEST_F(BatchServerTest, ColumnOutsideTheStructureIsRefusedBeforeAnythingChanges) {
+TEST_F(BatchFunctionTest, ColumnOutsideTheStructureIsRefusedBeforeAnythingChanges) {
   CRfcConnection connection;
   CBatchServerApp app(&connection, nullptr);
   const struct {
@@ -207,7 +207,7 @@ TEST_F(BatchServerTest, ColumnOutsideTheStructureIsRefusedBeforeAnythingChanges)
   EXPECT_EQ(app.GetFunctionCount(), 0);
 }
 
-TEST_F(BatchServerTest, StructureWithoutFieldsStillOffersItsFunction) {
+TEST_F(BatchFunctionTest, StructureWithoutFieldsStillOffersItsFunction) {
   CRfcConnection connection;
   CBatchServerApp app(&connection, nullptr);
   Columns none;
@@ -217,14 +217,14 @@ TEST_F(BatchServerTest, StructureWithoutFieldsStillOffersItsFunction) {
   EXPECT_TRUE(IsZeroRecord(function.GetFieldInfos()[0]));
 }
 
-TEST_F(BatchServerTest, BatchIdIsSecondsInTwelveDigitsAndMillisecondsInThree) {
+TEST_F(BatchFunctionTest, BatchIdIsSecondsInTwelveDigitsAndMillisecondsInThree) {
   EXPECT_EQ(CBatchServerFunc::FormatBatchId(1047032436, 7), "001047032436007");
   EXPECT_EQ(CBatchServerFunc::FormatBatchId(0, 0), "000000000000000");
   EXPECT_EQ(CBatchServerFunc::FormatBatchId(1795387013, 999), "001795387013999");
   EXPECT_TRUE(std::regex_match(CBatchServerFunc::MakeBatchId(), std::regex("[0-9]{15}")));
 }
 
-TEST_F(BatchServerTest, BatchesOneSecondApartDifferByOneInTheirSeconds) {
+TEST_F(BatchFunctionTest, BatchesOneSecondApartDifferByOneInTheirSeconds) {
   // Start early in a second, so that neither reading is near a boundary.
   while (platform::CalendarMilliseconds() > 200) platform::Sleep(5);
   const std::string first = CBatchServerFunc::MakeBatchId();
@@ -252,7 +252,7 @@ int32_t RecordingHandler(CBatchServerFunc* function) {
   return 1;
 }
 
-TEST_F(BatchServerTest, ProcessStampsTheBatchCallsTheHandlerAndAnswersOne) {
+TEST_F(BatchFunctionTest, ProcessStampsTheBatchCallsTheHandlerAndAnswersOne) {
   CRfcConnection connection;
   CBatchServerApp app(&connection, nullptr);
   Columns columns = ThreeCharFields();

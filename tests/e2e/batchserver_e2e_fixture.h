@@ -131,10 +131,11 @@ class BatchServerE2eTest : public ::testing::Test {
     };
   }
 
-  void StartSapsim(uint16_t port) {
+  void StartSapsim(uint16_t port, bool message_server = false) {
     sapsim::testing::SapsimProcess::Options options;
     options.system_file = system_file_;
     options.port = port;
+    options.message_server = message_server;
     sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
   }
 

@@ -2,6 +2,7 @@
 // sapsim call as real processes on free ports.
 
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
@@ -260,6 +261,44 @@ TEST_F(BatchServerE2eTest, RefusedLogonIsLoggedOncePerCycle) {
   }
   EXPECT_EQ(Waits(), 0);
   EXPECT_FALSE(server_->Poll().has_value());
+}
+
+TEST_F(BatchServerE2eTest, LogsOnThroughTheMessageServerWhenLoadBalancingIsYes) {
+  sapsim_.reset();
+  StartSapsim(0, /*message_server=*/true);
+  settings_["sap.server.gateway.service"] = sapsim_->port_text();
+  settings_["sap.client.loadbalancing"] = "Yes";
+  settings_["sap.client.lb.messageserver"] = "127.0.0.1";
+  settings_["sap.client.lb.system"] = "E2E";
+  settings_["sap.client.lb.group"] = "PUBLIC";
+  // The application server settings must not be what makes it work.
+  settings_["sap.client.host"] = "no.such.host.invalid";
+  // The stand-in library finds the message server through this variable.
+  ASSERT_EQ(setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1), 0);
+  StartServer();
+  unsetenv("RFCSIM_MS_PORT");
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  EXPECT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nLB,balanced\n").out, "BATCH_RC=1\n");
+  EXPECT_EQ(Receipts(), 1);
+  EXPECT_NE(sapsim_->Log().find("PUBLIC"), std::string::npos) << sapsim_->Log();
+}
+
+TEST_F(BatchServerE2eTest, UnknownLogonGroupIsARefusedLogon) {
+  sapsim_.reset();
+  StartSapsim(0, /*message_server=*/true);
+  settings_["sap.server.gateway.service"] = sapsim_->port_text();
+  settings_["sap.client.loadbalancing"] = "Yes";
+  settings_["sap.client.lb.messageserver"] = "127.0.0.1";
+  settings_["sap.client.lb.system"] = "E2E";
+  settings_["sap.client.lb.group"] = "NOGROUP";
+  ASSERT_EQ(setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1), 0);
+  StartServer();
+  unsetenv("RFCSIM_MS_PORT");
+  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 2; })) << LogText();
+  const std::string first = Cycles(LogText())[0];
+  EXPECT_EQ(CountOf(first, " - RFC_ERROR_INFO\nKey: "), 1) << first;
+  EXPECT_NE(first.find("NOGROUP"), std::string::npos) << first;
+  EXPECT_EQ(Waits(), 0);
 }
 
 TEST_F(BatchServerE2eTest, UnreadableBatchTableIsAnUnknownExceptionInEveryCycle) {
