@@ -26,12 +26,12 @@ std::string FieldText(const char (&field)[N]) {
   return std::string(field, std::find(field, field + N, '\0'));
 }
 
-// Step 1: the only place where the worker ends normally.
+// The only place where the worker ends normally.
 bool StopRequested(const CWorkerContext& context) {
   return context.running == 0 || CBatchApp::IsRunning(ProcessSettings().GetInstanceName()) == 0;
 }
 
-// Step 3: a fresh header for every cycle, in the day's file when a log
+// A fresh header for every cycle, in the day's file when a log
 // directory is configured.
 void PrepareLog() {
   CLogFile& log = ProcessLog();
@@ -41,7 +41,7 @@ void PrepareLog() {
   log.WriteHeader();
 }
 
-// Step 4: the library is loaded again in every cycle and never unloaded. A
+// The library is loaded again in every cycle and never unloaded. A
 // library that cannot be loaded is the one failure not worth retrying.
 bool LoadLibrary() {
   const std::string library = ProcessSettings().GetLibrary();
@@ -55,13 +55,15 @@ bool LoadLibrary() {
 // not own them.
 using BatchFunctions = std::vector<std::unique_ptr<CBatchServerFunc>>;
 
-// Step 5: registration comes before the client logon.
+// The registration comes before the client logon; a stale registration of
+// the same program id is cancelled first.
 void RegisterAtGateway(CGatewayConnection& gateway) {
   if (gateway.IsRegistered()) gateway.CancelRegistration();
   gateway.Register();
 }
 
-// Step 6.
+// The client logon: through the message server when load balancing is
+// exactly "Yes", else to the one application server.
 void LogOn(CClientConnection& client) {
   const CSettings& settings = ProcessSettings();
   const int trace = DecimalTextToInt(settings.GetTrace());
@@ -78,14 +80,15 @@ void LogOn(CClientConnection& client) {
   }
 }
 
-// Step 9: one batch function per row whose ACTIVE is exactly "Y" and whose
-// structure the dictionary describes.
+// One batch function per row whose ACTIVE is exactly "Y" and whose structure
+// the dictionary describes; other rows are skipped without a word.
 void AddBatchFunctions(CClientConnection& client, CReadTable& batches, CBatchServerApp& app,
                        BatchFunctions& functions) {
   const int rows = static_cast<int>(batches.GetRowCount());
   for (int row = 0; row < rows; ++row) {
     std::string active, program, function_name, structure;
     if (batches.GetCell("ACTIVE", row, active) == 0 || active != "Y") continue;
+    // The program id of the row must be there; its value is not used.
     if (batches.GetCell("PROGRAMM", row, program) == 0) continue;
     if (batches.GetCell("FUNCTION", row, function_name) == 0) continue;
     if (batches.GetCell("STRUCTURE", row, structure) == 0) continue;
@@ -109,7 +112,7 @@ void AddBatchFunctions(CClientConnection& client, CReadTable& batches, CBatchSer
   }
 }
 
-// Step 10.
+// The lines that say the cycle is ready to serve.
 void WriteWaitingLines() {
   CLogFile& log = ProcessLog();
   log.WriteFormat(LOG_NEWLINE1, "%s", "");
@@ -119,7 +122,7 @@ void WriteWaitingLines() {
   log.WriteFormat(LOG_NEWLINE1, "%s", "");
 }
 
-// Steps 3 to 12. Returns false when the worker must end for good. The
+// One service cycle. Returns false when the worker must end for good. The
 // cycle's objects are destroyed on the way out, also by an exception, which
 // ends the registration and the logon before the next cycle.
 bool RunServiceCycle(CWorkerContext& context) {
