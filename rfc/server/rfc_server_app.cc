@@ -261,7 +261,8 @@ int CRfcServerApp::StartThreadServer(int thread_count) {
   }
   g_accept_arguments = connection_->GetArgv();
   for (std::atomic<int>& entry : g_thread_table) entry = 0;
-  const int count = std::min(thread_count, kMaxThreads);
+  // A count below 1 starts nothing (and reports nothing).
+  const int count = std::clamp(thread_count, 0, kMaxThreads);
 
   g_message = "StartThreadServer";
   PrintWithPrefix(0, g_message.c_str());

@@ -239,6 +239,16 @@ TEST_F(ServerPoolTest, ConnectionClosedWithoutCancellationIsAcceptedAgain) {
   EXPECT_NE(run.out.find("RFC-ERROR OCCURS  ==>  Thread 1 exited"), std::string::npos);
 }
 
+TEST_F(ServerPoolTest, PoolOfNoThreadsStartsNothing) {
+  CRfcServerApp app(&connection_);
+  for (int count : {0, -5}) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(app.StartThreadServer(count), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n Main Thread  StartThreadServer");
+  }
+  EXPECT_TRUE(script().CallsOf("RfcAccept").empty());
+}
+
 TEST_F(ServerPoolTest, StartingAPoolWithoutConnectionIsRefused) {
   CRfcServerApp app(nullptr);
   const char* text =
