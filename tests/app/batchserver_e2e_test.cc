@@ -138,10 +138,12 @@ class BatchServerTest : public ::testing::Test {
     return names;
   }
 
-  bool HeadersWritten(std::size_t count) const {
-    const std::string text = LogText();
-    return CountOf(text, "# DESCRIPTION: " + name_ + "\r\n# CLOCKS_PER_SEC: 1000\r\n") == count;
+  // The stub library accepts the registration but fails the logon, so every
+  // service cycle writes a header block and starts again: count at least.
+  std::size_t Headers() const {
+    return CountOf(LogText(), "# DESCRIPTION: " + name_ + "\r\n# CLOCKS_PER_SEC: 1000\r\n");
   }
+  bool HeadersWritten(std::size_t count) const { return Headers() >= count; }
 
   testutil::TempDir dir_;
   std::string name_;
@@ -165,9 +167,10 @@ TEST_F(BatchServerTest, StopEventEndsTheWorkerButNotTheProcessAndSigtermEndsIt) 
       << server.ThreadCount() << " threads";
 
   // The worker is gone, the process stays and starts nothing new.
+  const std::size_t headers = Headers();
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   EXPECT_FALSE(server.Poll().has_value());
-  EXPECT_TRUE(HeadersWritten(1)) << LogText();
+  EXPECT_EQ(Headers(), headers) << LogText();
 
   ASSERT_EQ(kill(server.pid(), SIGTERM), 0);
   const std::optional<int> status = server.WaitForExit();
