@@ -226,7 +226,7 @@ TEST_F(AccessE2eTest, TheExampleSystemsActiveBatchesAndTheirLayouts) {
       "  12 CHECKSUM type 4 offset 95 length 4 decimals 0\n"
       "  13 NOTE type 0 offset 99 length 60 decimals 0\n"
       "Z_BATCH_CUSTOMERS ZBATCH_CUSTOMER\n"
-      "  1 KUNNR type 0 offset 0 length 10 decimals 0\n"
+      "  1 IDENT type 0 offset 0 length 10 decimals 0\n"
       "  2 NAME type 0 offset 10 length 40 decimals 0\n"
       "  3 CITY type 0 offset 50 length 30 decimals 0\n"
       "  4 COUNTRY type 0 offset 80 length 2 decimals 0\n"
