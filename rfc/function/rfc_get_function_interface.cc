@@ -2,13 +2,10 @@
 
 #include <string>
 
-#include "platform/critical_section.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_connection.h"
 #include "rfc/core/rfc_error.h"
-#include "rfc/core/rfc_thrown_text.h"
-#include "rfc/core/rfc_trace.h"
+#include "rfc/function/rfc_dictionary_reading.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
@@ -19,7 +16,6 @@ constexpr const char* kParamsTypes = "PARAMStypes";
 constexpr const char* kCreateFailed = "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE";
 constexpr const char* kSimpleImportFailed = "Failure to create parameters";
 constexpr const char* kCallFailed = "RFC_GET_FUNCTION_INTERFACE CallReceive failed";
-constexpr const char* kLongNamesRelease = "40A";
 
 // Columns of a PARAMS line.
 enum ParamsColumn {
@@ -30,18 +26,6 @@ enum ParamsColumn {
   kExid = 4,
   kIntLength = 7,
 };
-
-// The process-wide registration of a dictionary line structure.
-struct LineRegistration {
-  platform::CriticalSection lock;
-  RfcTypeHandle handle = 0;
-  int layout = -1;  // 0 short, 1 long, -1 never installed
-};
-
-LineRegistration& ParamsRegistration() {
-  static LineRegistration registration;
-  return registration;
-}
 
 const char* TextOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
@@ -110,23 +94,15 @@ int CRfcGetFunctionInterface::TypeOfExid(char exid) {
   }
 }
 
+CRfcDictionaryLine& CRfcGetFunctionInterface::ParamsLine() {
+  static CRfcDictionaryLine line("PARAMStypes", kParamsFieldCount,
+                                 {kParamsFieldsShort, kParamsElementsShort, kParamsLineShort},
+                                 {kParamsFieldsLong, kParamsElementsLong, kParamsLineLong});
+  return line;
+}
+
 RfcTypeHandle CRfcGetFunctionInterface::RegisterParamsTypes(bool long_layout) {
-  LineRegistration& registration = ParamsRegistration();
-  platform::CriticalSectionLock hold(registration.lock);
-  const int layout = long_layout ? 1 : 0;
-  if (registration.handle == 0 || registration.layout != layout) {
-    // The library takes a modifiable array; hand it a copy of the constants.
-    RfcTypeElement elements[kParamsFieldCount];
-    const RfcTypeElement* source = long_layout ? kParamsElementsLong : kParamsElementsShort;
-    for (int i = 0; i < kParamsFieldCount; ++i) elements[i] = source[i];
-    RfcTypeHandle handle = 0;
-    if (RfcInstallStructure(kParamsTypes, elements, kParamsFieldCount, &handle) != 0) {
-      throw "RfcInstallStructure failed!";
-    }
-    registration.handle = handle;
-    registration.layout = layout;
-  }
-  return registration.handle;
+  return ParamsLine().Register(long_layout);
 }
 
 CRfcGetFunctionInterface::CRfcGetFunctionInterface(CRfcClientFunc* target,
@@ -143,75 +119,28 @@ CRfcGetFunctionInterface::CRfcGetFunctionInterface(CRfcClientFunc* target,
 CRfcGetFunctionInterface::~CRfcGetFunctionInterface() = default;
 
 void CRfcGetFunctionInterface::ReadInterface() {
-  CRfcTrace& trace = GetRfcTrace();
-  const bool long_layout = connection_ != nullptr && connection_->GetRelease() >= kLongNamesRelease;
   try {
-    const RfcTypeHandle handle = RegisterParamsTypes(long_layout);
-    params_ = rfc::RfcAllocate<CRfcTableParam>("PARAMS",
-                                               long_layout ? kParamsLineLong : kParamsLineShort, 0,
-                                               0, nullptr, nullptr);
-    if (!params_) throw kRfcAllocationFailed;
-    params_->SetTypeHandle(handle);
-    // AddFieldInfo rewrites the offsets of the array it is given.
-    CRfcFieldInfo fields[kParamsFieldCount];
-    const CRfcFieldInfo* source = long_layout ? kParamsFieldsLong : kParamsFieldsShort;
-    for (int i = 0; i < kParamsFieldCount; ++i) fields[i] = source[i];
-    params_->AddFieldInfo(fields, kParamsFieldCount);
-
-    funcname_ = rfc::RfcAllocate<CRfcSimpleParam>("FUNCNAME", TYPE_CHAR, 30, 0, 0);
-    if (!funcname_) throw kRfcAllocationFailed;
-    language_ = rfc::RfcAllocate<CRfcSimpleParam>("LANGUAGE", TYPE_CHAR, 1, 0, 0);
-    if (!language_) throw kRfcAllocationFailed;
+    params_ = ParamsLine().MakeTable("PARAMS", RfcUsesLongLayouts(connection_));
+    funcname_ = NewDictionaryParam("FUNCNAME", TYPE_CHAR, 30);
+    language_ = NewDictionaryParam("LANGUAGE", TYPE_CHAR, 1);
     AddImport(funcname_.get());
     AddImport(language_.get());
     AddTable(params_.get());
     params_->Create();
   } catch (const char*) {
-    trace.WriteHeader();
-    trace.WriteLine(kCreateFailed);
-    trace.WriteLine(TextOrEmpty(function_name_));
-    language_.reset();
-    funcname_.reset();
-    params_.reset();
-    throw kCreateFailed;
+    // What was made so far goes with the reader.
+    ThrowRfcFailure(kCreateFailed, {TextOrEmpty(function_name_)}, kCreateFailed);
   }
 
   funcname_->Value() = function_name_;
   funcname_->SetActive(1);
   language_->Value() = "E";
   language_->SetActive(1);
-
-  char* exception = nullptr;
-  int rc = 0;
-  try {
-    rc = CallReceive(exception, 0);
-  } catch (const RFC_ERROR_INFO& error) {
-    trace.WriteHeader();
-    trace.WriteLine(kCallFailed);
-    trace.WriteLine(TextOrEmpty(function_name_));
-    trace.WriteError(error);
-    language_.reset();
-    funcname_.reset();
-    params_.reset();
-    throw;
-  }
-  if (rc != 0) {
-    // The library reuses the name's buffer; keep a copy before going on.
-    const char* name = KeepThrownText(exception);
-    trace.WriteHeader();
-    trace.WriteLine(kCallFailed);
-    trace.WriteLine(TextOrEmpty(function_name_));
-    trace.WriteLine(name);
-    language_.reset();
-    funcname_.reset();
-    params_.reset();
-    throw name;
-  }
+  CallDictionaryFunction(*this, kCallFailed, TextOrEmpty(function_name_));
   // FUNCNAME and LANGUAGE have done their work; they go with the reader.
 }
 
 void CRfcGetFunctionInterface::BuildParameters() {
-  CRfcTrace& trace = GetRfcTrace();
   const TableHandle table = params_->GetTableHandle();
   const unsigned count = table != nullptr ? ItFill(table) : 0;
   for (unsigned n = 1; n <= count; ++n) {
@@ -244,54 +173,39 @@ void CRfcGetFunctionInterface::BuildParameters() {
         created.release();
         added->Create();
       } catch (const char*) {
-        trace.WriteHeader();
-        trace.WriteLine("CRfcClienFunc, auto-creation of table param failed");
-        trace.WriteLine(target_->GetName());
-        trace.WriteLine(parameter.c_str());
-        throw kCreateFailed;
+        ThrowRfcFailure("CRfcClienFunc, auto-creation of table param failed",
+                        {target_->GetName(), parameter.c_str()}, kCreateFailed);
       }
       continue;
     }
 
-    const std::string field_name = text(kFieldName);
+    // An empty FIELDNAME means the parameter is typed by a whole structure.
+    const bool is_structure = text(kFieldName).empty();
     const std::string exid = text(kExid);
-    std::unique_ptr<CRfcImpExpParam> created;
-    if (field_name.empty()) {
-      try {
+    try {
+      std::unique_ptr<CRfcImpExpParam> created;
+      if (is_structure) {
         created = rfc::RfcAllocate<CRfcStructParam>(parameter.c_str(), int_length, 1, connection_,
                                                     tab_name.c_str());
-        if (!created) throw kRfcAllocationFailed;
-        if (is_import) {
-          target_->AddImport(created.get());
-        } else {
-          target_->AddExport(created.get());
-        }
-        created.release();
-      } catch (const char*) {
-        trace.WriteHeader();
-        trace.WriteLine("CRfcClienFunc, auto-creation of structure param failed");
-        trace.WriteLine(target_->GetName());
-        trace.WriteLine(parameter.c_str());
-        throw kCreateFailed;
-      }
-    } else {
-      try {
+      } else {
         created = rfc::RfcAllocate<CRfcSimpleParam>(
             parameter.c_str(), TypeOfExid(exid.empty() ? ' ' : exid[0]), int_length, 0, 1);
-        if (!created) throw kRfcAllocationFailed;
-        if (is_import) {
-          target_->AddImport(created.get());
-        } else {
-          target_->AddExport(created.get());
-        }
-        created.release();
-      } catch (const char*) {
-        trace.WriteHeader();
-        trace.WriteLine("CRfcClienFunc, auto-creation of simple param failed");
-        trace.WriteLine(target_->GetName());
-        trace.WriteLine(parameter.c_str());
-        throw is_import ? kSimpleImportFailed : kCreateFailed;
       }
+      if (!created) throw kRfcAllocationFailed;
+      if (is_import) {
+        target_->AddImport(created.get());
+      } else {
+        target_->AddExport(created.get());
+      }
+      created.release();
+    } catch (const char*) {
+      if (is_structure) {
+        ThrowRfcFailure("CRfcClienFunc, auto-creation of structure param failed",
+                        {target_->GetName(), parameter.c_str()}, kCreateFailed);
+      }
+      ThrowRfcFailure("CRfcClienFunc, auto-creation of simple param failed",
+                      {target_->GetName(), parameter.c_str()},
+                      is_import ? kSimpleImportFailed : kCreateFailed);
     }
   }
 }

@@ -17,6 +17,7 @@
 #include "rfc/function/rfc_field_info.h"
 
 class CRfcConnection;
+class CRfcDictionaryLine;
 class CRfcSimpleParam;
 class CRfcTableParam;
 
@@ -45,6 +46,8 @@ class CRfcGetFunctionInterface : public CRfcClientFunc {
   static int TypeOfExid(char exid);
 
  private:
+  // PARAMStypes and its process-wide registration.
+  static CRfcDictionaryLine& ParamsLine();
   // The call: FUNCNAME and LANGUAGE in, PARAMS back.
   void ReadInterface();
   // One target parameter per PARAMS line.

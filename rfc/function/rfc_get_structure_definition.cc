@@ -3,13 +3,11 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/critical_section.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_connection.h"
 #include "rfc/core/rfc_error.h"
-#include "rfc/core/rfc_thrown_text.h"
 #include "rfc/core/rfc_trace.h"
+#include "rfc/function/rfc_dictionary_reading.h"
 #include "rfc/function/rfc_get_function_interface.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_info.h"
@@ -17,11 +15,9 @@
 
 namespace {
 
-constexpr const char* kFieldsTypes = "FIELDStypes";
 constexpr const char* kCreateFailed = "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION";
 constexpr const char* kCallFailed = "RFC_GET_STRUCTURE_DEFINITION CallReceive failed";
 constexpr const char* kAddFieldInfoFailed = "Failure from AddFieldInfo";
-constexpr const char* kLongNamesRelease = "40A";
 
 // Columns of a FIELDS line.
 enum FieldsColumn {
@@ -32,17 +28,6 @@ enum FieldsColumn {
   kDecimals = 5,
   kExid = 6,
 };
-
-struct LineRegistration {
-  platform::CriticalSection lock;
-  RfcTypeHandle handle = 0;
-  int layout = -1;  // 0 short, 1 long, -1 never installed
-};
-
-LineRegistration& FieldsRegistration() {
-  static LineRegistration registration;
-  return registration;
-}
 
 const char* TextOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
@@ -76,22 +61,15 @@ const RfcTypeElement CRfcGetStructureDefinition::kFieldsElementsLong[kFieldsFiel
     {"EXID", TYPE_CHAR, 1, 0, 0},
 };
 
+CRfcDictionaryLine& CRfcGetStructureDefinition::FieldsLine() {
+  static CRfcDictionaryLine line("FIELDStypes", kFieldsFieldCount,
+                                 {kFieldsFieldsShort, kFieldsElementsShort, kFieldsLineShort},
+                                 {kFieldsFieldsLong, kFieldsElementsLong, kFieldsLineLong});
+  return line;
+}
+
 RfcTypeHandle CRfcGetStructureDefinition::RegisterFieldsTypes(bool long_layout) {
-  LineRegistration& registration = FieldsRegistration();
-  platform::CriticalSectionLock hold(registration.lock);
-  const int layout = long_layout ? 1 : 0;
-  if (registration.handle == 0 || registration.layout != layout) {
-    RfcTypeElement elements[kFieldsFieldCount];
-    const RfcTypeElement* source = long_layout ? kFieldsElementsLong : kFieldsElementsShort;
-    for (int i = 0; i < kFieldsFieldCount; ++i) elements[i] = source[i];
-    RfcTypeHandle handle = 0;
-    if (RfcInstallStructure(kFieldsTypes, elements, kFieldsFieldCount, &handle) != 0) {
-      throw "RfcInstallStructure failed!";
-    }
-    registration.handle = handle;
-    registration.layout = layout;
-  }
-  return registration.handle;
+  return FieldsLine().Register(long_layout);
 }
 
 CRfcGetStructureDefinition::CRfcGetStructureDefinition(CRfcStructInfo* target,
@@ -100,30 +78,17 @@ CRfcGetStructureDefinition::CRfcGetStructureDefinition(CRfcStructInfo* target,
     : CRfcClientFunc(connection, "RFC_GET_STRUCTURE_DEFINITION", 0),
       struct_name_(structName),
       target_(target) {
-  ReadDefinition(connection != nullptr && connection->GetRelease() >= kLongNamesRelease);
+  ReadDefinition(RfcUsesLongLayouts(connection));
   BuildFields();
 }
 
 CRfcGetStructureDefinition::~CRfcGetStructureDefinition() = default;
 
 void CRfcGetStructureDefinition::ReadDefinition(bool long_layout) {
-  CRfcTrace& trace = GetRfcTrace();
   try {
-    const RfcTypeHandle handle = RegisterFieldsTypes(long_layout);
-    fields_ = rfc::RfcAllocate<CRfcTableParam>("FIELDS",
-                                               long_layout ? kFieldsLineLong : kFieldsLineShort, 0,
-                                               0, nullptr, nullptr);
-    if (!fields_) throw kRfcAllocationFailed;
-    fields_->SetTypeHandle(handle);
-    CRfcFieldInfo fields[kFieldsFieldCount];
-    const CRfcFieldInfo* source = long_layout ? kFieldsFieldsLong : kFieldsFieldsShort;
-    for (int i = 0; i < kFieldsFieldCount; ++i) fields[i] = source[i];
-    fields_->AddFieldInfo(fields, kFieldsFieldCount);
-
-    tabname_ = rfc::RfcAllocate<CRfcSimpleParam>("TABNAME", TYPE_CHAR, long_layout ? 30 : 10, 0, 0);
-    if (!tabname_) throw kRfcAllocationFailed;
-    tablength_ = rfc::RfcAllocate<CRfcSimpleParam>("TABLENGTH", TYPE_INT, 4, 0, 0);
-    if (!tablength_) throw kRfcAllocationFailed;
+    fields_ = FieldsLine().MakeTable("FIELDS", long_layout);
+    tabname_ = NewDictionaryParam("TABNAME", TYPE_CHAR, long_layout ? 30 : 10);
+    tablength_ = NewDictionaryParam("TABLENGTH", TYPE_INT, 4);
     AddImport(tabname_.get());
     AddExport(tablength_.get());
     AddTable(fields_.get());
@@ -132,39 +97,10 @@ void CRfcGetStructureDefinition::ReadDefinition(bool long_layout) {
     tabname_->Value() = struct_name_;
     tabname_->SetActive(1);
   } catch (const char*) {
-    trace.WriteHeader();
-    trace.WriteLine(kCreateFailed);
-    tablength_.reset();
-    tabname_.reset();
-    fields_.reset();
-    throw kCreateFailed;
+    // What was made so far goes with the reader.
+    ThrowRfcFailure(kCreateFailed, {}, kCreateFailed);
   }
-
-  char* exception = nullptr;
-  int rc = 0;
-  try {
-    rc = CallReceive(exception, 0);
-  } catch (const RFC_ERROR_INFO& error) {
-    trace.WriteHeader();
-    trace.WriteLine(kCallFailed);
-    trace.WriteLine(TextOrEmpty(struct_name_));
-    trace.WriteError(error);
-    tablength_.reset();
-    tabname_.reset();
-    fields_.reset();
-    throw;
-  }
-  if (rc != 0) {
-    const char* name = KeepThrownText(exception);
-    trace.WriteHeader();
-    trace.WriteLine(kCallFailed);
-    trace.WriteLine(TextOrEmpty(struct_name_));
-    trace.WriteLine(name);
-    tablength_.reset();
-    tabname_.reset();
-    fields_.reset();
-    throw name;
-  }
+  CallDictionaryFunction(*this, kCallFailed, TextOrEmpty(struct_name_));
   // TABLENGTH is not used: the length always follows from the fields.
 }
 

@@ -16,6 +16,7 @@
 #include "rfc/function/rfc_field_info.h"
 
 class CRfcConnection;
+class CRfcDictionaryLine;
 class CRfcSimpleParam;
 class CRfcStructInfo;
 class CRfcTableParam;
@@ -44,6 +45,8 @@ class CRfcGetStructureDefinition : public CRfcClientFunc {
   static RfcTypeHandle RegisterFieldsTypes(bool long_layout);
 
  private:
+  // FIELDStypes and its process-wide registration.
+  static CRfcDictionaryLine& FieldsLine();
   // The call: TABNAME in, TABLENGTH and FIELDS back.
   void ReadDefinition(bool long_layout);
   // The target's fields from the FIELDS lines.
