@@ -1,6 +1,9 @@
 #include "sapsim/server/registration.h"
 
+#include <vector>
+
 #include "sapsim/server/event_log.h"
+#include "sapsim/server/kill_point.h"
 #include "sapsim/server/simulated_system.h"
 #include "sapsim/wire/error_codes.h"
 
@@ -127,6 +130,16 @@ bool Registration::Exchange(const CallSource& call, wire::Frame* reply, wire::Er
     return false;
   };
   std::string why;
+  if (KillPointArmed(KillPoint::kCallTable)) {
+    // The whole call first, so that the cut is at a known place: half of
+    // the payload, which for a batch is inside its table's lines.
+    std::vector<uint8_t> payload(call.data, call.data + call.size);
+    if (call.stream != nullptr) {
+      payload.resize(call.size + call.stream_size);
+      call.stream->ReceiveBytes(payload.data() + call.size, call.stream_size, &why);
+    }
+    KillInsideFrame(*channel_, wire::FrameType::kCall, payload.data(), payload.size(), KillPoint::kCallTable);
+  }
   if (call.stream != nullptr) {
     // Passed on as it arrives, so that both transfers overlap.
     bool caller_failed = false;

@@ -1,8 +1,13 @@
 #include "sapsim/server/session.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "sapsim/server/event_log.h"
 #include "sapsim/server/gateway.h"
+#include "sapsim/server/kill_point.h"
 #include "sapsim/server/simulated_system.h"
+#include "sapsim/wire/call_message.h"
 #include "sapsim/wire/decode_error.h"
 #include "sapsim/wire/error_codes.h"
 
@@ -11,6 +16,18 @@ namespace sapsim::server {
 namespace {
 // How long a routed call waits for a busy server program to become free.
 constexpr int kRouteWaitMs = 30000;
+
+// For --kill-at reply-table: does this reply carry table lines?
+bool CarriesTableLines(const std::vector<uint8_t>& frame) {
+  if (frame.size() < wire::kHeaderSize) return false;
+  try {
+    wire::ReplyMessage reply = wire::DecodeReply(frame.data() + wire::kHeaderSize, frame.size() - wire::kHeaderSize);
+    return std::any_of(reply.tables.begin(), reply.tables.end(),
+                       [](const wire::WireTable& table) { return table.row_count > 0; });
+  } catch (const wire::DecodeError&) {
+    return false;
+  }
+}
 }  // namespace
 
 Session::Session(const SimulatedSystem& system, Gateway& gateway, std::shared_ptr<wire::FrameChannel> channel,
@@ -46,6 +63,7 @@ void Session::Run() {
 }
 
 void Session::ServeClient(const wire::Hello& hello) {
+  if (KillPointArmed(KillPoint::kLogon)) KillAt(KillPoint::kLogon);
   wire::Welcome welcome;
   wire::ErrorNotice refusal;
   if (!system_.Logon(hello, &welcome, &refusal)) {
@@ -77,6 +95,13 @@ void Session::ServeClient(const wire::Hello& hello) {
     if (log_calls_ || run.outcome.compare(0, 2, "ok") != 0) {
       EventLog::Write("call " + run.function + " by " + welcome.user + ": " + run.outcome);
     }
+    if (KillPointArmed(KillPoint::kReplyTable)) {
+      std::vector<uint8_t> frame = run.reply.Flatten();
+      if (CarriesTableLines(frame)) {
+        KillInsideFrame(*channel_, wire::FrameType::kReply, frame.data() + wire::kHeaderSize,
+                        frame.size() - wire::kHeaderSize, KillPoint::kReplyTable);
+      }
+    }
     std::string send_error;
     if (channel_->Send(run.reply, &send_error) != wire::IoStatus::kOk) break;
   }
@@ -94,6 +119,7 @@ void Session::ServeRegisteredServer(const wire::Hello& hello) {
   // check right after the registration counts it; calls come only once it
   // has been told (its first frame must be the WELCOME).
   std::shared_ptr<Registration> registration = gateway_.Register(hello.program_id, channel_);
+  if (KillPointArmed(KillPoint::kRegistration)) KillAt(KillPoint::kRegistration);
   if (!Send(system_.Describe().Encode())) {
     gateway_.Unregister(registration);
     return;

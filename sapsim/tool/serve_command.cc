@@ -8,6 +8,7 @@
 #include <string>
 
 #include "sapsim/server/event_log.h"
+#include "sapsim/server/kill_point.h"
 #include "sapsim/server/sim_server.h"
 #include "sapsim/server/simulated_system.h"
 #include "sapsim/server/system_file.h"
@@ -18,13 +19,14 @@ namespace sapsim::tool {
 int RunServe(int argc, char** argv) {
   Arguments args;
   std::string error;
-  if (!args.Parse(argc, argv, {"--system", "--port", "--ms-port", "--bind"}, {"--quiet"}, &error)) {
+  if (!args.Parse(argc, argv, {"--system", "--port", "--ms-port", "--bind", "--kill-at"}, {"--quiet"}, &error)) {
     std::fprintf(stderr, "sapsim serve: %s\n", error.c_str());
     return 2;
   }
   if (!args.Has("--system")) {
     std::fprintf(stderr,
-                 "usage: sapsim serve --system FILE [--port N] [--ms-port N] [--bind ADDR] [--quiet]\n");
+                 "usage: sapsim serve --system FILE [--port N] [--ms-port N] [--bind ADDR] [--quiet]\n"
+                 "                    [--kill-at logon|registration|call-table|reply-table]\n");
     return 2;
   }
   server::ServerOptions options;
@@ -37,6 +39,13 @@ int RunServe(int argc, char** argv) {
   options.message_server = args.Has("--ms-port");
   if (args.Has("--bind")) options.bind_address = args.Value("--bind");
   options.log_calls = !args.Flag("--quiet");
+  server::KillPoint kill_at = server::KillPoint::kNone;
+  if (args.Has("--kill-at") && !server::ParseKillPoint(args.Value("--kill-at"), &kill_at)) {
+    std::fprintf(stderr, "sapsim serve: --kill-at: unknown point '%s' (known: logon registration call-table reply-table)\n",
+                 args.Value("--kill-at").c_str());
+    return 2;
+  }
+  server::ArmKillPoint(kill_at);
 
   std::unique_ptr<server::SimulatedSystem> system;
   try {
