@@ -8,7 +8,6 @@
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_error.h"
-#include "rfc/core/rfc_list_entries.h"
 #include "rfc/core/rfc_thrown_text.h"
 #include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_client_func.h"
@@ -283,7 +282,7 @@ void CRfcConnection::GetR3Release() {
 void CRfcConnection::AddSystemInfo(CRfcSimpleParam* copy) {
   std::unique_ptr<CRfcSimpleParam> owned(copy);
   owned->SetActive(1);
-  AddKeepingEntries(system_info_, owned.get(), [](CRfcSimpleParam* dropped) { delete dropped; });
+  system_info_.Add(owned.get());
   owned.release();
 }
 

@@ -6,8 +6,9 @@
 //
 // Storage that cannot be allocated is reported with a trace header,
 // "CRfcList<ObjType>::InitList (int nMaxSize) called" and "Memory Allocation
-// Failure", and "Failed to allocate memory!" is thrown; the list is then left
-// without storage and must only be destroyed.
+// Failure", and "Failed to allocate memory!" is thrown. The list then keeps
+// its old storage and entries, so whoever owns the entries can still reach
+// (and free) them, and the object that failed to go in stays the caller's.
 
 #include <algorithm>
 #include <cstddef>
@@ -28,11 +29,9 @@ class CRfcList {
 
   // Fresh storage of `max_size` null entries (none for 0); the count stays.
   void InitList(int max_size) {
-    storage_.reset();
-    max_size_ = 0;
-    if (max_size <= 0) return;
-    storage_ = NewStorage(max_size);
-    max_size_ = max_size;
+    Storage fresh = max_size > 0 ? NewStorage(max_size) : nullptr;
+    storage_ = std::move(fresh);
+    max_size_ = max_size > 0 ? max_size : 0;
   }
 
   // Stores `object` after the last entry, growing the storage by 10 when full.
@@ -65,12 +64,10 @@ class CRfcList {
  private:
   using Storage = std::unique_ptr<ObjType*[]>;
 
-  // `size` null entries; a failure leaves the list without storage.
-  Storage NewStorage(int size) {
+  // `size` null entries; a failure is reported and leaves the list as it is.
+  static Storage NewStorage(int size) {
     Storage fresh = rfc::RfcAllocateArray<ObjType*>(static_cast<size_t>(size));
     if (!fresh) {
-      storage_.reset();
-      max_size_ = 0;
       ThrowRfcFailure("CRfcList<ObjType>::InitList (int nMaxSize) called",
                       {"Memory Allocation Failure"}, kRfcAllocationFailed);
     }

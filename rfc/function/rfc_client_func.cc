@@ -46,16 +46,10 @@ void CRfcClientFunc::DeleteAutoCreatedParameters() {
   };
   delete_params(GetImports());
   delete_params(GetExports());
-  for (CRfcImpExpParam* param : GetLostParams()) {
-    if (param->IsAutoCreated() != 0) delete param;
-  }
   const CRfcList<CRfcTableParam>& tables = GetTables();
   for (int i = 0; i < tables.GetCount(); ++i) {
     CRfcTableParam* table = tables.GetAt(i);
     if (table != nullptr && table->IsAutoCreated() != 0) delete table;
-  }
-  for (CRfcTableParam* table : GetLostTables()) {
-    if (table->IsAutoCreated() != 0) delete table;
   }
 }
 

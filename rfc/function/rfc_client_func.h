@@ -35,7 +35,7 @@ class CRfcClientFunc : public CRfcFunction {
   int GetLastReturnCode() const { return last_return_code_; }
 
  private:
-  // Deletes the auto-created parameters and tables (also those a list lost).
+  // Deletes the auto-created parameters and tables.
   void DeleteAutoCreatedParameters();
 
   uint8_t auto_created_ = 0;

@@ -5,7 +5,6 @@
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/core/rfc_error.h"
-#include "rfc/core/rfc_list_entries.h"
 #include "rfc/function/rfc_byte_order.h"
 #include "rfc/function/rfc_imp_exp_param.h"
 #include "rfc/function/rfc_table_param.h"
@@ -41,11 +40,9 @@ ConnectionHandle CRfcFunction::GetHandle() const {
 
 void CRfcFunction::AddParam(CRfcList<CRfcImpExpParam>& list, CRfcImpExpParam* param,
                             int& changed) {
-  // Entries the list drops on a failed growth are remembered for their owner;
-  // the list changed either way.
   if (param == nullptr) return;
+  list.Add(param);
   changed = 1;
-  AddKeepingEntries(list, param, [this](CRfcImpExpParam* lost) { lost_params_.push_back(lost); });
   param->SetOwner(this);
 }
 
@@ -55,8 +52,8 @@ void CRfcFunction::AddExport(CRfcImpExpParam* param) { AddParam(exports_, param,
 
 void CRfcFunction::AddTable(CRfcTableParam* table) {
   if (table == nullptr) return;
+  tables_.Add(table);
   tables_changed_ = 1;
-  AddKeepingEntries(tables_, table, [this](CRfcTableParam* lost) { lost_tables_.push_back(lost); });
   table->SetOwner(this);
 }
 

@@ -11,7 +11,6 @@
 // class's rule (CRfcClientFunc).
 
 #include <memory>
-#include <vector>
 
 #include "rfc/binding/rfc_library_api.h"
 #include "rfc/core/rfc_list.h"
@@ -78,11 +77,6 @@ class CRfcFunction {
   // parameter between two functions would share its buffer.
   CRfcFunction(const CRfcFunction& other);
 
-  // Parameters whose list entry was lost when the list could not grow. They
-  // are no longer passed, but their owner may still have to delete them.
-  const std::vector<CRfcImpExpParam*>& GetLostParams() const { return lost_params_; }
-  const std::vector<CRfcTableParam*>& GetLostTables() const { return lost_tables_; }
-
  private:
   void AddParam(CRfcList<CRfcImpExpParam>& list, CRfcImpExpParam* param, int& changed);
   // Builds the parameter array of `list` into `array`.
@@ -107,6 +101,4 @@ class CRfcFunction {
   int tables_changed_ = 1;
   // Tables entered into the table array by the last SetUpTables.
   int table_entries_ = 0;
-  std::vector<CRfcImpExpParam*> lost_params_;
-  std::vector<CRfcTableParam*> lost_tables_;
 };

@@ -3,11 +3,9 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <vector>
 
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_error.h"
-#include "rfc/core/rfc_list_entries.h"
 #include "rfc/function/rfc_struct_info.h"
 
 namespace {
@@ -20,10 +18,10 @@ const char* TextOrEmpty(const char* text) { return text != nullptr ? text : ""; 
                   {"Memory Allocation Failure"}, kRfcAllocationFailed);
 }
 
-// Adds an owned entry; entries the list drops on a failed growth are freed.
+// Adds an owned entry; one the list cannot take is freed here.
 template <typename ObjType>
 void AddOwned(CRfcList<ObjType>& list, std::unique_ptr<ObjType> entry) {
-  AddKeepingEntries(list, entry.get(), [](ObjType* dropped) { delete dropped; });
+  list.Add(entry.get());
   entry.release();
 }
 

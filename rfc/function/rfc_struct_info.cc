@@ -4,7 +4,6 @@
 #include <climits>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
@@ -73,20 +72,9 @@ void CRfcStructInfo::ComputeLayout(CRfcFieldInfo* fields, int count) {
 void CRfcStructInfo::StoreField(CRfcFieldInfo* record) {
   const int column = record->column;
   CRfcFieldInfo* replaced = fields_.GetAt(column);
-  // SetAtGrow drops the whole list when it cannot grow; keep the records so
-  // they can still be freed.
-  std::vector<CRfcFieldInfo*> at_risk;
-  if (column >= fields_.GetCount() || column >= fields_.GetMaxSize()) {
-    for (int i = 0; i < fields_.GetCount(); ++i) {
-      if (CRfcFieldInfo* kept = fields_.GetAt(i)) at_risk.push_back(kept);
-    }
-  }
-  try {
-    fields_.SetAtGrow(column, record);
-  } catch (...) {
-    for (CRfcFieldInfo* kept : at_risk) delete kept;
-    throw;
-  }
+  // A list that cannot grow keeps its records (the destructor frees them) and
+  // leaves `record` with the caller.
+  fields_.SetAtGrow(column, record);
   delete replaced;
 }
 

@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include "rfc/core/rfc_data.h"
-#include "rfc/core/rfc_list.h"
 #include "rfc/core/rfc_string.h"
 #include "tests/rfc/trace_capture.h"
 
@@ -131,35 +130,6 @@ TEST_F(RfcAllocationTest, MidFailureLeavesTheTarget) {
   EXPECT_THAT(run.lines, ElementsAre("", "", "", MatchesRegex(kHeader),
                                      "CRfcString::InitBuffer  called", kNoMemory));
   EXPECT_STREQ(static_cast<const char*>(target), "old");
-}
-
-TEST_F(RfcAllocationTest, ListStorageFailuresReportAsInitList) {
-  int object = 0;
-  const std::vector<std::function<void(CRfcList<int>&)>> cases = {
-      [](CRfcList<int>& list) { list.InitList(5); },
-      [&](CRfcList<int>& list) { list.Add(&object); },
-      [&](CRfcList<int>& list) {
-        for (int i = 0; i < 10; ++i) list.Add(&object);
-        rfc::testing::FailNextAllocation();
-        list.Add(&object);  // the growth step
-      },
-      [&](CRfcList<int>& list) { list.SetAtGrow(3, &object); },
-  };
-  for (size_t i = 0; i < cases.size(); ++i) {
-    CRfcList<int> list;
-    auto run = RunTraced([&] {
-      if (i != 2) rfc::testing::FailNextAllocation();
-      cases[i](list);
-    });
-    EXPECT_EQ(run.thrown, kNoMemory) << "case " << i;
-    EXPECT_THAT(run.lines,
-                ElementsAre("", "", "", MatchesRegex(kHeader),
-                            "CRfcList<ObjType>::InitList (int nMaxSize) called",
-                            "Memory Allocation Failure"))
-        << "case " << i;
-    EXPECT_EQ(list.GetMaxSize(), 0) << "case " << i;  // storage cleared
-    EXPECT_EQ(list.GetAt(0), nullptr) << "case " << i;
-  }
 }
 
 TEST_F(RfcAllocationTest, TextConversionFailure) {
