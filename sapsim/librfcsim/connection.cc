@@ -157,24 +157,30 @@ int Connection::Listen() {
     return ClosedBy(w::kGroupClosed, w::kKeyClosed, "connection to gateway " + partner_address_ + " broken");
   }
   w::Frame frame;
+  int rc = ReceiveCall(&frame);
+  if (rc != RFC_OK) return rc;
+  pending_ = std::move(frame);
+  return RFC_OK;
+}
+
+int Connection::ReceiveCall(w::Frame* frame) {
   std::string error;
-  w::IoStatus status = channel_->Receive(&frame, &error);
+  w::IoStatus status = channel_->Receive(frame, &error);
   if (status != w::IoStatus::kOk) {
     return ClosedBy(w::kGroupClosed, w::kKeyClosed, "connection closed by gateway " + partner_address_ + " (" + error + ")");
   }
-  if (frame.type == w::FrameType::kClose) {
+  if (frame->type == w::FrameType::kClose) {
     try {
-      w::ErrorNotice notice = w::ErrorNotice::Decode(frame);
+      w::ErrorNotice notice = w::ErrorNotice::Decode(*frame);
       return ClosedBy(notice.group, notice.key.c_str(), notice.message);
     } catch (const w::DecodeError& e) {
       return ClosedBy(w::kGroupProtocol, w::kKeyProtocol, std::string("protocol error: ") + e.what());
     }
   }
-  if (frame.type != w::FrameType::kCall) {
+  if (frame->type != w::FrameType::kCall) {
     return ClosedBy(w::kGroupProtocol, w::kKeyProtocol,
-                    std::string("protocol error: gateway sent a ") + w::FrameTypeName(frame.type) + " frame");
+                    std::string("protocol error: gateway sent a ") + w::FrameTypeName(frame->type) + " frame");
   }
-  pending_ = std::move(frame);
   return RFC_OK;
 }
 
@@ -215,23 +221,8 @@ int Connection::Dispatch() {
     frame = std::move(*pending_);
     pending_.reset();
   } else {
-    std::string error;
-    w::IoStatus status = channel_->Receive(&frame, &error);
-    if (status != w::IoStatus::kOk) {
-      return ClosedBy(w::kGroupClosed, w::kKeyClosed, "connection closed by gateway " + partner_address_ + " (" + error + ")");
-    }
-    if (frame.type == w::FrameType::kClose) {
-      try {
-        w::ErrorNotice notice = w::ErrorNotice::Decode(frame);
-        return ClosedBy(notice.group, notice.key.c_str(), notice.message);
-      } catch (const w::DecodeError& e) {
-        return ClosedBy(w::kGroupProtocol, w::kKeyProtocol, std::string("protocol error: ") + e.what());
-      }
-    }
-    if (frame.type != w::FrameType::kCall) {
-      return ClosedBy(w::kGroupProtocol, w::kKeyProtocol,
-                      std::string("protocol error: gateway sent a ") + w::FrameTypeName(frame.type) + " frame");
-    }
+    int rc = ReceiveCall(&frame);
+    if (rc != RFC_OK) return rc;
   }
   current_.emplace();
   current_->frame = std::move(frame);

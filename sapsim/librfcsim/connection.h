@@ -56,6 +56,10 @@ class Connection {
   int ClosedBy(int32_t group, const char* key, const std::string& message);
   // The closed state's error again, for any use after the end.
   int StillClosed(const char* where);
+  // Waits for the gateway's next frame, which must be a CALL: RFC_OK with it
+  // in *frame, or RFC_CLOSED when the connection ended, was cancelled (a
+  // CLOSE frame) or carried something else.
+  int ReceiveCall(sapsim::wire::Frame* frame);
   int Fail(int32_t group, const char* key, const std::string& message, const char* where);
   // Sends a REPLY for the current call.
   int Reply(sapsim::wire::FrameWriter& reply, const char* where);
