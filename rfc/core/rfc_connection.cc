@@ -34,10 +34,6 @@ bool IsSet(const CRfcString& text) {
 
 const char* TextOrEmpty(const char* text) { return text != nullptr ? text : ""; }
 
-// The writable characters of a string's text. The string owns its buffer as
-// plain (non-const) memory, so changing it in place is sound.
-char* TextOf(CRfcString& text) { return const_cast<char*>(static_cast<const char*>(text)); }
-
 }  // namespace
 
 CRfcConnection::CRfcConnection() {
@@ -339,8 +335,8 @@ void CRfcConnection::GetSystemInfo() {
 int CRfcConnection::Encrypt(CRfcString& rfcString) {
   GetRfcTrace().WriteLine("CRfcConnection::Encrypt(CRfcString& rfcString) called");
   const int length = rfcString.GetLength();
-  if (length < 1) return 0;
-  char* text = TextOf(rfcString);
+  char* text = rfcString.GetBuffer();
+  if (length < 1 || text == nullptr) return 0;
   for (int i = 0; i < length; ++i) {
     const unsigned byte = static_cast<unsigned char>(text[i]);
     text[i] = static_cast<char>(static_cast<unsigned char>((2 * byte + 5) % 256));
@@ -351,8 +347,8 @@ int CRfcConnection::Encrypt(CRfcString& rfcString) {
 void CRfcConnection::Decrypt(CRfcString& rfcString) {
   GetRfcTrace().WriteLine("CRfcConnection::Decrypt(CRfcString& rfcString) called");
   const int length = rfcString.GetLength();
-  if (length < 1) return;
-  char* text = TextOf(rfcString);
+  char* text = rfcString.GetBuffer();
+  if (length < 1 || text == nullptr) return;
   for (int i = 0; i < length; ++i) {
     const int byte = static_cast<unsigned char>(text[i]);
     // Integer division truncates toward zero: (1 - 5) / 2 is -2.

@@ -38,6 +38,10 @@ class CRfcString {
 
   // The text, or null without buffer.
   operator const char*() const;
+  // The buffer for changing the text in place, or null without buffer. Only
+  // its first GetLength() characters belong to the text; the length, the
+  // capacity and the terminator are the string's own.
+  char* GetBuffer() { return buffer_.get(); }
 
   // Appends `text`: length and capacity grow by its length. The old content is
   // taken up to its terminator, not up to its length (see the note in the .cc).
