@@ -63,7 +63,8 @@ bool RfcUsesLongLayouts(const CRfcConnection* connection) {
 }
 
 std::unique_ptr<CRfcSimpleParam> NewDictionaryParam(const char* name, int type, int length) {
-  std::unique_ptr<CRfcSimpleParam> param = rfc::RfcAllocate<CRfcSimpleParam>(name, type, length, 0, 0);
+  std::unique_ptr<CRfcSimpleParam> param =
+      rfc::RfcAllocate<CRfcSimpleParam>(name, type, length, 0, 0);
   if (!param) throw kRfcAllocationFailed;
   return param;
 }
