@@ -1,0 +1,454 @@
+// Every class-library operation whose allocation failure has a defined
+// outcome, failed at each of its allocations in turn: allocation k fails for
+// k = 0, 1, 2, ... until the operation no longer reaches a k-th allocation.
+// Each failure must end in one of the operation's own outcomes (its thrown
+// texts, or its result), the operation must work again right after, and
+// nothing may leak (LeakSanitizer in the sanitizer build).
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <new>
+#include <ostream>
+#include <set>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "access/sap_table.h"
+#include "app/batch_server_func.h"
+#include "rfc/binding/rfc_binding.h"
+#include "rfc/core/rfc_allocation.h"
+#include "rfc/core/rfc_connection.h"
+#include "rfc/core/rfc_data.h"
+#include "rfc/core/rfc_list.h"
+#include "rfc/core/rfc_string.h"
+#include "rfc/core/rfc_trace.h"
+#include "rfc/function/rfc_client_func.h"
+#include "rfc/function/rfc_meta_dump.h"
+#include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_struct_param.h"
+#include "rfc/function/rfc_table_param.h"
+#include "rfc/server/rfc_server_app.h"
+#include "rfc/server/rfc_server_func.h"
+#include "tests/sapsim/support/rfc_library.h"
+#include "tests/sapsim/support/sapsim_process.h"
+#include "tests/sapsim/support/system_files.h"
+
+namespace faults {
+namespace {
+
+constexpr const char* kNoMemory = "Failed to allocate memory!";
+
+// An operation run once: "" when it did its work (and the result checked
+// out), otherwise what it reported instead.
+using Step = std::function<std::string()>;
+
+struct Operation {
+  const char* name;
+  bool needs_system;  // works on a connection to sapsim
+  // Builds what the operation works on (no fault planned yet) and returns
+  // the operation itself.
+  std::function<Step()> prepare;
+  // After a failed run, the next run goes to the same objects (they must
+  // stay usable) instead of freshly prepared ones.
+  bool again_on_same;
+  // What a failed allocation may end the operation with...
+  std::set<std::string> outcomes;
+  // ...and which of them the sweep must meet at least once.
+  std::set<std::string> required;
+};
+
+void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
+
+// The connection the operations share, opened before any fault is planned.
+CRfcConnection* g_connection = nullptr;
+
+std::string Expect(bool ok, const std::string& what) { return ok ? std::string() : "wrong result: " + what; }
+
+// Names a thrown object by its kind.
+std::string Attempt(const Step& run) {
+  try {
+    return run();
+  } catch (const char* text) {
+    return text != nullptr ? text : "(null text)";
+  } catch (const RFC_ERROR_INFO&) {
+    return "RFC_ERROR_INFO";
+  } catch (const std::string& text) {
+    return "string: " + text;
+  } catch (const std::bad_alloc&) {
+    return "bad_alloc";
+  }
+}
+
+// A wrapper of the shared handle that does not close it; its release is
+// known, so that nothing but the operation itself talks to the system.
+std::unique_ptr<CRfcConnection> Borrowed() {
+  auto connection = std::make_unique<CRfcConnection>();
+  CRfcConnInfo info;
+  info.release = "46C";
+  connection->SetConnInfo(info);
+  connection->AttachHandle(g_connection->GetHandle());
+  return connection;
+}
+
+CRfcFieldInfo Field(const char* name, int column, int type, int length) {
+  CRfcFieldInfo field{};
+  SetFieldName(field, name);
+  field.column = column;
+  field.type = type;
+  field.length = length;
+  return field;
+}
+
+class NoOpServerFunc : public CRfcServerFunc {
+ public:
+  explicit NoOpServerFunc(const char* name) : CRfcServerFunc(name) {}
+  int Process() override { return 0; }
+};
+
+std::vector<Operation> Operations() {
+  return {
+      {"StringBuffers", false,
+       [] {
+         return Step([] {
+           CRfcString padded("abc", 30);
+           CRfcString text("abc");
+           text += "def";
+           CRfcString middle;
+           text.Mid(middle, 1, 3);
+           CRfcString copy(text);
+           copy = "xyz";
+           return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
+                             copy == "xyz",
+                         "texts");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"ListStorage", false,
+       [] {
+         return Step([] {
+           int item = 0;
+           CRfcList<int> list;
+           list.InitList(2);
+           for (int i = 0; i < 25; ++i) list.Add(&item);
+           list.SetAtGrow(40, &item);
+           return Expect(list.GetCount() == 41 && list.GetAt(24) == &item, "list");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"PackedValueAsText", false,
+       [] {
+         auto bytes = std::make_shared<std::array<unsigned char, 3>>(std::array<unsigned char, 3>{0x01, 0x23, 0x4D});
+         auto data = std::make_shared<CRfcData>(1);
+         data->Init(bytes->data(), TYPE_BCD, 3, 2);
+         return Step([bytes, data] {
+           const char* text = static_cast<CSTR>(*data);
+           return Expect(text != nullptr && std::string(text) == "-12.34", "packed text");
+         });
+       },
+       true, {kNoMemory}, {kNoMemory}},
+
+      {"TraceFileOfANewThread", false,
+       [] {
+         return Step([] {
+           std::string outcome;
+           std::thread writer([&] {
+             try {
+               GetRfcTrace().WriteLine("a thread's first line");
+             } catch (const char* text) {
+               outcome = text;
+             }
+           });
+           writer.join();
+           return outcome;
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"SimpleParameter", false,
+       [] {
+         return Step([] {
+           CRfcSimpleParam param("count", TYPE_CHAR, 10, 0, 0);
+           param.SetType(TYPE_INT, 0, 0);
+           param.Value() = 42;
+           return Expect(param.GetLength() == 4 && static_cast<int>(param.Value()) == 42, "INT parameter");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"StructureLayout", false,
+       [] {
+         return Step([] {
+           CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
+           CRfcFieldInfo fields[] = {Field("UNIT", 0, TYPE_CHAR, 3), Field("VALUE", 1, TYPE_FLOAT, 8),
+                                     Field("COUNT", 2, TYPE_INT, 4)};
+           table.AddFieldInfo(fields, 3);
+           return Expect(table.GetFieldCount() == 3 && table.GetLineLength() == 24 && fields[2].offset == 16,
+                         "layout");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"FunctionListsAndCallArrays", false,
+       [] {
+         return Step([] {
+           std::vector<std::unique_ptr<CRfcSimpleParam>> params;
+           std::vector<std::unique_ptr<CRfcTableParam>> tables;
+           CRfcClientFunc function(nullptr, "Z_MANY_PARAMETERS");
+           for (int i = 0; i < 11; ++i) {
+             const std::string name = "P" + std::to_string(i);
+             params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
+             function.AddImport(params.back().get());
+             params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
+             function.AddExport(params.back().get());
+             tables.push_back(std::make_unique<CRfcTableParam>(name.c_str(), 8, 0, 0, nullptr, nullptr));
+             function.AddTable(tables.back().get());
+           }
+           function.SetUpImports(1);
+           function.SetUpExports();
+           function.SetUpTables();
+           return Expect(function.GetImportArray()[11].name == nullptr &&
+                             function.GetExportArray()[11].name == nullptr &&
+                             function.GetTableArray()[11].name == nullptr && function.GetTables().GetCount() == 11,
+                         "call arrays");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"ClientCall", true,
+       [] {
+         // One function whose lists changed, so that every call array is
+         // built on the call; a failed call must leave it usable.
+         struct State {
+           std::vector<std::unique_ptr<CRfcSimpleParam>> exports;
+           std::unique_ptr<CRfcClientFunc> function;
+         };
+         auto state = std::make_shared<State>();
+         state->function = std::make_unique<CRfcClientFunc>(g_connection, "RFC_GET_SAP_SYSTEM_PARAMETERS");
+         for (auto [name, length] : {std::pair{"DATE_FORMAT", 30}, {"DECIMAL_SIGN", 1}, {"LANGUAGE", 1},
+                                     {"SAP_SYSTEM_RELEASE", 4}, {"USER_NAME", 12}}) {
+           state->exports.push_back(std::make_unique<CRfcSimpleParam>(name, TYPE_CHAR, length, 0, 0));
+           state->function->AddExport(state->exports.back().get());
+         }
+         return Step([state] {
+           char* exception = nullptr;
+           const int rc = state->function->CallReceive(exception);
+           return Expect(rc == 0 && std::string(static_cast<CSTR>(state->exports[3]->Value())) == "46C" &&
+                             std::string(static_cast<CSTR>(state->exports[4]->Value())) == "BATCH",
+                         "system parameters");
+         });
+       },
+       true, {kNoMemory}, {kNoMemory}},
+
+      {"ClientFunctionAutoCreation", true,
+       [] {
+         return Step([] {
+           CRfcClientFunc function(g_connection, "Z_KTZ_BAPI_GET_DD_INFO", 1);
+           return Expect(function.GetImports().GetCount() == 1 && function.GetExports().GetCount() == 1 &&
+                             function.GetTables().GetCount() == 1,
+                         "interface");
+         });
+       },
+       false,
+       {kNoMemory, "Auto-creation of client function object failed",
+        "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE", "Failure to create parameters"},
+       {"Auto-creation of client function object failed", "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE",
+        "Failure to create parameters"}},
+
+      {"StructureParameterAutoCreation", true,
+       [] {
+         return Step([] {
+           CRfcStructParam order("ORDER", 0, 1, g_connection, "ZORDERS");
+           return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22, "structure");
+         });
+       },
+       false,
+       {kNoMemory, "Failure to auto-create structure parameter",
+        "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION", "Failure from AddFieldInfo"},
+       {"Failure to auto-create structure parameter", "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION",
+        "Failure from AddFieldInfo"}},
+
+      {"TableParameterAutoCreation", true,
+       [] {
+         return Step([] {
+           CRfcTableParam orders("ORDERS", 0, 0, 1, g_connection, "ZORDERS");
+           return Expect(orders.GetFieldCount() == 3 && orders.GetLineLength() == 22, "table");
+         });
+       },
+       false,
+       {kNoMemory, "Failure to auto-create table parameter",
+        "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION", "Failure from AddFieldInfo"},
+       {"Failure to auto-create table parameter", "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION",
+        "Failure from AddFieldInfo"}},
+
+      {"Ping", true, [] { return Step([] { return g_connection->Ping() != 0 ? "" : "ping gave 0"; }); }, true,
+       {"ping gave 0"}, {"ping gave 0"}},
+
+      {"OpenWithItsPing", true,
+       [] {
+         // Logon records are set before the fault; the open and its ping run under it.
+         auto connection = std::make_shared<CRfcConnection>();
+         connection->SetLogonInfo(g_connection->GetLogonInfo());
+         connection->SetConnInfo(g_connection->GetConnInfo());
+         return Step([connection] {
+           connection->Open();
+           return Expect(connection->GetHandle() != 0 && connection->GetRelease() == "46C", "open");
+         });
+       },
+       false, {kNoMemory, "RFC_ERROR_INFO"}, {"RFC_ERROR_INFO"}},
+
+      {"SystemInformation", true,
+       [] {
+         auto connection = std::shared_ptr<CRfcConnection>(Borrowed());
+         return Step([connection] {
+           connection->GetSystemInfo();
+           const CRfcList<CRfcSimpleParam>& info = connection->GetSystemInfoList();
+           return Expect(info.GetCount() == 8 && std::string(info.GetAt(0)->GetName()) == "SYSID", "system info");
+         });
+       },
+       false,
+       {kNoMemory, "Auto-creation of client function object failed",
+        "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE"},
+       {kNoMemory, "Auto-creation of client function object failed",
+        "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE"}},
+
+      {"MetadataDump", false,
+       [] {
+         auto order = std::make_shared<CRfcStructParam>("ORDER", 0, 0, nullptr, nullptr);
+         CRfcFieldInfo fields[] = {Field("IDENT", 0, TYPE_CHAR, 10), Field("QTY", 1, TYPE_NUM, 6),
+                                   Field("PRICE", 2, TYPE_BCD, 6)};
+         order->AddFieldInfo(fields, 3);
+         order->SetTypeName("ZORDERS");
+         return Step([order] {
+           CRfcMetaDump dump;
+           order->Dump(dump, "IMPORT");
+           // Two parameter lines, four type lines, six lines per field.
+           return Expect(dump.GetLineCount() == 2 + 4 + 3 * 6 && dump.HasWrittenType("ZORDERS"), "dump");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"ServerFunctionList", false,
+       [] {
+         auto functions = std::make_shared<std::vector<std::unique_ptr<NoOpServerFunc>>>();
+         for (int i = 0; i < 12; ++i) {
+           functions->push_back(std::make_unique<NoOpServerFunc>(("Z_NOOP_" + std::to_string(i)).c_str()));
+         }
+         return Step([functions] {
+           CRfcServerApp app(nullptr);
+           for (const auto& function : *functions) app.AddFunction(function.get());
+           return Expect(app.GetFunctionCount() == 12 && app.FindFunction("Z_NOOP_11") == functions->back().get(),
+                         "function list");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+
+      {"BatchFunction", false,
+       [] {
+         return Step([] {
+           CBatchServerFunc::DdColumns columns;
+           columns[1] = std::make_unique<CSapColumn>("H_IDENT", 1, 0, TYPE_CHAR, 10, 0);
+           columns[2] = std::make_unique<CSapColumn>("COUNT", 2, 10, TYPE_INT, 4, 0);
+           columns[3] = std::make_unique<CSapColumn>("NOTE", 3, 14, TYPE_CHAR, 5, 0);
+           CBatchServerFunc function(nullptr, "Z_SWEEP_BATCH", "ZSWEEP", columns, nullptr);
+           return Expect(function.GetRowWidth() == 19 && function.GetTableParam()->GetLineLength() == 24,
+                         "batch function");
+         });
+       },
+       false, {kNoMemory}, {kNoMemory}},
+  };
+}
+
+class AllocationSweepTest : public ::testing::TestWithParam<Operation> {
+ protected:
+  static void SetUpTestSuite() {
+    ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
+    // Tracing on, so that every failure path writes its trace lines too; the
+    // files go to a folder of our own.
+    GetRfcTrace().SetDirectory(trace_dir_->path());
+    GetRfcTrace().SetTraceOn(1);
+    // This thread's trace file exists before any plan, so that only the
+    // operations' own allocations are counted.
+    GetRfcTrace().WriteLine("allocation sweep");
+  }
+  static void TearDownTestSuite() { GetRfcTrace().SetTraceOn(0); }
+
+  void SetUp() override {
+    if (!GetParam().needs_system) return;
+    sapsim::testing::SapsimProcess::Options options;
+    options.system_file = system_dir_.Write("system.json", sapsim::testing::SmallSystem());
+    sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
+    connection_ = std::make_unique<CRfcConnection>();
+    CRfcLogonInfo logon;
+    logon.client = "100";
+    logon.user = "BATCH";
+    logon.password = "secret";
+    logon.language = "E";
+    connection_->SetLogonInfo(logon);
+    CRfcConnInfo info;
+    info.mode = 0;
+    info.destination = "SWEEP";
+    info.host = "127.0.0.1";
+    info.gateway_host = "127.0.0.1";
+    info.gateway_service = sapsim_->port_text().c_str();
+    connection_->SetConnInfo(info);
+    connection_->Open();
+    ASSERT_NE(connection_->GetHandle(), 0u);
+    g_connection = connection_.get();
+  }
+  void TearDown() override {
+    rfc::testing::ClearAllocationFaults();
+    g_connection = nullptr;
+    connection_.reset();
+    sapsim_.reset();
+  }
+
+  static inline std::unique_ptr<sapsim::testing::TempDir> trace_dir_ =
+      std::make_unique<sapsim::testing::TempDir>();
+  sapsim::testing::TempDir system_dir_;
+  std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
+  std::unique_ptr<CRfcConnection> connection_;
+};
+
+TEST_P(AllocationSweepTest, EachAllocationFailsInTurnWithADefinedOutcome) {
+  const Operation& operation = GetParam();
+  ASSERT_EQ(Attempt(operation.prepare()), "") << "the operation fails without any fault";
+
+  std::set<std::string> met;
+  int index = 0;
+  for (;; ++index) {
+    ASSERT_LT(index, 5000) << "the operation never completes";
+    Step faulted = operation.prepare();
+    rfc::testing::FailAllocations(index, 1);
+    const std::string outcome = Attempt(faulted);
+    const bool reached = rfc::testing::PendingAllocationFaults() == 0;
+    rfc::testing::ClearAllocationFaults();
+    if (!reached) {
+      // Fewer allocations than `index`: the operation ran through.
+      EXPECT_EQ(outcome, "") << "allocation " << index << " was not reached, yet the operation failed";
+      break;
+    }
+    EXPECT_EQ(operation.outcomes.count(outcome), 1u) << "allocation " << index << " ended in: " << outcome;
+    met.insert(outcome);
+    // The next run, without a fault, works.
+    const Step again = operation.again_on_same ? faulted : operation.prepare();
+    EXPECT_EQ(Attempt(again), "") << "after the failure of allocation " << index;
+  }
+  EXPECT_GT(index, 0) << "the operation allocates nothing through the library's allocator";
+  for (const std::string& outcome : operation.required) {
+    EXPECT_EQ(met.count(outcome), 1u) << "never ended in: " << outcome;
+  }
+  RecordProperty("allocations", index);
+}
+
+INSTANTIATE_TEST_SUITE_P(ClassLibrary, AllocationSweepTest, ::testing::ValuesIn(Operations()),
+                         [](const ::testing::TestParamInfo<Operation>& info) { return info.param.name; });
+
+}  // namespace
+}  // namespace faults
