@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   if (argc >= 2 && std::strcmp(argv[1], "call") == 0) return sapsim::tool::RunCall(argc - 2, argv + 2);
   std::fprintf(stderr,
                "usage: sapsim serve --system FILE [--port N] [--ms-port N] [--bind ADDR] [--quiet]\n"
+               "                    [--kill-at logon|registration|call-table|reply-table]\n"
                "       sapsim call --port N --program-id ID --function NAME --structure NAME --csv FILE\n"
                "                   [--host H] [--table BATCH_TABLE] [--repeat N]\n");
   return 2;
