@@ -1,5 +1,6 @@
 #pragma once
-// A private directory under the system temp dir, removed with everything in it.
+// A private directory under the system temp dir, removed with everything in it,
+// and small file helpers.
 
 #include <unistd.h>
 
@@ -8,9 +9,22 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 
 namespace testutil {
+
+inline void WriteBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << bytes;
+  if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+// The whole file, or empty when it cannot be read.
+inline std::string ReadBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 class TempDir {
  public:
@@ -31,20 +45,15 @@ class TempDir {
 
   std::string path() const { return path_.string(); }
   std::string File(const std::string& name) const { return (path_ / name).string(); }
+  // Writes `text` to File(name) and returns that path.
+  std::string Write(const std::string& name, const std::string& text) const {
+    WriteBytes(File(name), text);
+    return File(name);
+  }
 
  private:
   std::filesystem::path path_;
 };
-
-inline void WriteBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << bytes;
-}
-
-inline std::string ReadBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 // A name no other test process uses at the same time.
 inline std::string UniqueName(const std::string& prefix) {

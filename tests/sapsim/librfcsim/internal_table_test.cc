@@ -1,14 +1,12 @@
 // The library's internal tables and registries, reached directly so that
-// allocation failures can be injected.
+// allocation failures can be injected and layouts looked at.
 
 #include <cstdlib>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "sapsim/librfcsim/function_registry.h"
 #include "sapsim/librfcsim/internal_table.h"
 #include "sapsim/librfcsim/structure_registry.h"
 #include "sapsim/librfcsim/table_registry.h"
@@ -36,26 +34,14 @@ class AllocatorGuard {
   InternalTable::Allocator previous_;
 };
 
-TEST(InternalTable, LinesKeepTheirAddressWhileTheTableGrows) {
-  InternalTable table("T", 100);
-  uint8_t* first = table.LineForUpdate(1);
-  ASSERT_NE(nullptr, first);
-  std::memcpy(first, "first", 5);
-  uint8_t* far = table.LineForUpdate(5000);  // many blocks later
-  ASSERT_NE(nullptr, far);
-  EXPECT_EQ(5000u, table.fill());
-  EXPECT_EQ(first, table.Line(1));
-  EXPECT_EQ(0, std::memcmp(table.Line(1), "first", 5));
-  // Lines in between were created zero-filled.
-  const uint8_t* middle = table.Line(2500);
-  ASSERT_NE(nullptr, middle);
-  for (size_t i = 0; i < 100; ++i) ASSERT_EQ(0, middle[i]);
-  EXPECT_EQ(nullptr, table.Line(0));
-  EXPECT_EQ(nullptr, table.Line(5001));
-  EXPECT_EQ(nullptr, table.LineForUpdate(0));
+bool AllZero(const uint8_t* line, size_t length) {
+  for (size_t i = 0; i < length; ++i) {
+    if (line[i] != 0) return false;
+  }
+  return true;
 }
 
-TEST(InternalTable, RunsCoverEveryLineInOrder) {
+TEST(InternalTable, RunsCoverEveryLineInOrderAndAClearStartsAfresh) {
   InternalTable table("T", 1000);  // 65 lines per block
   for (unsigned n = 1; n <= 200; ++n) {
     uint8_t* line = table.LineForUpdate(n);
@@ -64,21 +50,18 @@ TEST(InternalTable, RunsCoverEveryLineInOrder) {
   }
   unsigned expected = 1;
   for (const InternalTable::Run& run : table.Runs()) {
-    for (size_t i = 0; i < run.lines; ++i) {
+    for (size_t i = 0; i < run.lines; ++i, ++expected) {
       unsigned n;
       std::memcpy(&n, run.data + i * 1000, sizeof n);
       ASSERT_EQ(expected, n);
-      ++expected;
     }
   }
   EXPECT_EQ(201u, expected);
   table.Clear();
   EXPECT_EQ(0u, table.fill());
   EXPECT_TRUE(table.Runs().empty());
-  // Lines after a clear are fresh zero bytes again.
-  uint8_t* again = table.LineForUpdate(1);
-  ASSERT_NE(nullptr, again);
-  EXPECT_EQ(0, again[0]);
+  ASSERT_NE(nullptr, table.LineForUpdate(1));
+  EXPECT_TRUE(AllZero(table.Line(1), 1000));
 }
 
 TEST(InternalTable, AllocationFailureLeavesTheTableIntact) {
@@ -88,63 +71,52 @@ TEST(InternalTable, AllocationFailureLeavesTheTableIntact) {
   EXPECT_EQ(nullptr, table.LineForUpdate(66));
   EXPECT_EQ(65u, table.fill());
   EXPECT_FALSE(table.Reserve(1));
+  EXPECT_FALSE(table.AppendForWriting(1000));
   EXPECT_NE(nullptr, table.Line(65));
 }
 
 TEST(InternalTable, LinesAppendedForWritingKeepLaterGrowthZeroFilled) {
-  InternalTable table("T", 1000);  // 65 lines per block
+  InternalTable table("T", 1000);
   ASSERT_TRUE(table.AppendForWriting(70));
   EXPECT_EQ(70u, table.fill());
   for (size_t n = 1; n <= 70; ++n) std::memset(table.Line(n), 0xAB, 1000);
-  // Growing by update past the written lines gives zero lines, also inside
-  // the block the written lines share.
-  uint8_t* next = table.LineForUpdate(72);
-  ASSERT_NE(nullptr, next);
-  for (size_t n = 71; n <= 72; ++n) {
-    const uint8_t* line = table.Line(n);
-    for (size_t i = 0; i < 1000; ++i) ASSERT_EQ(0, line[i]) << "line " << n;
-  }
-  AllocatorGuard guard(0);
-  EXPECT_FALSE(table.AppendForWriting(1000));
+  // Growing past the written lines gives zero lines, also inside the block
+  // the written lines share.
+  ASSERT_NE(nullptr, table.LineForUpdate(72));
+  EXPECT_TRUE(AllZero(table.Line(71), 1000));
+  EXPECT_TRUE(AllZero(table.Line(72), 1000));
 }
 
 TEST(InternalTable, RefusesTablesBeyondTheSizeLimit) {
   InternalTable table("T", 1024 * 1024);
-  uint64_t too_many = InternalTable::kMaxBytes / (1024 * 1024) + 1;
+  const uint64_t too_many = InternalTable::kMaxBytes / (1024 * 1024) + 1;
   EXPECT_EQ(nullptr, table.LineForUpdate(static_cast<size_t>(too_many)));
   EXPECT_EQ(0u, table.fill());
 }
 
-TEST(TableRegistry, HandlesAreNeverReusedAndConnectionTablesGoWithTheirConnection) {
+TEST(TableRegistry, TablesOfAConnectionGoWithIt) {
   TableRegistry& registry = TableRegistry::Instance();
   TableHandle mine = registry.Create("MINE", 10, 0);
   TableHandle received = registry.Create("RECEIVED", 10, 77);
   ASSERT_NE(nullptr, mine);
   ASSERT_NE(nullptr, received);
-  EXPECT_NE(mine, received);
-  EXPECT_TRUE(registry.Delete(mine));
-  EXPECT_FALSE(registry.Delete(mine));
-  EXPECT_EQ(nullptr, registry.Find(mine));
-  TableHandle next = registry.Create("NEXT", 10, 0);
-  EXPECT_NE(mine, next);
   registry.DeleteOwnedBy(77);
   EXPECT_EQ(nullptr, registry.Find(received));
-  EXPECT_NE(nullptr, registry.Find(next));
-  EXPECT_TRUE(registry.Delete(next));
+  EXPECT_NE(nullptr, registry.Find(mine));
+  EXPECT_TRUE(registry.Delete(mine));
 }
 
 RfcTypeElement Element(const char* name, int type, int length, int decimals = 0) {
   return RfcTypeElement{name, type, length, decimals, 0};
 }
 
-TEST(StructureRegistry, LaysOutFieldsAndKeepsOldHandlesValid) {
+TEST(StructureRegistry, LaysOutFieldsNaturallyAlignedAndKeepsOldLayouts) {
   StructureRegistry& registry = StructureRegistry::Instance();
   RfcTypeElement first[] = {Element("NAME", RFCTYPE_CHAR, 3), Element("PRICE", RFCTYPE_FLOAT, 8),
                             Element("QTY  ", RFCTYPE_INT2, 2), Element("ID", RFCTYPE_INT, 4)};
   RfcTypeHandle old_handle = -1;
   std::string error;
   ASSERT_TRUE(registry.Install("ZLINE", first, 4, &old_handle, &error)) << error;
-  EXPECT_GE(old_handle, StructureRegistry::kFirstHandle);
   auto layout = registry.Find(old_handle);
   ASSERT_NE(nullptr, layout);
   EXPECT_EQ(24u, layout->desc.length);
@@ -155,7 +127,6 @@ TEST(StructureRegistry, LaysOutFieldsAndKeepsOldHandlesValid) {
   RfcTypeElement second[] = {Element("NAME", RFCTYPE_CHAR, 30)};
   RfcTypeHandle new_handle = -1;
   ASSERT_TRUE(registry.Install("ZLINE", second, 1, &new_handle, &error)) << error;
-  EXPECT_NE(old_handle, new_handle);
   EXPECT_EQ(30u, registry.Find(new_handle)->desc.length);
   EXPECT_EQ(24u, registry.Find(old_handle)->desc.length);
   EXPECT_EQ(nullptr, registry.Find(RFCTYPE_INT));
@@ -163,39 +134,24 @@ TEST(StructureRegistry, LaysOutFieldsAndKeepsOldHandlesValid) {
 }
 
 TEST(StructureRegistry, RefusesFieldsItCannotDescribe) {
-  StructureRegistry& registry = StructureRegistry::Instance();
-  RfcTypeHandle handle = -1;
-  std::string error;
   RfcTypeElement unknown_type[] = {Element("X", 9999, -1)};
-  EXPECT_FALSE(registry.Install("ZBAD", unknown_type, 1, &handle, &error));
-  EXPECT_NE(std::string::npos, error.find("field X has type 9999"));
   RfcTypeElement short_int[] = {Element("X", RFCTYPE_INT, 2)};
-  EXPECT_FALSE(registry.Install("ZBAD", short_int, 1, &handle, &error));
   RfcTypeElement twice[] = {Element("X", RFCTYPE_CHAR, 1), Element("X", RFCTYPE_CHAR, 1)};
-  EXPECT_FALSE(registry.Install("ZBAD", twice, 2, &handle, &error));
   RfcTypeElement unnamed[] = {Element(nullptr, RFCTYPE_CHAR, 1)};
-  EXPECT_FALSE(registry.Install("ZBAD", unnamed, 1, &handle, &error));
-  RfcTypeElement packed[] = {Element("P", RFCTYPE_BCD, 2, 4)};
-  EXPECT_FALSE(registry.Install("ZBAD", packed, 1, &handle, &error));
-  EXPECT_FALSE(registry.Install("", short_int, 1, &handle, &error));
-  EXPECT_FALSE(registry.Install("ZBAD", nullptr, 0, &handle, &error));
-  EXPECT_EQ(-1, handle);
-}
-
-int ServeA(ConnectionHandle) { return 1; }
-int ServeAll(ConnectionHandle) { return 2; }
-
-TEST(FunctionRegistry, NamesWithoutAFunctionGoToTheCatchAll) {
-  FunctionRegistry& registry = FunctionRegistry::Instance();
-  EXPECT_TRUE(registry.Install("Z_A", &ServeA, "docs"));
-  EXPECT_TRUE(registry.Install("Z_KNOWN_ONLY", nullptr, nullptr));
-  EXPECT_FALSE(registry.Install("   ", &ServeA, nullptr));
-  EXPECT_FALSE(registry.Install(nullptr, &ServeA, nullptr));
-  EXPECT_EQ(nullptr, registry.Resolve("Z_KNOWN_ONLY"));  // no catch-all yet
-  EXPECT_TRUE(registry.Install(RFC_GLOBAL_SERVER_NAME, &ServeAll, nullptr));
-  EXPECT_EQ(&ServeA, registry.Resolve("Z_A  "));
-  EXPECT_EQ(&ServeAll, registry.Resolve("Z_KNOWN_ONLY"));
-  EXPECT_EQ(&ServeAll, registry.Resolve("Z_NEVER_HEARD_OF"));
+  RfcTypeElement packed[] = {Element("P", RFCTYPE_BCD, 2, 4)};  // 4 decimals in 3 digits
+  const struct {
+    const char* name;
+    RfcTypeElement* elements;
+    unsigned count;
+  } cases[] = {{"ZBAD", unknown_type, 1}, {"ZBAD", short_int, 1}, {"ZBAD", twice, 2}, {"ZBAD", unnamed, 1},
+               {"ZBAD", packed, 1},       {"", short_int, 1},     {"ZBAD", nullptr, 0}};
+  for (const auto& c : cases) {
+    RfcTypeHandle handle = -1;
+    std::string error;
+    EXPECT_FALSE(StructureRegistry::Instance().Install(c.name, c.elements, c.count, &handle, &error));
+    EXPECT_EQ(-1, handle);
+    EXPECT_FALSE(error.empty());
+  }
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "rfc/binding/rfc_library_api.h"
 
@@ -18,6 +17,12 @@ inline RfcTableEntry Table(const char* name, int32_t type, uint32_t line_length,
   return RfcTableEntry{name, static_cast<uint32_t>(std::strlen(name)), type, line_length, handle, 0, 0};
 }
 inline RfcTableEntry EndTable() { return RfcTableEntry{nullptr, 0, 0, 0, nullptr, 0, 0}; }
+
+// Empty parameter and table arrays, for calls that pass nothing.
+struct NoArgs {
+  RfcParameterEntry params[1] = {EndParam()};
+  RfcTableEntry tables[1] = {EndTable()};
+};
 
 // A CHAR value of fixed length, blank-padded, usable as an import.
 template <size_t N>
@@ -39,6 +44,13 @@ inline std::string LineText(const void* line, size_t offset, size_t length) {
   std::string s(static_cast<const char*>(line) + offset, length);
   size_t end = s.find_last_not_of(' ');
   return end == std::string::npos ? std::string() : s.substr(0, end + 1);
+}
+
+// A 32-bit integer at `offset` of a line.
+inline int32_t IntAt(const void* line, size_t offset) {
+  int32_t value;
+  std::memcpy(&value, static_cast<const char*>(line) + offset, sizeof value);
+  return value;
 }
 
 }  // namespace sapsim::testing

@@ -5,37 +5,25 @@
 #include <string>
 
 #include "rfc/binding/rfc_library_api.h"
+#include "tests/support/processes.h"
+
+// The 24 entry points, for lists that must name each once.
+#define RFCSIM_ENTRY_POINTS(X)                                                               \
+  X(RfcOpen) X(RfcAccept) X(RfcClose) X(RfcCall) X(RfcReceive) X(RfcInstallStructure)      \
+  X(RfcInstallFunction) X(RfcListen) X(RfcDispatch) X(RfcGetName) X(RfcGetData)             \
+  X(RfcSendData) X(RfcRaise) X(RfcGetAttributes) X(RfcLastError) X(RfcLastErrorEx)          \
+  X(ItCreate) X(ItFree) X(ItDelete) X(ItFill) X(ItGetLine) X(ItGupLine)                     \
+  X(RfcCheckRegisterServer) X(RfcCancelRegisterServer)
 
 namespace sapsim::testing {
 
 struct RfcLibrary {
-  RfcOpen_t RfcOpen;
-  RfcAccept_t RfcAccept;
-  RfcClose_t RfcClose;
-  RfcCall_t RfcCall;
-  RfcReceive_t RfcReceive;
-  RfcInstallStructure_t RfcInstallStructure;
-  RfcInstallFunction_t RfcInstallFunction;
-  RfcListen_t RfcListen;
-  RfcDispatch_t RfcDispatch;
-  RfcGetName_t RfcGetName;
-  RfcGetData_t RfcGetData;
-  RfcSendData_t RfcSendData;
-  RfcRaise_t RfcRaise;
-  RfcGetAttributes_t RfcGetAttributes;
-  RfcLastError_t RfcLastError;
-  RfcLastErrorEx_t RfcLastErrorEx;
-  ItCreate_t ItCreate;
-  ItFree_t ItFree;
-  ItDelete_t ItDelete;
-  ItFill_t ItFill;
-  ItGetLine_t ItGetLine;
-  ItGupLine_t ItGupLine;
-  RfcCheckRegisterServer_t RfcCheckRegisterServer;
-  RfcCancelRegisterServer_t RfcCancelRegisterServer;
+#define RFCSIM_SLOT(name) name##_t name;
+  RFCSIM_ENTRY_POINTS(RFCSIM_SLOT)
+#undef RFCSIM_SLOT
 
-  // The library of this build, loaded once per process; every entry point
-  // that could not be found fails the test that asked.
+  // The library of this build, loaded once per process; an entry point that
+  // cannot be found throws.
   static const RfcLibrary& Get();
 
   // The current thread's last error as one line: "key: message".
@@ -43,10 +31,9 @@ struct RfcLibrary {
   int LastErrorGroup() const;
 };
 
-// <build>/lib/librfcsim.so, <build>/bin/sapsim, <source>/examples, ...
-std::string BuildDir();
-std::string SourceDir();
-std::string LibraryPath();
-std::string SapsimPath();
+using testutil::BuildDir;
+using testutil::SourceDir;
+inline std::string LibraryPath() { return BuildDir() + "/lib/librfcsim.so"; }
+inline std::string SapsimPath() { return BuildDir() + "/bin/sapsim"; }
 
 }  // namespace sapsim::testing

@@ -8,18 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/processes.h"
 #include "tests/support/temp_dir.h"
 
 namespace sapsim::testing {
 
-// The tests' shared temporary folder, with a way to put a file in it.
-class TempDir : public testutil::TempDir {
- public:
-  // Writes `text` to path()/name and returns the file's path.
-  std::string Write(const std::string& name, const std::string& text) const;
-};
+using testutil::RunCommand;
+using testutil::RunResult;
+using TempDir = testutil::TempDir;
 
-std::string ReadFile(const std::string& path);
+inline std::string ReadFile(const std::string& path) { return testutil::ReadBytes(path); }
 
 // `sapsim serve` running in the background.
 class SapsimProcess {
@@ -59,16 +57,6 @@ class SapsimProcess {
   uint16_t port_ = 0;
   uint16_t ms_port_ = 0;
 };
-
-struct RunResult {
-  int exit_code = -1;
-  std::string out;
-  std::string err;
-};
-
-// Runs a program to its end (at most `timeout_ms`, then it is killed and the
-// exit code is -1).
-RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms = 30000);
 
 // A port nothing listens on (bound once, then released).
 uint16_t UnusedPort();

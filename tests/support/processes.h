@@ -1,0 +1,155 @@
+#pragma once
+// Programs of this build run by tests: where they are, a background process
+// that is killed and reaped if the test leaves it running, and one-shot runs.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+
+extern char** environ;
+
+namespace testutil {
+
+// The build and source trees: the environment first, then what the build
+// compiled in.
+inline std::string BuildDir() {
+  const char* dir = std::getenv("BS_BUILD_DIR");
+  return dir != nullptr && *dir != '\0' ? dir : BS_TEST_BUILD_DIR;
+}
+inline std::string SourceDir() {
+  const char* dir = std::getenv("BS_SOURCE_DIR");
+  return dir != nullptr && *dir != '\0' ? dir : BS_TEST_SOURCE_DIR;
+}
+
+// 128 + signal for a killed process, -1 when the status says neither.
+inline int ExitCode(int status) {
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
+  return -1;
+}
+
+// Starts argv[0] in `directory` ("" for this one) with standard output and
+// error in the two files (the same file when `err_path` is empty).
+inline pid_t Spawn(const std::vector<std::string>& arguments, const std::string& directory,
+                   const std::string& out_path, const std::string& err_path) {
+  std::vector<std::string> words = arguments;
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  if (!directory.empty()) posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_path.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (err_path.empty()) {
+    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err_path.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  }
+  pid_t pid = -1;
+  const int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (rc != 0) throw std::runtime_error("cannot start " + arguments[0] + ": " + std::strerror(rc));
+  return pid;
+}
+
+// A process the test started; killed and reaped when the object goes.
+class ChildProcess {
+ public:
+  ChildProcess(const std::vector<std::string>& arguments, const std::string& directory,
+               const std::string& out_path, const std::string& err_path)
+      : pid_(Spawn(arguments, directory, out_path, err_path)) {}
+  ~ChildProcess() {
+    if (pid_ > 0 && !status_) Kill(SIGKILL);
+  }
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  bool started() const { return pid_ > 0; }
+  pid_t pid() const { return pid_; }
+
+  // The wait status once the process ended; nothing while it runs.
+  std::optional<int> Poll() {
+    if (!status_ && pid_ > 0) {
+      int status = 0;
+      if (waitpid(pid_, &status, WNOHANG) == pid_) status_ = status;
+    }
+    return status_;
+  }
+  // Sends `signal` (unless the process already ended) and waits up to
+  // `timeout_ms` for the end; the wait status, or nothing.
+  std::optional<int> Terminate(int timeout_ms = 20000, int signal = SIGTERM) {
+    if (pid_ <= 0) return std::nullopt;
+    if (!Poll()) kill(pid_, signal);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    while (!Poll() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return status_;
+  }
+  // Sends `signal` and reaps the process; its wait status.
+  int Kill(int signal) {
+    if (status_) return *status_;
+    kill(pid_, signal);
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    status_ = status;
+    return status;
+  }
+  // Threads of the running process.
+  size_t ThreadCount() const {
+    size_t count = 0;
+    std::error_code error;
+    for (std::filesystem::directory_iterator it("/proc/" + std::to_string(pid_) + "/task", error), end;
+         !error && it != end; it.increment(error)) {
+      ++count;
+    }
+    return count;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  std::optional<int> status_;
+};
+
+struct RunResult {
+  int exit_code = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs a program to its end (at most `timeout_ms`; then it is killed and the
+// exit code is -1).
+inline RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms = 30000) {
+  TempDir dir;
+  RunResult result;
+  try {
+    ChildProcess child(argv, "", dir.File("out"), dir.File("err"));
+    const std::optional<int> status = child.Terminate(timeout_ms, 0);
+    result.exit_code = status ? ExitCode(*status) : -1;
+  } catch (const std::runtime_error& error) {
+    result.err = error.what();
+    return result;
+  }
+  result.out = ReadBytes(dir.File("out"));
+  result.err = ReadBytes(dir.File("err"));
+  return result;
+}
+
+}  // namespace testutil
