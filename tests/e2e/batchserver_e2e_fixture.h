@@ -5,50 +5,26 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/e2e/batchserver_process.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
+#include "tests/support/log_reading.h"
+#include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
 
 namespace e2e {
 
 inline constexpr const char* kProgramId = "BATCHE2E";
-inline constexpr auto kPatience = std::chrono::seconds(30);
-
-template <typename Predicate>
-bool Eventually(Predicate done, std::chrono::milliseconds patience = kPatience) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
-}
-
-inline int CountOf(const std::string& text, const std::string& part) {
-  int count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
-
-// The lines of a text that ends its lines in CR LF.
-inline std::vector<std::string> CrLfLines(const std::string& text) {
-  std::vector<std::string> lines;
-  size_t start = 0;
-  for (size_t end; (end = text.find("\r\n", start)) != std::string::npos; start = end + 2) {
-    lines.push_back(text.substr(start, end - start));
-  }
-  return lines;
-}
+using testutil::CountOf;
+using testutil::CrLfLines;
+using testutil::Eventually;
+using testutil::kPatience;
 
 // The system every test starts from: ZKTZ_BATCHES offers two functions (a
 // row with every field type, a small one); rows with ACTIVE y and blank and
@@ -140,10 +116,10 @@ class BatchServerE2eTest : public ::testing::Test {
   }
 
   // Replaces the system by one described by `system_text`, on a new port.
-  void RestartSapsimWith(const std::string& system_text) {
+  void RestartSapsimWith(const std::string& system_text, bool message_server = false) {
     sapsim_.reset();
     system_file_ = dir_.Write("system2.json", system_text);
-    StartSapsim(0);
+    StartSapsim(0, message_server);
     settings_["sap.server.gateway.service"] = sapsim_->port_text();
   }
 
@@ -159,22 +135,14 @@ class BatchServerE2eTest : public ::testing::Test {
   }
 
   // Every log file of the log directory, in name order.
-  std::string LogText() const {
-    std::vector<std::string> files;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(logs_, error)) {
-      files.push_back(entry.path().string());
-    }
-    std::sort(files.begin(), files.end());
-    std::string text;
-    for (const std::string& file : files) text += testutil::ReadBytes(file);
-    return text;
-  }
-  // The one log file (the server writes one a day).
+  std::string LogText() const { return testutil::FilesText(logs_); }
+  // The first log file (the server writes one a day).
   std::string LogPath() const {
-    for (const auto& entry : std::filesystem::directory_iterator(logs_)) return entry.path().string();
-    return std::string();
+    const std::vector<std::string> names = testutil::FileNames(logs_);
+    return names.empty() ? std::string() : logs_ + "/" + names[0];
   }
+  // The log's service cycles: what each wrote after its header block.
+  std::vector<std::string> Cycles() const { return testutil::ServiceCycles(LogText()); }
 
   int Waits() const { return CountOf(LogText(), "\r\n...WAITING FOR BATCHES...\r\n"); }
   bool WaitForServing(int times = 1) {
@@ -200,14 +168,7 @@ class BatchServerE2eTest : public ::testing::Test {
         {sapsim::testing::BuildDir() + "/bin/batchctl", command, instance_});
   }
 
-  std::vector<std::string> XmlFiles() const {
-    std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(xml_)) {
-      files.push_back(entry.path().filename().string());
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-  }
+  std::vector<std::string> XmlFiles() const { return testutil::FileNames(xml_); }
 
   sapsim::testing::TempDir dir_;
   std::string instance_;

@@ -19,7 +19,7 @@
 namespace e2e {
 namespace {
 
-const std::string kRule(65, '#');
+using testutil::kLogRule;
 const std::regex kDateTime(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)");
 constexpr const char* kWaiting = "\r\n\r\n...WAITING FOR BATCHES...\r\n\r\n\r\n";
 
@@ -90,14 +90,14 @@ std::string XmlStart(const std::string& function, const std::string& id,
 void ExpectHeader(const std::vector<std::string>& lines, size_t at, const std::string& path,
                   const std::string& instance) {
   ASSERT_GE(lines.size(), at + 8);
-  EXPECT_EQ(lines[at], kRule);
+  EXPECT_EQ(lines[at], kLogRule);
   EXPECT_EQ(lines[at + 1], "# HEADER");
   EXPECT_EQ(lines[at + 2], "# Path: " + path);
   EXPECT_EQ(lines[at + 3].substr(0, 13), "# Date/Time: ");
   EXPECT_TRUE(std::regex_match(lines[at + 3].substr(13), kDateTime)) << lines[at + 3];
   EXPECT_EQ(lines[at + 4], "# DESCRIPTION: " + instance);
   EXPECT_EQ(lines[at + 5], "# CLOCKS_PER_SEC: 1000");
-  EXPECT_EQ(lines[at + 6], kRule);
+  EXPECT_EQ(lines[at + 6], kLogRule);
   EXPECT_EQ(lines[at + 7], "");
 }
 
@@ -105,22 +105,18 @@ std::string Tail(const std::string& text) {
   return text.size() > 3000 ? text.substr(text.size() - 3000) : text;
 }
 
-// The log split into service cycles: the text after each header block.
-std::vector<std::string> Cycles(const std::string& log) {
-  const std::string rule = kRule + "\r\n";
-  std::vector<std::string> cycles;
-  size_t at = 0;
-  for (;;) {
-    const size_t start = log.find(rule + "# HEADER\r\n", at);
-    if (start == std::string::npos) break;
-    const size_t body = log.find(rule + "\r\n", start + rule.size());
-    if (body == std::string::npos) break;
-    const size_t next = log.find(rule + "# HEADER\r\n", body);
-    cycles.push_back(log.substr(body + rule.size() + 2,
-                                next == std::string::npos ? std::string::npos : next - body - rule.size() - 2));
-    at = body;
+// A cycle that ended in a library error: the time-stamped record of
+// RFC_ERROR_INFO on one entry, one CR LF at its end.
+void ExpectLibraryErrorCycle(const std::string& cycle, const std::string& reason) {
+  EXPECT_TRUE(std::regex_match(cycle.substr(0, 17), kDateTime)) << cycle;
+  EXPECT_EQ(cycle.substr(17, 23), " - RFC_ERROR_INFO\nKey: ") << cycle;
+  EXPECT_EQ(CountOf(cycle, "RFC_ERROR_INFO"), 1) << cycle;
+  EXPECT_EQ(CountOf(cycle, "\r\n"), 1) << cycle;
+  for (const char* field : {"\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
+    EXPECT_NE(cycle.find(field), std::string::npos) << cycle;
   }
-  return cycles;
+  EXPECT_NE(cycle.find(reason), std::string::npos) << cycle;
+  EXPECT_EQ(cycle.substr(cycle.size() - 2), "\r\n");
 }
 
 TEST_F(BatchServerE2eTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
@@ -131,7 +127,7 @@ TEST_F(BatchServerE2eTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
   const std::string log = LogText();
   const std::vector<std::string> lines = CrLfLines(log);
   ExpectHeader(lines, 0, LogPath(), instance_);
-  EXPECT_EQ(log.substr(log.find(kRule + "\r\n\r\n") + kRule.size() + 4),
+  EXPECT_EQ(log.substr(log.find(kLogRule + "\r\n\r\n") + kLogRule.size() + 4),
             std::string("Add Server Function: Z_E2E_ALL\r\n"
                         "Add Server Function: Z_E2E_SMALL\r\n") +
                 kWaiting);
@@ -176,7 +172,7 @@ TEST_F(BatchServerE2eTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
   EXPECT_EQ(Receipts(), 3);
 
   // Nothing was wrong, so one cycle, and no trace while tracing is off.
-  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+  EXPECT_EQ(Cycles().size(), 1u);
   EXPECT_TRUE(std::filesystem::is_empty(work_));
   EXPECT_EQ(ServerErr(), "");
 }
@@ -206,7 +202,7 @@ TEST_F(BatchServerE2eTest, StopEventEndsTheWorkerAtTheNextIdleMomentAndTheProces
   // The process stays, starts no new cycle, and reports the stop.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   EXPECT_FALSE(server_->Poll().has_value());
-  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+  EXPECT_EQ(Cycles().size(), 1u);
   EXPECT_EQ(Batchctl("status").out, "stopping\n");
 
   const std::optional<int> status = server_->Terminate();
@@ -222,19 +218,9 @@ TEST_F(BatchServerE2eTest, RetriesWhileTheSystemIsGoneAndServesAgainOnceItIsBack
   sapsim_->Signal(SIGKILL);
   sapsim_->Stop();
   // Every failed cycle: one header block, one library error.
-  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 5; })) << LogText();
-  const std::vector<std::string> cycles = Cycles(LogText());
-  for (size_t i = 1; i + 1 < cycles.size(); ++i) {
-    const std::string& cycle = cycles[i];
-    EXPECT_TRUE(std::regex_match(cycle.substr(0, 17), kDateTime)) << cycle;
-    EXPECT_EQ(cycle.substr(17, 23), " - RFC_ERROR_INFO\nKey: ") << cycle;
-    EXPECT_EQ(CountOf(cycle, "RFC_ERROR_INFO"), 1) << cycle;
-    EXPECT_EQ(CountOf(cycle, "\r\n"), 1) << cycle;
-    EXPECT_NE(cycle.find("\nStatus: "), std::string::npos);
-    EXPECT_NE(cycle.find("\nMessage: "), std::string::npos);
-    EXPECT_NE(cycle.find("\nInitstate: "), std::string::npos);
-    EXPECT_EQ(cycle.substr(cycle.size() - 2), "\r\n");
-  }
+  ASSERT_TRUE(Eventually([&] { return Cycles().size() >= 5; })) << LogText();
+  const std::vector<std::string> cycles = Cycles();
+  for (size_t i = 1; i + 1 < cycles.size(); ++i) ExpectLibraryErrorCycle(cycles[i], "\nKey: ");
 
   // The system comes back on the same port; the server registers again.
   StartSapsim(port);
@@ -246,20 +232,6 @@ TEST_F(BatchServerE2eTest, RetriesWhileTheSystemIsGoneAndServesAgainOnceItIsBack
   })) << call.err;
   EXPECT_EQ(call.out, "BATCH_RC=1\n");
   EXPECT_EQ(Receipts(), 1);
-  EXPECT_FALSE(server_->Poll().has_value());
-}
-
-TEST_F(BatchServerE2eTest, RefusedLogonIsLoggedOncePerCycle) {
-  settings_["sap.client.user.password"] = "wrong";
-  StartServer();
-  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 3; })) << LogText();
-  const std::vector<std::string> cycles = Cycles(LogText());
-  for (size_t i = 0; i + 1 < cycles.size(); ++i) {
-    EXPECT_EQ(CountOf(cycles[i], " - RFC_ERROR_INFO\nKey: "), 1) << cycles[i];
-    EXPECT_NE(cycles[i].find("name or password is incorrect"), std::string::npos) << cycles[i];
-    EXPECT_EQ(cycles[i].find("WAITING"), std::string::npos);
-  }
-  EXPECT_EQ(Waits(), 0);
   EXPECT_FALSE(server_->Poll().has_value());
 }
 
@@ -283,41 +255,57 @@ TEST_F(BatchServerE2eTest, LogsOnThroughTheMessageServerWhenLoadBalancingIsYes) 
   EXPECT_NE(sapsim_->Log().find("PUBLIC"), std::string::npos) << sapsim_->Log();
 }
 
-TEST_F(BatchServerE2eTest, UnknownLogonGroupIsARefusedLogon) {
-  sapsim_.reset();
-  StartSapsim(0, /*message_server=*/true);
-  settings_["sap.server.gateway.service"] = sapsim_->port_text();
-  settings_["sap.client.loadbalancing"] = "Yes";
-  settings_["sap.client.lb.messageserver"] = "127.0.0.1";
-  settings_["sap.client.lb.system"] = "E2E";
-  settings_["sap.client.lb.group"] = "NOGROUP";
-  ASSERT_EQ(setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1), 0);
-  StartServer();
-  unsetenv("RFCSIM_MS_PORT");
-  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 2; })) << LogText();
-  const std::string first = Cycles(LogText())[0];
-  EXPECT_EQ(CountOf(first, " - RFC_ERROR_INFO\nKey: "), 1) << first;
-  EXPECT_NE(first.find("NOGROUP"), std::string::npos) << first;
-  EXPECT_EQ(Waits(), 0);
-}
-
-TEST_F(BatchServerE2eTest, UnreadableBatchTableIsAnUnknownExceptionInEveryCycle) {
+// Cycles that fail before serving are logged once each and retried at once.
+TEST_F(BatchServerE2eTest, CycleThatFailsBeforeServingIsLoggedAndRetried) {
   // A system without ZKTZ_BATCHES: RFC_READ_TABLE raises TABLE_NOT_AVAILABLE.
-  std::string system = TestSystem();
-  const size_t table = system.find("\"tables\"");
-  ASSERT_NE(table, std::string::npos);
-  system = system.substr(0, system.rfind(',', table)) + "\n}";
-  const size_t structure = system.find("\"ZKTZ_BATCHES\": [");
-  system.erase(structure, system.find("],", structure) + 2 - structure);
-  RestartSapsimWith(system);
-  StartServer();
-  ASSERT_TRUE(Eventually([&] { return Cycles(LogText()).size() >= 3; })) << LogText();
-  const std::vector<std::string> cycles = Cycles(LogText());
-  for (size_t i = 0; i + 1 < cycles.size(); ++i) {
-    EXPECT_TRUE(std::regex_match(cycles[i], std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - UNKNOWN EXEPTION\n\r\n)")))
-        << cycles[i];
+  std::string without_batches = TestSystem();
+  without_batches = without_batches.substr(0, without_batches.rfind(',', without_batches.find("\"tables\""))) + "\n}";
+  const size_t structure = without_batches.find("\"ZKTZ_BATCHES\": [");
+  without_batches.erase(structure, without_batches.find("],", structure) + 2 - structure);
+  const std::map<std::string, std::string> defaults = settings_;
+  const struct {
+    const char* why;
+    std::map<std::string, std::string> settings;
+    std::string system;
+    bool message_server;
+    const char* reason;  // "" for an exception that is no library error
+  } cases[] = {
+      {"wrong password", {{"sap.client.user.password", "wrong"}}, TestSystem(), false,
+       "name or password is incorrect"},
+      {"unknown logon group",
+       {{"sap.client.loadbalancing", "Yes"}, {"sap.client.lb.messageserver", "127.0.0.1"},
+        {"sap.client.lb.system", "E2E"}, {"sap.client.lb.group", "NOGROUP"}},
+       TestSystem(), true, "NOGROUP"},
+      {"no batch table", {}, without_batches, false, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    server_.reset();
+    std::filesystem::remove_all(logs_);
+    std::filesystem::create_directory(logs_);
+    RestartSapsimWith(c.system, c.message_server);
+    const std::string port = settings_["sap.server.gateway.service"];
+    settings_ = defaults;
+    settings_["sap.server.gateway.service"] = port;
+    for (const auto& [key, value] : c.settings) settings_[key] = value;
+    if (c.message_server) {
+      ASSERT_EQ(setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1), 0);
+    }
+    StartServer();
+    unsetenv("RFCSIM_MS_PORT");
+    ASSERT_TRUE(Eventually([&] { return Cycles().size() >= 3; })) << LogText();
+    const std::vector<std::string> cycles = Cycles();
+    for (size_t i = 0; i + 1 < cycles.size(); ++i) {
+      if (*c.reason != '\0') {
+        ExpectLibraryErrorCycle(cycles[i], c.reason);
+      } else {
+        EXPECT_TRUE(std::regex_match(cycles[i], std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - UNKNOWN EXEPTION\n\r\n)")))
+            << cycles[i];
+      }
+    }
+    EXPECT_EQ(Waits(), 0);
+    EXPECT_FALSE(server_->Poll().has_value());
   }
-  EXPECT_EQ(Waits(), 0);
 }
 
 TEST_F(BatchServerE2eTest, ClassLibraryTraceGoesIntoTheStartDirectoryWhenSwitchedOn) {
@@ -407,7 +395,7 @@ TEST_F(BatchServerE2eTest, BatchThatDoesNotFitTheStructureIsRefusedAndServingGoe
   call = Call("Z_E2E_ALL", "ZE2E_ALL", kAllTypesCsv);
   EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
   EXPECT_EQ(Receipts(), 2);
-  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+  EXPECT_EQ(Cycles().size(), 1u);
 }
 
 TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServing) {
@@ -435,7 +423,7 @@ TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServin
   const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
   EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
   EXPECT_EQ(Receipts(), before + 1);
-  EXPECT_EQ(Cycles(LogText()).size(), 1u);
+  EXPECT_EQ(Cycles().size(), 1u);
   EXPECT_FALSE(server_->Poll().has_value());
 }
 

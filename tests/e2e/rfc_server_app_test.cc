@@ -24,7 +24,6 @@ namespace {
 using server_test::Contains;
 using server_test::CountOf;
 using server_test::EchoFunc;
-using server_test::kCloneExplanation;
 
 constexpr const char* kMissing = "RFC function does not exist!";
 
@@ -208,16 +207,14 @@ TEST_F(ServerAppTest, UnknownFunctionIsRaisedToTheCallerAndTheLoopGoesOn) {
   EXPECT_TRUE(Contains(run.lines, {"CRfcServerApp::Invoke called", kMissing})) << run.content;
 }
 
-TEST_F(ServerAppTest, CallWhileNoApplicationExistsIsRefused) {
+TEST_F(ServerAppTest, DispatchRefusesWithoutApplicationAndHandsBackAFailedNameLookup) {
   script().current_names.emplace_back(5, "Z_ECHO");
   testing::internal::CaptureStdout();
   EXPECT_EQ(CRfcServerApp::Dispatch(5), RFC_OK);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("\n Main Thread  ") + kMissing);
   ASSERT_EQ(script().CallsOf("RfcRaise").size(), 1u);
   EXPECT_EQ(script().CallsOf("RfcRaise")[0].handle, 5u);
-}
 
-TEST_F(ServerAppTest, FailedNameLookupIsHandedBackToTheLibrary) {
   CRfcConnection connection;
   CRfcServerApp app(&connection);
   EchoFunc echo("Z_ECHO");
@@ -249,24 +246,6 @@ TEST_F(ServerAppTest, IdleHookThatClosesTheConnectionEndsTheLoopWithSix) {
   EXPECT_EQ(closed[0].handle, 1u);
   EXPECT_EQ(CountOf(Entries(), "RfcListen"), 3);
   EXPECT_EQ(CountOf(Entries(), "RfcDispatch"), 0);
-}
-
-TEST_F(ServerAppTest, BaseIdleHookDoesNothing) {
-  CRfcConnection connection;
-  Accept(connection);
-  CRfcServerApp app(&connection);
-  script().listen_results = {RFC_NOTHING_WAITING, RFC_NOTHING_WAITING, RFC_CLOSED};
-  EXPECT_EQ(app.OnIdle(), 0);
-  EXPECT_EQ(app.Run(0), RFC_CLOSED);
-  EXPECT_EQ(CountOf(Entries(), "RfcListen"), 3);
-  EXPECT_EQ(connection.GetHandle(), 1u);
-}
-
-TEST_F(ServerAppTest, RunWithoutConnectionReturnsOne) {
-  CRfcServerApp app(nullptr);
-  EXPECT_EQ(app.Run(0), 1);
-  EXPECT_EQ(app.Run(-3), 1);
-  EXPECT_TRUE(script().CallsOf("RfcListen").empty());
 }
 
 TEST_F(ServerAppTest, LoopFailuresAreThrownAsTheLibrarysError) {
@@ -366,12 +345,17 @@ TEST_F(ServerAppTest, TextsFromProcessArePrintedOtherExceptionsPassThrough) {
   EXPECT_EQ(echo.GetConnection(), nullptr);
 }
 
-TEST_F(ServerAppTest, FunctionWithoutConnectionExchangesNothing) {
+TEST_F(ServerAppTest, WithoutConnectionNothingIsExchanged) {
   EchoFunc echo("Z_ECHO");
   EXPECT_EQ(echo.ReceiveData(), 1);
   EXPECT_EQ(echo.ReturnCall(), 1);
-  EXPECT_TRUE(script().calls.empty());
   EXPECT_EQ(echo.GetDocu(), nullptr);
+  CRfcServerApp app(nullptr);
+  EXPECT_EQ(app.Run(0), 1);
+  EXPECT_EQ(app.Run(-3), 1);
+  EXPECT_EQ(app.OnIdle(), 0);
+  EXPECT_TRUE(script().CallsOf("RfcListen").empty());
+  EXPECT_TRUE(script().CallsOf("RfcGetData").empty());
 }
 
 TEST_F(ServerAppTest, BaseCloneExplainsInTheTraceAndRefuses) {
@@ -382,11 +366,7 @@ TEST_F(ServerAppTest, BaseCloneExplainsInTheTraceAndRefuses) {
             "You have to implement the clone function CRfcServerFunc::clone() in the derived "
             "class of CRfcServerFunc.");
   // A header, then the explanation as one write; its line feeds end in CR LF.
-  std::string explanation;
-  for (const char* p = kCloneExplanation; *p != '\0'; ++p) {
-    if (*p == '\n') explanation += '\r';
-    explanation += *p;
-  }
+  const std::string explanation = server_test::CloneExplanationInTrace();
   const size_t at = run.content.find("Rfc Class Library Trace at   ");
   ASSERT_NE(at, std::string::npos) << run.content;
   const size_t line_end = run.content.find("\r\n", at);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -32,6 +33,7 @@
 namespace {
 
 using server_test::CountOf;
+using testutil::Eventually;
 
 constexpr const char* kProgram = "POOLE2E";
 
@@ -118,11 +120,33 @@ class ServerPoolE2eTest : public ::testing::Test {
     return ready + busy;
   }
 
-  void CancelRegistrations() {
+  // Runs a pool of `threads` on `app` while `callers` run once all threads
+  // registered; then the gateway cancels the registrations, which ends the
+  // pool. False when the threads did not all register.
+  struct PoolRun {
+    bool registered = false;
+    int rc = -1;
+    std::string thrown;
+    std::string out;
+  };
+  PoolRun RunPool(CRfcServerApp& app, int threads, const std::function<void()>& callers) {
+    PoolRun run;
+    testing::internal::CaptureStdout();
+    std::thread pool([&] {
+      try {
+        run.rc = app.Run(threads);
+      } catch (const char* text) {
+        run.thrown = text;
+      }
+    });
+    run.registered = Eventually([&] { return Registered() == threads; });
+    if (run.registered) callers();
     int total = 0, cancelled = 0;
     ErrorInfoEx error{};
-    const std::string port = sapsim_->port_text();
-    RfcCancelRegisterServer(kProgram, "127.0.0.1", port.c_str(), &total, &cancelled, &error);
+    RfcCancelRegisterServer(kProgram, "127.0.0.1", sapsim_->port_text().c_str(), &total, &cancelled, &error);
+    pool.join();
+    run.out = testing::internal::GetCapturedStdout();
+    return run;
   }
 
   sapsim::testing::RunResult Call(const std::string& function, int rows) {
@@ -133,16 +157,6 @@ class ServerPoolE2eTest : public ::testing::Test {
                                         sapsim_->port_text(), "--program-id", kProgram,
                                         "--function", function, "--structure", "ZPOOL_LINE",
                                         "--csv", file});
-  }
-
-  template <typename Predicate>
-  static bool Eventually(Predicate done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!done()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return true;
   }
 
   sapsim::testing::TempDir dir_;
@@ -157,99 +171,61 @@ TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
   CountingFunc registered("Z_POOL_COUNT");
   app.AddFunction(&registered);
   CountingFunc::clones = 0;
-
-  testing::internal::CaptureStdout();
-  std::string thrown;
-  int rc = -1;
-  std::thread pool([&] {
-    try {
-      rc = app.Run(3);
-    } catch (const char* text) {
-      thrown = text;
-    }
-  });
-  const bool registered_all = Eventually([&] { return Registered() == 3; });
-
   // Six callers at once, each with its own number of lines.
-  std::vector<std::future<sapsim::testing::RunResult>> callers;
-  if (registered_all) {
+  std::vector<sapsim::testing::RunResult> results;
+  const PoolRun run = RunPool(app, 3, [&] {
+    std::vector<std::future<sapsim::testing::RunResult>> callers;
     for (int rows = 1; rows <= 6; ++rows) {
       callers.push_back(std::async(std::launch::async, [this, rows] { return Call("Z_POOL_COUNT", rows); }));
     }
-  }
-  std::vector<sapsim::testing::RunResult> results;
-  for (auto& caller : callers) results.push_back(caller.get());
-  CancelRegistrations();
-  pool.join();
-  const std::string out = testing::internal::GetCapturedStdout();
-
-  ASSERT_TRUE(registered_all) << out;
+    for (auto& caller : callers) results.push_back(caller.get());
+  });
+  ASSERT_TRUE(run.registered) << run.out;
   for (size_t i = 0; i < results.size(); ++i) {
     EXPECT_EQ(results[i].exit_code, 0) << results[i].err;
     EXPECT_EQ(results[i].out, "BATCH_RC=" + std::to_string(i + 1) + "\n") << results[i].err;
   }
-  EXPECT_EQ(thrown, "");
-  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(run.thrown, "");
+  EXPECT_EQ(run.rc, 0);
   EXPECT_EQ(CountingFunc::clones, 6);
   // Busy threads leave callers to the others.
   EXPECT_GE(CountingFunc::threads.size(), 2u);
-  EXPECT_EQ(CountOf(out, "RfcAccept          handle = "), 3) << out;
-  EXPECT_EQ(CountOf(out, "RfcAccept          handle = 0"), 0) << out;
-  EXPECT_NE(out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"), std::string::npos)
-      << out;
+  EXPECT_EQ(CountOf(run.out, "RfcAccept          handle = "), 3) << run.out;
+  EXPECT_EQ(CountOf(run.out, "RfcAccept          handle = 0"), 0) << run.out;
+  EXPECT_NE(run.out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"), std::string::npos)
+      << run.out;
 }
 
 TEST_F(ServerPoolE2eTest, FunctionWithoutCloneIsRefusedOnEveryCall) {
   sapsim::testing::TempDir trace_dir;
   GetRfcTrace().SetDirectory(trace_dir.path());
   GetRfcTrace().SetTraceOn(1);
-
   CRfcServerApp app(&connection_);
   server_test::EchoFunc echo("Z_POOL_NOCLONE");
   app.AddFunction(&echo);
-
-  testing::internal::CaptureStdout();
-  int rc = -1;
-  std::thread pool([&] {
-    try {
-      rc = app.Run(2);
-    } catch (const char*) {
-    }
-  });
-  const bool registered_all = Eventually([&] { return Registered() == 2; });
   std::vector<sapsim::testing::RunResult> results;
-  if (registered_all) {
+  const PoolRun run = RunPool(app, 2, [&] {
     for (int i = 0; i < 3; ++i) results.push_back(Call("Z_POOL_NOCLONE", 1));
-  }
-  CancelRegistrations();
-  pool.join();
-  const std::string out = testing::internal::GetCapturedStdout();
+  });
   GetRfcTrace().SetTraceOn(0);
 
-  ASSERT_TRUE(registered_all) << out;
-  EXPECT_EQ(rc, 0);
+  ASSERT_TRUE(run.registered) << run.out;
+  EXPECT_EQ(run.rc, 0);
   EXPECT_EQ(echo.processed, 0);
   // The caller is told that the server ended the call without an answer.
   for (const sapsim::testing::RunResult& result : results) {
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_EQ(result.out.find("BATCH_RC"), std::string::npos);
   }
+  // The calling thread prints the short text, its trace gets the long one.
   const std::regex refused(
       "\n Thread +[12]:  You have to implement the clone function CRfcServerFunc::clone\\(\\) in "
       "the derived class of CRfcServerFunc\\.");
-  EXPECT_EQ(std::distance(std::sregex_iterator(out.begin(), out.end(), refused),
-                          std::sregex_iterator()),
-            3)
-      << out;
-
-  std::string explanation;
-  for (const char* p = server_test::kCloneExplanation; *p != '\0'; ++p) {
-    if (*p == '\n') explanation += '\r';
-    explanation += *p;
-  }
+  EXPECT_EQ(std::distance(std::sregex_iterator(run.out.begin(), run.out.end(), refused), std::sregex_iterator()), 3)
+      << run.out;
   int explained = 0;
   for (const auto& entry : std::filesystem::directory_iterator(trace_dir.path())) {
-    explained += CountOf(sapsim::testing::ReadFile(entry.path().string()), explanation);
+    explained += CountOf(sapsim::testing::ReadFile(entry.path().string()), server_test::CloneExplanationInTrace());
   }
   EXPECT_EQ(explained, 3);
 }

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <memory>
 #include <regex>
 #include <string>
@@ -13,7 +12,6 @@
 
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
-#include "rfc/core/rfc_trace.h"
 #include "rfc/server/rfc_server_app.h"
 #include "tests/e2e/scripted_rfc_library.h"
 #include "tests/e2e/server_test_support.h"
@@ -21,10 +19,8 @@
 
 namespace {
 
-using server_test::CloneFunc;
 using server_test::CountOf;
 using server_test::EchoFunc;
-using server_test::kCloneExplanation;
 
 constexpr const char* kThreadsFailed = "In CRfcServerApp::Run,  some threads failed in this RFC server.";
 
@@ -145,70 +141,6 @@ TEST_F(ServerPoolTest, AtMostOneThousandAndOneThreadsAreStarted) {
   EXPECT_EQ(static_cast<int>(script().CallsOf("RfcAccept").size()), 1001);
 }
 
-TEST_F(ServerPoolTest, EveryCallIsServedOnAFreshClone) {
-  CRfcServerApp app(&connection_);
-  CloneFunc registered("Z_CLONED");
-  app.AddFunction(&registered);
-  CloneFunc::clones_made = 0;
-  CloneFunc::destroyed = 0;
-  CloneFunc::processed = 0;
-  script().pending_calls = {"Z_CLONED", "Z_CLONED", "Z_CLONED", "Z_CLONED", "Z_CLONED", "Z_CLONED"};
-  CancelWhenIdle();
-
-  const PoolRun run = RunPool(app, 3);
-  EXPECT_EQ(run.thrown, "");
-  EXPECT_EQ(run.rc, 0);
-  EXPECT_EQ(CloneFunc::clones_made, 6);
-  EXPECT_EQ(CloneFunc::destroyed, 6);
-  EXPECT_EQ(CloneFunc::processed, 6);
-  EXPECT_EQ(registered.GetConnection(), nullptr);
-  EXPECT_EQ(script().CallsOf("RfcSendData").size(), 6u);
-  // Each clone learnt the release on its own borrowed connection.
-  EXPECT_EQ(script().CallsOf("RfcGetAttributes").size(), 6u);
-  EXPECT_NE(run.out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"),
-            std::string::npos)
-      << run.out;
-  EXPECT_EQ(run.out.find("terminated with an error"), std::string::npos);
-  EXPECT_EQ(run.out.find("You have to implement"), std::string::npos);
-}
-
-TEST_F(ServerPoolTest, FunctionWithoutCloneIsRefusedOnEveryCallWithTheCallingThread) {
-  rfc_test::TempDir trace_dir;
-  GetRfcTrace().SetDirectory(trace_dir.path());
-  GetRfcTrace().SetTraceOn(1);
-
-  CRfcServerApp app(&connection_);
-  EchoFunc echo("Z_ECHO");
-  app.AddFunction(&echo);
-  script().pending_calls = {"Z_ECHO", "Z_ECHO", "Z_ECHO"};
-  CancelWhenIdle();
-  const PoolRun run = RunPool(app, 2);
-  GetRfcTrace().SetTraceOn(0);
-
-  EXPECT_EQ(run.rc, 0) << run.thrown;
-  EXPECT_EQ(echo.processed, 0);
-  EXPECT_TRUE(script().CallsOf("RfcGetData").empty());
-  const std::regex refused(
-      "\n Thread +([12]):  You have to implement the clone function CRfcServerFunc::clone\\(\\) in "
-      "the derived class of CRfcServerFunc\\.");
-  EXPECT_EQ(std::distance(std::sregex_iterator(run.out.begin(), run.out.end(), refused),
-                          std::sregex_iterator()),
-            3)
-      << run.out;
-
-  // The long explanation went to the trace of the threads that served.
-  std::string explanation;
-  for (const char* p = kCloneExplanation; *p != '\0'; ++p) {
-    if (*p == '\n') explanation += '\r';
-    explanation += *p;
-  }
-  int explained = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(trace_dir.path())) {
-    explained += CountOf(rfc_test::ReadFile(entry.path().string()), explanation);
-  }
-  EXPECT_EQ(explained, 3);
-}
-
 TEST_F(ServerPoolTest, HandlesBeyondTheThreadTableReportAsTheMainThread) {
   CRfcServerApp app(&connection_);
   EchoFunc echo("Z_ECHO");
@@ -239,17 +171,15 @@ TEST_F(ServerPoolTest, ConnectionClosedWithoutCancellationIsAcceptedAgain) {
   EXPECT_NE(run.out.find("RFC-ERROR OCCURS  ==>  Thread 1 exited"), std::string::npos);
 }
 
-TEST_F(ServerPoolTest, PoolOfNoThreadsStartsNothing) {
-  CRfcServerApp app(&connection_);
-  for (int count : {0, -5}) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(app.StartThreadServer(count), 0);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n Main Thread  StartThreadServer");
+TEST_F(ServerPoolTest, PoolOfNoThreadsOrWithoutConnectionStartsNothing) {
+  {
+    CRfcServerApp app(&connection_);
+    for (int count : {0, -5}) {
+      testing::internal::CaptureStdout();
+      EXPECT_EQ(app.StartThreadServer(count), 0);
+      EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n Main Thread  StartThreadServer");
+    }
   }
-  EXPECT_TRUE(script().CallsOf("RfcAccept").empty());
-}
-
-TEST_F(ServerPoolTest, StartingAPoolWithoutConnectionIsRefused) {
   CRfcServerApp app(nullptr);
   const char* text =
       "In CRfcServerApp::StartThreadServer, no RFC connection established yet for the application!";

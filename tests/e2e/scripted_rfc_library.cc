@@ -233,7 +233,9 @@ unsigned ItFill(TableHandle handle) {
 }
 
 void* ItGetLine(TableHandle handle, unsigned line) {
+  if (g_script.on_get_line != nullptr) g_script.on_get_line(g_script.get_line_context, line);
   std::lock_guard<std::mutex> hold(g_script.lock);
+  if (line == g_script.missing_line) return nullptr;
   Table* table = FindTable(handle);
   if (table == nullptr || line == 0 || line > table->lines.size()) return nullptr;
   return table->lines[line - 1].get();
@@ -251,14 +253,19 @@ void* ItGupLine(TableHandle handle, unsigned line) {
 
 int RfcCheckRegisterServer(const char*, const char*, const char*, int* total, int* initialising,
                            int* ready, int* busy, ErrorInfoEx*) {
-  *total = *initialising = *ready = *busy = 0;
-  return RFC_OK;
+  std::lock_guard<std::mutex> hold(g_script.lock);
+  if (g_script.write_counts) {
+    *total = *ready = g_script.check_total;
+    *initialising = *busy = 0;
+  }
+  return g_script.check_result;
 }
 
 int RfcCancelRegisterServer(const char*, const char*, const char*, int* total, int* cancelled,
                             ErrorInfoEx*) {
-  *total = *cancelled = 0;
-  return RFC_OK;
+  std::lock_guard<std::mutex> hold(g_script.lock);
+  if (g_script.write_counts) *total = *cancelled = g_script.cancel_cancelled;
+  return g_script.cancel_result;
 }
 
 }  // extern "C"

@@ -54,6 +54,22 @@ struct ScriptedRfc {
   // The partner release RfcGetAttributes reports.
   std::string partner_release = "46C";
 
+  // ItGetLine first calls on_get_line with the 1-based line number, outside
+  // the lock so that the hook may describe the table anew; it answers null
+  // for missing_line (0: never).
+  void (*on_get_line)(void* context, unsigned line) = nullptr;
+  void* get_line_context = nullptr;
+  unsigned missing_line = 0;
+
+  // The registration check and cancel: result codes, and the counts they
+  // write (total = ready = check_total, cancelled = cancel_cancelled) unless
+  // write_counts is false, when they leave every count untouched.
+  int check_result = RFC_OK;
+  int check_total = 0;
+  int cancel_result = RFC_OK;
+  int cancel_cancelled = 0;
+  bool write_counts = true;
+
   // Installed functions: name -> documentation; the catch-all's address.
   std::vector<std::pair<std::string, std::string>> installed;
   RfcServerFunction catch_all = nullptr;
@@ -78,6 +94,12 @@ struct ScriptedRfc {
     last_error_ex = ErrorInfoEx{};
     accept_error_ex = ErrorInfoEx{};
     partner_release = "46C";
+    on_get_line = nullptr;
+    get_line_context = nullptr;
+    missing_line = 0;
+    check_result = cancel_result = RFC_OK;
+    check_total = cancel_cancelled = 0;
+    write_counts = true;
     installed.clear();
     catch_all = nullptr;
     calls.clear();

@@ -2,7 +2,6 @@
 // Server functions and small helpers shared by the server framework's tests.
 
 #include <algorithm>
-#include <atomic>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_func.h"
+#include "tests/support/polling.h"
 
 namespace server_test {
 
@@ -65,39 +65,7 @@ class EchoFunc : public CRfcServerFunc {
   CRfcTableParam lines_{"LINES", 10, 0, 0, nullptr, ""};
 };
 
-// A server function fit for the thread pool: each call works on a copy.
-class CloneFunc : public CRfcServerFunc {
- public:
-  explicit CloneFunc(const char* name) : CRfcServerFunc(name) { Init(); }
-  CloneFunc(const CloneFunc& other) : CRfcServerFunc(other) {
-    Init();
-    ++clones_made;
-  }
-  ~CloneFunc() override { ++destroyed; }
-
-  CRfcServerFunc* clone() override { return new CloneFunc(*this); }
-  int Process() override {
-    ++processed;
-    out_->Value() = processed.load();
-    out_->SetActive(1);
-    return 0;
-  }
-
-  static inline std::atomic<int> clones_made{0};
-  static inline std::atomic<int> destroyed{0};
-  static inline std::atomic<int> processed{0};
-
- private:
-  void Init() {
-    AddImport(in_.get());
-    AddExport(out_.get());
-  }
-  std::unique_ptr<CRfcSimpleParam> in_ =
-      std::make_unique<CRfcSimpleParam>("IN_VALUE", TYPE_CHAR, 10, 0, 0);
-  std::unique_ptr<CRfcSimpleParam> out_ =
-      std::make_unique<CRfcSimpleParam>("OUT_VALUE", TYPE_INT, 4, 0, 0);
-};
-
+using testutil::CountOf;
 template <typename T>
 int CountOf(const std::vector<T>& items, const T& item) {
   return static_cast<int>(std::count(items.begin(), items.end(), item));
@@ -105,10 +73,15 @@ int CountOf(const std::vector<T>& items, const T& item) {
 inline int CountOf(const std::vector<std::string>& items, const char* item) {
   return CountOf(items, std::string(item));
 }
-inline int CountOf(const std::string& text, const std::string& part) {
-  int count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
+
+// kCloneExplanation as a trace file holds it: every line feed ends in CR LF.
+inline std::string CloneExplanationInTrace() {
+  std::string explanation;
+  for (const char* p = kCloneExplanation; *p != '\0'; ++p) {
+    if (*p == '\n') explanation += '\r';
+    explanation += *p;
+  }
+  return explanation;
 }
 
 // True when `lines` hold `run` as consecutive lines.

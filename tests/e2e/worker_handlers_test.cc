@@ -1,12 +1,11 @@
-// The worker's two handlers: OnReceiveData (the XML file and the log entry
-// of a batch, and what happens when their directories are missing) and
-// ListenCallback (the stop event seen at an idle moment).
+// The worker's two handlers where the batch server end to end cannot reach
+// them: OnReceiveData with an empty log directory, and ListenCallback's
+// answers to the stop event.
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <string>
 
 #include "access/sap_table.h"
@@ -61,8 +60,6 @@ class WorkerHandlersTest : public ::testing::Test {
     ProcessLog().SetPath("/tmp/" + CLogFile::MakeUniqueName() + ".log");
   }
 
-  std::string LogPath() const { return logs_ + "/" + CLogFile::GetDate() + ".log"; }
-  std::string XmlPath() const { return xml_ + "/" + function_->GetBatchId() + ".xml"; }
   std::string EntryOf(const std::string& id) const { return " - Receive data: " + id + ".xml\r\n"; }
 
   testutil::TempDir dir_;
@@ -73,56 +70,6 @@ class WorkerHandlersTest : public ::testing::Test {
   std::unique_ptr<CBatchServerApp> app_;
   std::unique_ptr<CBatchServerFunc> function_;
 };
-
-TEST_F(WorkerHandlersTest, BatchBecomesAnXmlFileAndALogEntry) {
-  ASSERT_EQ(function_->Process(), 0);
-  const std::string id = function_->GetBatchId();
-  const std::string xml = testutil::ReadBytes(XmlPath());
-  EXPECT_NE(xml.find("<Z_HANDLED TIMESTAMP=\"" + id + "\" BEGIN=\"1\" TABLE=\"ZHANDLED\">"),
-            std::string::npos)
-      << xml;
-  EXPECT_NE(xml.find("      <NAME>Jones &amp; Co</NAME>\n"), std::string::npos) << xml;
-
-  const std::string log = testutil::ReadBytes(LogPath());
-  EXPECT_TRUE(std::regex_match(log, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)" +
-                                               std::string(" - Receive data: ") + id +
-                                               R"(\.xml\r\n)")))
-      << log;
-  EXPECT_EQ(ProcessLog().GetPath(), LogPath());
-  EXPECT_EQ(ProcessLog().GetDescription(), instance_);
-  EXPECT_EQ(static_cast<RFC_INT>(function_->GetReturnCodeParam()->Value()), 1);
-}
-
-TEST_F(WorkerHandlersTest, MissingXmlDirectoryLosesTheFileButNotTheBatch) {
-  std::filesystem::remove(xml_);
-  ASSERT_EQ(function_->Process(), 0);
-  EXPECT_FALSE(std::filesystem::exists(XmlPath()));
-  EXPECT_FALSE(std::filesystem::exists(xml_));
-  EXPECT_NE(testutil::ReadBytes(LogPath()).find(EntryOf(function_->GetBatchId())),
-            std::string::npos);
-  EXPECT_EQ(static_cast<RFC_INT>(function_->GetReturnCodeParam()->Value()), 1);
-}
-
-TEST_F(WorkerHandlersTest, TrailingSeparatorOfTheXmlDirectoryIsKept) {
-  ProcessSettings().Set(CSettings::kXmlDirectory, xml_ + "/");
-  ASSERT_EQ(function_->Process(), 0);
-  EXPECT_TRUE(std::filesystem::exists(xml_ + "//" + function_->GetBatchId() + ".xml"));
-}
-
-TEST_F(WorkerHandlersTest, MissingLogDirectoryThrowsTheLogsMessageAfterTheXmlIsWritten) {
-  std::filesystem::remove(logs_);
-  std::string message;
-  try {
-    function_->Process();
-  } catch (const std::string& text) {
-    message = text;
-  }
-  EXPECT_EQ(message, "Error in log file for: '" + instance_ + "', file name: '" + LogPath() +
-                         "', cause: '3'");
-  EXPECT_TRUE(std::filesystem::exists(XmlPath()));
-  // The batch is not answered.
-  EXPECT_EQ(function_->GetReturnCodeParam()->IsActive(), 0);
-}
 
 TEST_F(WorkerHandlersTest, EmptyLogDirectoryKeepsTheLogWhereItWas) {
   const std::string elsewhere = dir_.File("elsewhere.log");
