@@ -1,12 +1,11 @@
-// The data-access layer against a running sapsim: the customer table, the
-// dictionary information and both logons, as the worker uses them.
+// The data-access layer against a running sapsim, as the worker uses it: the
+// customer table and the dictionary information of the structures it names.
+// (Logons, refused ones included, are the batch server end to end's.)
 
-#include <cstdlib>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "access/client_connection.h"
 #include "access/dd_info.h"
 #include "access/read_table.h"
 #include "tests/access/sapsim_logon.h"
@@ -15,12 +14,10 @@
 namespace access_test {
 namespace {
 
-// Rows active "Y", "y" and blank; a structure whose dictionary layout has
-// alignment gaps (ZALIGN).
+// Rows active "Y", "y" and blank.
 const char kSystem[] = R"({
   "system_id": "DEV", "release": "46C",
   "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
-  "groups": ["PUBLIC"],
   "structures": {
     "ZKTZ_BATCHES": [
       {"name": "MANDT", "type": "C", "length": 3},
@@ -28,12 +25,6 @@ const char kSystem[] = R"({
       {"name": "FUNCTION", "type": "C", "length": 30},
       {"name": "STRUCTURE", "type": "C", "length": 30},
       {"name": "ACTIVE", "type": "C", "length": 1}
-    ],
-    "ZALIGN": [
-      {"name": "FLAG", "type": "C", "length": 3},
-      {"name": "COUNT", "type": "I"},
-      {"name": "WEIGHT", "type": "F"},
-      {"name": "AMOUNT", "type": "P", "length": 5, "decimals": 2}
     ]
   },
   "tables": {
@@ -73,110 +64,6 @@ TEST_F(AccessE2eTest, TheCustomerTableReadsAsTrimmedCells) {
   ASSERT_NE(nullptr, reader.GetColumnInfo(1));
   EXPECT_EQ(3, reader.GetColumnInfo(1)->offset);
   EXPECT_EQ(40, reader.GetColumnInfo(1)->length);
-
-  // A reader is a call set and a text table; either base may destroy it.
-  std::unique_ptr<CSapCallSet> as_set = std::make_unique<CReadTable>(connection.get());
-  EXPECT_EQ(1u, as_set->GetCallCount());
-  as_set.reset();
-  std::unique_ptr<CTextTable> as_table = std::make_unique<CReadTable>(connection.get());
-  EXPECT_EQ(0, as_table->GetRowCount());
-}
-
-TEST_F(AccessE2eTest, AnUnknownTableIsTheModulesException) {
-  Start(kSystem);
-  auto connection = Logon();
-  CReadTable reader(connection.get());
-  try {
-    reader.ReadTable("ZNOWHERE", " ", " ", "0", "0");
-    FAIL() << "an unknown table was read";
-  } catch (const char* text) {
-    EXPECT_STREQ("TABLE_NOT_AVAILABLE", text);
-  }
-}
-
-TEST_F(AccessE2eTest, DictionaryInformationOfAKnownAndAnUnknownStructure) {
-  Start(kSystem);
-  auto connection = Logon();
-
-  CDdInfo known(connection.get(), "ZALIGN");
-  ASSERT_EQ(1, known.IsComplete()) << known.GetMessage();
-  EXPECT_EQ("", known.GetMessage());
-  const CDdInfo::Columns& columns = known.GetColumns();
-  ASSERT_EQ(4u, columns.size());
-  // Offsets are the running sums of the lengths, not the aligned places of
-  // the dictionary (which would be 0, 4, 8, 16).
-  const int offsets[] = {0, 3, 7, 15};
-  const char* names[] = {"FLAG", "COUNT", "WEIGHT", "AMOUNT"};
-  const int types[] = {0, 8, 7, 2};
-  const int lengths[] = {3, 4, 8, 5};
-  for (uint16_t pos = 1; pos <= 4; ++pos) {
-    const CSapColumn& column = *columns.at(pos);
-    EXPECT_STREQ(names[pos - 1], column.GetName());
-    EXPECT_EQ(pos, column.GetColumn());
-    EXPECT_EQ(offsets[pos - 1], column.GetOffset()) << column.GetName();
-    EXPECT_EQ(types[pos - 1], column.GetType()) << column.GetName();
-    EXPECT_EQ(lengths[pos - 1], column.GetLength()) << column.GetName();
-  }
-  EXPECT_EQ(2, columns.at(4)->GetDecimals());
-
-  CDdInfo unknown(connection.get(), "ZNOWHERE");
-  EXPECT_EQ(0, unknown.IsComplete());
-  EXPECT_TRUE(unknown.GetColumns().empty());
-  EXPECT_EQ("Structure ZNOWHERE does not exist in the dictionary", unknown.GetMessage());
-}
-
-TEST_F(AccessE2eTest, ARefusedLogonIsTheLibrarysErrorRecord) {
-  Start(kSystem);
-  CClientConnection connection;
-  connection.SetAppServerLogon("127.0.0.1", 0, "100", "BATCH", "wrong", "E", sapsim().port_text(), 0);
-  try {
-    connection.Open();
-    FAIL() << "a wrong password logged on";
-  } catch (const RFC_ERROR_INFO& error) {
-    EXPECT_NE(std::string::npos, std::string(error.message).find("BATCH")) << Describe(error);
-  }
-  EXPECT_EQ(0u, connection.GetHandle());
-}
-
-class MessageServerTest : public SapsimTest {
- protected:
-  void SetUp() override {
-    Start(kSystem, /*message_server=*/true);
-    ASSERT_EQ(0, setenv("RFCSIM_MS_PORT", std::to_string(sapsim().ms_port()).c_str(), 1));
-  }
-  void TearDown() override {
-    unsetenv("RFCSIM_MS_PORT");
-    SapsimTest::TearDown();
-  }
-};
-
-TEST_F(MessageServerTest, LogonThroughAKnownGroup) {
-  CClientConnection connection;
-  connection.SetLoadBalancingLogon(1, "127.0.0.1", "DEV", "PUBLIC", "100", "BATCH", "secret", "E", 0);
-  try {
-    connection.OpenLoadBalanced();
-  } catch (const RFC_ERROR_INFO& error) {
-    FAIL() << Describe(error);
-  }
-  EXPECT_NE(0u, connection.GetHandle());
-  EXPECT_STREQ("46C", connection.GetRelease());
-
-  // The connection serves the data access like one to the application server.
-  CDdInfo info(&connection, "ZKTZ_BATCHES");
-  EXPECT_EQ(1, info.IsComplete());
-  EXPECT_EQ(5u, info.GetColumns().size());
-}
-
-TEST_F(MessageServerTest, AnUnknownGroupIsRefused) {
-  CClientConnection connection;
-  connection.SetLoadBalancingLogon(1, "127.0.0.1", "DEV", "NOGROUP", "100", "BATCH", "secret", "E", 0);
-  try {
-    connection.OpenLoadBalanced();
-    FAIL() << "an unknown logon group was accepted";
-  } catch (const RFC_ERROR_INFO& error) {
-    EXPECT_NE(std::string::npos, std::string(error.message).find("NOGROUP")) << Describe(error);
-  }
-  EXPECT_EQ(0u, connection.GetHandle());
 }
 
 // What the worker learns from the example system: the active batch rows and

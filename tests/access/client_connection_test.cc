@@ -27,17 +27,10 @@ class ClientConnectionTest : public ::testing::Test {
   std::string saved_directory_;
 };
 
-TEST_F(ClientConnectionTest, StartsWithEmptyRecordsAndAnUnknownRelease) {
-  CClientConnection connection;
-  EXPECT_STREQ("RELEASEUNKNOWN", connection.GetConnection().release);
-  EXPECT_EQ(0, connection.GetConnection().QuerySystemInfo);
-  EXPECT_STREQ("", connection.GetConnection().host);
-  EXPECT_STREQ("", connection.GetLogon().user);
-  EXPECT_EQ(0u, connection.GetHandle());
-}
-
 TEST_F(ClientConnectionTest, AppServerLogonNamesTheHostTwice) {
   CClientConnection connection;
+  EXPECT_STREQ("", connection.GetConnection().host);
+  EXPECT_STREQ("", connection.GetLogon().user);
   EXPECT_EQ(1, connection.SetAppServerLogon("sapdev", 7, "100", "BATCH", "secret", "E", "3307", 0));
   for (const CRfcConnInfo* info : {&connection.GetConnection(), &connection.GetConnInfo()}) {
     EXPECT_STREQ("sapdev", info->host);
@@ -92,15 +85,12 @@ TEST_F(ClientConnectionTest, LoadBalancingLogonKeepsWhatTheFirstSetUpWrote) {
   EXPECT_STREQ("OTHER", connection.GetLogonInfo().user);
   EXPECT_STREQ("pw", connection.GetLogonInfo().password);
   EXPECT_STREQ("D", connection.GetLogonInfo().language);
-}
 
-TEST_F(ClientConnectionTest, AppServerLogonAfterLoadBalancingKeepsTheMessageServerFields) {
-  CClientConnection connection;
-  connection.SetLoadBalancingLogon(1, "mshost", "DEV", "PUBLIC", "100", "BATCH", "secret", "E", 0);
-  connection.SetAppServerLogon("apphost", 0, "100", "BATCH", "secret", "E", "3300", 0);
+  // The other way round the message server's fields stay as well.
+  connection.SetAppServerLogon("other", 0, "100", "BATCH", "secret", "E", "3300", 0);
   EXPECT_STREQ("mshost", connection.GetConnInfo().message_server_host);
   EXPECT_STREQ("PUBLIC", connection.GetConnInfo().group);
-  EXPECT_STREQ("apphost", connection.GetConnInfo().host);
+  EXPECT_STREQ("other", connection.GetConnInfo().host);
 }
 
 }  // namespace

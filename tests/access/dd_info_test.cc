@@ -37,12 +37,14 @@ Answer MakeAnswer(const std::string& type, const std::string& message,
   return answer;
 }
 
-TEST(DdInfoTest, SuccessWithoutRowsIsCompleteAndEmpty) {
+TEST(DdInfoTest, SuccessWithoutRowsOrWithoutResultTableIsCompleteAndEmpty) {
   Answer answer = MakeAnswer("S", "", {});
-  CDdInfo info(*answer.result, answer.meta.get());
-  EXPECT_EQ(1, info.IsComplete());
-  EXPECT_TRUE(info.GetColumns().empty());
-  EXPECT_EQ("", info.GetMessage());
+  for (CSapTable* meta : {answer.meta.get(), static_cast<CSapTable*>(nullptr)}) {
+    CDdInfo info(*answer.result, meta);
+    EXPECT_EQ(1, info.IsComplete());
+    EXPECT_TRUE(info.GetColumns().empty());
+    EXPECT_EQ("", info.GetMessage());
+  }
 }
 
 TEST(DdInfoTest, OffsetsAreTheRunningSumsOfTheLengths) {
@@ -101,13 +103,6 @@ TEST(DdInfoTest, NonNumericNumbersCountAsZero) {
   EXPECT_EQ(0, columns.at(0)->GetLength());
   EXPECT_EQ(0, columns.at(0)->GetDecimals());
   EXPECT_EQ(0, columns.at(2)->GetOffset());
-}
-
-TEST(DdInfoTest, WithoutAResultTableSuccessIsComplete) {
-  Answer answer = MakeAnswer("S", "", {});
-  CDdInfo info(*answer.result, nullptr);
-  EXPECT_EQ(1, info.IsComplete());
-  EXPECT_TRUE(info.GetColumns().empty());
 }
 
 }  // namespace

@@ -60,6 +60,10 @@ TEST(TextTableTest, CellsAndRowsExistOnlyOnceSet) {
   text = "stale";
   EXPECT_EQ(1, table.GetCell("A", 0, text));  // an empty cell exists
   EXPECT_EQ("", text);
+  EXPECT_EQ(1, table.SetCell(1, 2, "again"));  // setting again replaces the text
+  EXPECT_EQ(1, table.GetCell(1, 2, text));
+  EXPECT_EQ("again", text);
+  EXPECT_EQ(3, table.GetRowCount());
 }
 
 TEST(TextTableTest, CellsOutsideTheTableAreRefused) {
@@ -79,17 +83,6 @@ TEST(TextTableTest, CellsOutsideTheTableAreRefused) {
   text = "stale";
   EXPECT_EQ(0, table.GetCell("MISSING", 0, text));
   EXPECT_EQ("", text);
-}
-
-TEST(TextTableTest, SettingACellAgainReplacesItsText) {
-  CTextTable table;
-  table.AddColumn("A");
-  table.SetCell(0, 0, "first");
-  table.SetCell(0, 0, "second");
-  std::string text;
-  EXPECT_EQ(1, table.GetCell(0, 0, text));
-  EXPECT_EQ("second", text);
-  EXPECT_EQ(1, table.GetRowCount());
 }
 
 }  // namespace
