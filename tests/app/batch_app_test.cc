@@ -14,30 +14,14 @@
 #include "app/worker.h"
 #include "platform/event.h"
 #include "platform/file.h"
+#include "tests/support/log_reading.h"
+#include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
 
-constexpr auto kPatience = std::chrono::seconds(20);
-
-// Polls `done` until it holds or the patience runs out.
-template <typename Predicate>
-bool Eventually(Predicate done) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
-std::size_t CountOf(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-    ++count;
-  }
-  return count;
-}
+using testutil::CountOf;
+using testutil::Eventually;
 
 class BatchAppTest : public ::testing::Test {
  protected:
@@ -51,20 +35,9 @@ class BatchAppTest : public ::testing::Test {
     return CSettings(name.empty() ? ini : name + " " + ini);
   }
 
-  // The .log files the worker wrote into the test's directory.
-  std::vector<std::string> LogFiles() const {
-    std::vector<std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
-      if (entry.path().extension() == ".log") files.push_back(entry.path().string());
-    }
-    return files;
-  }
-
-  // The whole text of the single log file, or empty while there is none.
-  std::string LogText() const {
-    const std::vector<std::string> files = LogFiles();
-    return files.size() == 1 ? testutil::ReadBytes(files[0]) : std::string();
-  }
+  // The .log files the worker wrote into the test's directory, and their text.
+  std::vector<std::string> LogFiles() const { return testutil::FileNames(dir_.path(), ".log"); }
+  std::string LogText() const { return testutil::FilesText(dir_.path(), ".log"); }
 
   testutil::TempDir dir_;
 };
@@ -114,8 +87,7 @@ TEST_F(BatchAppTest, WorkerRetriesItsCycleUntilTheEventIsSet) {
 
   ASSERT_TRUE(Eventually([&] { return LogText().find("# DESCRIPTION: " + name + "\r\n") !=
                                       std::string::npos; }));
-  const std::string log_path = LogFiles().front();
-  EXPECT_EQ(std::filesystem::path(log_path).filename().string(), CLogFile::GetDate() + ".log");
+  EXPECT_EQ(LogFiles(), std::vector<std::string>{CLogFile::GetDate() + ".log"});
   EXPECT_EQ(context.finished, 0);
   EXPECT_EQ(context.running, 1);
   uint32_t code = 0;
@@ -134,8 +106,8 @@ TEST_F(BatchAppTest, WorkerRetriesItsCycleUntilTheEventIsSet) {
   EXPECT_EQ(code, 0u);
   // The stub accepts the registration and fails the logon's ping: every
   // cycle is one header block and one library error.
-  const std::string log = testutil::ReadBytes(log_path);
-  EXPECT_GE(CountOf(log, "# HEADER\r\n"), 1u);
+  const std::string log = LogText();
+  EXPECT_GE(CountOf(log, "# HEADER\r\n"), 1);
   EXPECT_EQ(CountOf(log, "# HEADER\r\n"), CountOf(log, " - RFC_ERROR_INFO\nKey: ")) << log;
 }
 
@@ -178,29 +150,26 @@ TEST_F(BatchAppTest, DestructorStopsEveryWorkerAndForgetsItsContext) {
   EXPECT_EQ(watch->Wait(0), platform::WaitResult::kSignaled);
 }
 
-TEST_F(BatchAppTest, EmptyInstanceNameEndsTheWorkerAtItsFirstCheck) {
-  CBatchApp app(MakeSettings(""));
-  ASSERT_EQ(ProcessSettings().GetInstanceName(), "");
-  ASSERT_EQ(ProcessSettings().GetLogDirectory(), dir_.path());
-  ASSERT_EQ(app.Start(), 1);
-  CWorkerContext& context = *ProcessWorkerContexts().front();
-  ASSERT_TRUE(context.thread_handle->Join(20000));
-  EXPECT_EQ(context.finished, 1);
-  EXPECT_TRUE(LogFiles().empty());
-}
-
-TEST_F(BatchAppTest, WorkerEndsAtOnceWhenStoppedBeforeItsFirstCheck) {
+TEST_F(BatchAppTest, WorkerEndsAtItsFirstCheckWhenThereIsNothingToRunFor) {
+  // An empty instance name gives an event nobody can open by name.
+  {
+    CBatchApp app(MakeSettings(""));
+    ASSERT_EQ(ProcessSettings().GetInstanceName(), "");
+    ASSERT_EQ(ProcessSettings().GetLogDirectory(), dir_.path());
+    ASSERT_EQ(app.Start(), 1);
+    CWorkerContext& context = *ProcessWorkerContexts().front();
+    ASSERT_TRUE(context.thread_handle->Join(20000));
+    EXPECT_EQ(context.finished, 1);
+  }
+  // A stop signalled before the first check; then a cleared running flag,
+  // whatever the event says.
   const std::string name = testutil::UniqueName("SRV");
   CBatchApp app(MakeSettings(name));
   std::unique_ptr<platform::Event> stop = platform::Event::Create(name, true);
   ASSERT_TRUE(stop);
-
-  CWorkerContext context;
-  EXPECT_EQ(WorkerThread(&context), 0u);
-  EXPECT_EQ(context.finished, 1);
-  EXPECT_TRUE(LogFiles().empty());
-
-  // A cleared running flag ends it just the same, whatever the event says.
+  CWorkerContext signalled;
+  EXPECT_EQ(WorkerThread(&signalled), 0u);
+  EXPECT_EQ(signalled.finished, 1);
   ASSERT_TRUE(stop->Reset());
   CWorkerContext stopped;
   stopped.running = 0;
@@ -223,7 +192,7 @@ TEST_F(BatchAppTest, FailedCycleIsLoggedAndTheNextCycleStartsAtOnce) {
   const std::regex expected(
       "^\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d - UNKNOWN EXEPTION\n\r\n#{65}\r\n# HEADER\r\n");
   EXPECT_TRUE(std::regex_search(text, expected)) << text;
-  EXPECT_EQ(CountOf(text, "UNKNOWN EXEPTION"), 1u);
+  EXPECT_EQ(CountOf(text, "UNKNOWN EXEPTION"), 1);
   EXPECT_EQ(ProcessWorkerContexts().front()->finished, 0);
 }
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <map>
 #include <string>
 
 #include "tests/support/temp_dir.h"
@@ -12,118 +12,67 @@ namespace {
 class SettingsTest : public ::testing::Test {
  protected:
   std::string Make(const std::string& bytes, const std::string& name = "batch.ini") {
-    const std::string path = dir_.File(name);
-    testutil::WriteBytes(path, bytes);
-    return path;
+    return dir_.Write(name, bytes);
   }
-
-  static void ExpectOnlyField(const CSettings& settings, CSettings::Field field,
-                              const std::string& value) {
+  // Every field but the instance name holds what `expected` says, or nothing.
+  static void ExpectFields(const CSettings& settings, const std::map<CSettings::Field, std::string>& expected) {
     for (std::size_t i = 0; i < CSettings::kInstanceName; ++i) {
-      const auto f = static_cast<CSettings::Field>(i);
-      EXPECT_EQ(settings.Get(f), f == field ? value : "") << "field " << CSettings::KeyOf(f);
+      const auto field = static_cast<CSettings::Field>(i);
+      const auto found = expected.find(field);
+      EXPECT_EQ(settings.Get(field), found == expected.end() ? "" : found->second) << CSettings::KeyOf(field);
     }
   }
 
   testutil::TempDir dir_;
 };
 
-TEST_F(SettingsTest, DefaultIsAllEmpty) {
-  const CSettings settings;
-  for (std::size_t i = 0; i < CSettings::kFieldCount; ++i) {
-    EXPECT_EQ(settings.Get(static_cast<CSettings::Field>(i)), "");
+TEST_F(SettingsTest, EveryKeyLandsInItsOwnFieldAndNothingElseDoes) {
+  const std::map<CSettings::Field, std::string> keys = {
+      {CSettings::kGatewayHost, "sap.server.gateway.host"}, {CSettings::kGatewayService, "sap.server.gateway.service"},
+      {CSettings::kProgramId, "sap.server.programm.id"},     {CSettings::kListenTimer, "sap.server.listen.timer"},
+      {CSettings::kLoadBalancing, "sap.client.loadbalancing"}, {CSettings::kMessageServer, "sap.client.lb.messageserver"},
+      {CSettings::kSystem, "sap.client.lb.system"},          {CSettings::kGroup, "sap.client.lb.group"},
+      {CSettings::kClientHost, "sap.client.host"},           {CSettings::kSystemNumber, "sap.client.sysnumber"},
+      {CSettings::kClient, "sap.client.client"},             {CSettings::kUser, "sap.client.user.id"},
+      {CSettings::kPassword, "sap.client.user.password"},    {CSettings::kLanguage, "sap.client.language"},
+      {CSettings::kTrace, "sap.client.trace"},               {CSettings::kLibrary, "sap.library"},
+      {CSettings::kLogDirectory, "sap.path"},                {CSettings::kXmlDirectory, "xml.path"}};
+  ASSERT_EQ(keys.size(), static_cast<size_t>(CSettings::kInstanceName));
+  std::string ini = "[SRV1]\r\n";
+  std::map<CSettings::Field, std::string> values;
+  for (const auto& [field, key] : keys) {
+    values[field] = "value of " + key;
+    ini += key + "=" + values[field] + "\r\n";
   }
-}
-
-TEST_F(SettingsTest, SingleKeyFillsOnlyItsField) {
-  const std::string path = Make("[SRV1]\r\nsap.library=librfc32.dll\r\n");
-  const CSettings settings("SRV1 " + path);
+  ini += "[SRV2]\r\nsap.library=other.so\r\n";
+  const CSettings settings("SRV1 " + Make(ini));
+  ExpectFields(settings, values);
   EXPECT_EQ(settings.GetInstanceName(), "SRV1");
-  EXPECT_EQ(settings.GetLibrary(), "librfc32.dll");
-  ExpectOnlyField(settings, CSettings::kLibrary, "librfc32.dll");
+
+  // A missing section, comment-like lines and unknown names leave all empty.
+  ExpectFields(CSettings(), {});
+  EXPECT_EQ(CSettings().GetInstanceName(), "");
+  ExpectFields(CSettings("SRV1 " + Make("[OTHER]\r\nsap.library=x.so\r\n", "other.ini")), {});
+  ExpectFields(CSettings("SRV1 " + Make("[SRV1]\r\n; sap.library=c.so\r\nsap.libraryx=no.so\r\n", "odd.ini")), {});
 }
 
-TEST_F(SettingsTest, EveryKeyLandsInItsOwnField) {
-  const std::string path = Make(
-      "[SRV1]\r\n"
-      "sap.server.gateway.host=gwhost\r\n"
-      "sap.server.gateway.service=sapgw00\r\n"
-      "sap.server.programm.id=BATCHPRG\r\n"
-      "sap.server.listen.timer=250\r\n"
-      "sap.client.loadbalancing=Yes\r\n"
-      "sap.client.lb.messageserver=mshost\r\n"
-      "sap.client.lb.system=SID\r\n"
-      "sap.client.lb.group=PUBLIC\r\n"
-      "sap.client.host=apphost\r\n"
-      "sap.client.sysnumber=00\r\n"
-      "sap.client.client=100\r\n"
-      "sap.client.user.id=RFCUSER\r\n"
-      "sap.client.user.password=secret\r\n"
-      "sap.client.language=EN\r\n"
-      "sap.client.trace=1\r\n"
-      "sap.library=librfcsim.so\r\n"
-      "sap.path=/var/log/bs\r\n"
-      "xml.path=/var/spool/bs\r\n"
-      "[SRV2]\r\n"
-      "sap.library=other.so\r\n");
-  const CSettings s("SRV1 " + path);
-  EXPECT_EQ(s.GetGatewayHost(), "gwhost");
-  EXPECT_EQ(s.GetListenTimer(), "250");
-  EXPECT_EQ(s.GetProgramId(), "BATCHPRG");
-  EXPECT_EQ(s.GetGatewayService(), "sapgw00");
-  EXPECT_EQ(s.GetLoadBalancing(), "Yes");
-  EXPECT_EQ(s.GetMessageServer(), "mshost");
-  EXPECT_EQ(s.GetSystem(), "SID");
-  EXPECT_EQ(s.GetGroup(), "PUBLIC");
-  EXPECT_EQ(s.GetClientHost(), "apphost");
-  EXPECT_EQ(s.GetSystemNumber(), "00");
-  EXPECT_EQ(s.GetClient(), "100");
-  EXPECT_EQ(s.GetUser(), "RFCUSER");
-  EXPECT_EQ(s.GetPassword(), "secret");
-  EXPECT_EQ(s.GetLanguage(), "EN");
-  EXPECT_EQ(s.GetTrace(), "1");
-  EXPECT_EQ(s.GetLibrary(), "librfcsim.so");
-  EXPECT_EQ(s.GetLogDirectory(), "/var/log/bs");
-  EXPECT_EQ(s.GetXmlDirectory(), "/var/spool/bs");
-  EXPECT_EQ(s.GetInstanceName(), "SRV1");
-}
+TEST_F(SettingsTest, KeysMatchInAnyCaseButValuesAreTakenAsTheyStand) {
+  const CSettings settings("SRV1 " + Make("[SRV1]\r\n"
+                                          "SAP.LIBRARY=upper.so\r\n"
+                                          "SAP.LIBRARY=again.so\r\n"  // one spelling: the first wins
+                                          "sap.path =/ignored\r\n"   // no blank before =
+                                          "xml.path=/lower\r\n"
+                                          "Xml.Path=/mixed\r\n"      // the last spelling wins
+                                          "sap.client.host= /dir with blanks \r\n"
+                                          "sap.client.user.id=\r\n"));
+  ExpectFields(settings, {{CSettings::kLibrary, "upper.so"},
+                          {CSettings::kXmlDirectory, "/mixed"},
+                          {CSettings::kClientHost, " /dir with blanks "}});
 
-TEST_F(SettingsTest, KeysMatchInAnyCaseButNotWithABlankBeforeEquals) {
-  const std::string path = Make(
-      "[SRV1]\r\n"
-      "SAP.LIBRARY=upper.so\r\n"
-      "sap.path =/ignored\r\n"
-      "Xml.Path=/xml\r\n");
-  const CSettings settings("SRV1 " + path);
-  EXPECT_EQ(settings.GetLibrary(), "upper.so");
-  EXPECT_EQ(settings.GetLogDirectory(), "");
-  EXPECT_EQ(settings.GetXmlDirectory(), "/xml");
-}
-
-TEST_F(SettingsTest, DuplicatesFirstWinsForOneSpellingLastWinsAcrossSpellings) {
-  const std::string path = Make(
-      "[SRV1]\r\n"
-      "sap.library=first.so\r\n"
-      "sap.library=second.so\r\n"
-      "xml.path=/lower\r\n"
-      "XML.PATH=/upper\r\n");
-  const CSettings settings("SRV1 " + path);
-  EXPECT_EQ(settings.GetLibrary(), "first.so");
-  EXPECT_EQ(settings.GetXmlDirectory(), "/upper");
-}
-
-TEST_F(SettingsTest, ValuesAreKeptAsTheyStand) {
-  const std::string path = Make("[SRV1]\r\nsap.path= /dir with blanks \r\nsap.client.user.id=\r\n");
-  const CSettings settings("SRV1 " + path);
-  EXPECT_EQ(settings.GetLogDirectory(), " /dir with blanks ");
-  EXPECT_EQ(settings.GetUser(), "");
-}
-
-TEST_F(SettingsTest, LfLineEndsMakeAValueSwallowTheRestOfTheFile) {
-  const std::string path = Make("[SRV1]\nsap.library=a.so\nxml.path=/x\n");
-  const CSettings settings("SRV1 " + path);
-  EXPECT_EQ(settings.GetLibrary(), "a.so\nxml.path=/x\n");
-  EXPECT_EQ(settings.GetXmlDirectory(), "/x\n");
+  // LF line ends make a value swallow the rest of the file.
+  const CSettings lf("SRV1 " + Make("[SRV1]\nsap.library=a.so\nxml.path=/x\n", "lf.ini"));
+  EXPECT_EQ(lf.GetLibrary(), "a.so\nxml.path=/x\n");
+  EXPECT_EQ(lf.GetXmlDirectory(), "/x\n");
 }
 
 TEST_F(SettingsTest, CommandLineIsTrimmedAndSplitAtTheFirstBlank) {
@@ -131,50 +80,31 @@ TEST_F(SettingsTest, CommandLineIsTrimmedAndSplitAtTheFirstBlank) {
   const CSettings settings("  \t SRV7 " + path + " \r\n ");
   EXPECT_EQ(settings.GetInstanceName(), "SRV7");
   EXPECT_EQ(settings.GetLibrary(), "x.so");
-}
 
-TEST_F(SettingsTest, PathOnlyGivesAnEmptyInstanceAndReadsTheEmptySection) {
-  const std::string path = Make("[SRV1]\r\nsap.library=named.so\r\n[]\r\nsap.library=empty.so\r\n");
-  ASSERT_EQ(path.find(' '), std::string::npos);
-  const CSettings settings(path);
-  EXPECT_EQ(settings.GetInstanceName(), "");
-  EXPECT_EQ(settings.GetLibrary(), "empty.so");
-}
-
-TEST_F(SettingsTest, MissingSectionLeavesEverythingEmptyWithoutComplaint) {
-  const std::string path = Make("[OTHER]\r\nsap.library=x.so\r\n");
-  const CSettings settings("SRV1 " + path);
-  ExpectOnlyField(settings, CSettings::kFieldCount, "");
-  EXPECT_EQ(settings.GetInstanceName(), "SRV1");
-}
-
-TEST_F(SettingsTest, UnknownNamesAreIgnored) {
-  const std::string path = Make("[SRV1]\r\n; sap.library=commented.so\r\nsap.libraryx=no.so\r\n");
-  const CSettings settings("SRV1 " + path);
-  ExpectOnlyField(settings, CSettings::kFieldCount, "");
+  // A path alone gives an empty instance, which reads the section "[]".
+  const std::string plain = Make("[SRV1]\r\nsap.library=named.so\r\n[]\r\nsap.library=empty.so\r\n");
+  ASSERT_EQ(plain.find(' '), std::string::npos);
+  const CSettings path_only(plain);
+  EXPECT_EQ(path_only.GetInstanceName(), "");
+  EXPECT_EQ(path_only.GetLibrary(), "empty.so");
 }
 
 TEST_F(SettingsTest, UnreadableIniFileRaisesItsMessage) {
-  const std::string missing = dir_.File("missing.ini");
-  try {
-    CSettings settings("SRV1 " + missing);
-    ADD_FAILURE() << "no exception";
-  } catch (const std::string& message) {
-    EXPECT_EQ(message, "File I/O error: 2 for file: " + missing);
-  }
-
-  const std::string flat = Make("[SRV1]sap.library=x.so", "flat.ini");
-  try {
-    CSettings settings("SRV1 " + flat);
-    ADD_FAILURE() << "no exception";
-  } catch (const std::string& message) {
-    EXPECT_EQ(message, "Failed to locate a valid CR/LF combination!");
+  const std::pair<std::string, std::string> cases[] = {
+      {dir_.File("missing.ini"), "File I/O error: 2 for file: " + dir_.File("missing.ini")},
+      {Make("[SRV1]sap.library=x.so", "flat.ini"), "Failed to locate a valid CR/LF combination!"}};
+  for (const auto& [path, message] : cases) {
+    try {
+      CSettings settings("SRV1 " + path);
+      ADD_FAILURE() << "no exception";
+    } catch (const std::string& raised) {
+      EXPECT_EQ(raised, message);
+    }
   }
 }
 
 TEST(ExampleIniTest, ExampleSectionSetsEveryKey) {
-  const char* source = BS_TEST_SOURCE_DIR;
-  const CSettings settings(std::string("SRV1 ") + source + "/examples/batchserver.ini");
+  const CSettings settings(std::string("SRV1 ") + BS_TEST_SOURCE_DIR + "/examples/batchserver.ini");
   for (std::size_t i = 0; i < CSettings::kFieldCount; ++i) {
     const auto field = static_cast<CSettings::Field>(i);
     const std::string value = settings.Get(field);
@@ -184,7 +114,6 @@ TEST(ExampleIniTest, ExampleSectionSetsEveryKey) {
   }
   EXPECT_EQ(settings.GetLibrary(), "build/lib/librfcsim.so");
   EXPECT_EQ(settings.GetGatewayService(), "sapgw00");
-  EXPECT_EQ(settings.GetInstanceName(), "SRV1");
 }
 
 }  // namespace
