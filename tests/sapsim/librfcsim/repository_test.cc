@@ -1,5 +1,7 @@
-// The system's function modules seen through librfcsim.so: RFC_READ_TABLE and
-// the repository modules in their short and long line layouts.
+// The system's function modules seen through librfcsim.so: RFC_READ_TABLE's
+// selections and the repository modules in their short and long line
+// layouts. (Fields, offsets and the delimiter of RFC_READ_TABLE are read by
+// the class library's and the data-access layer's tests against sapsim.)
 
 #include <algorithm>
 #include <cstring>
@@ -69,35 +71,6 @@ class ReadTable : public LibraryTest {
   }
   ConnectionHandle handle_ = 0;
 };
-
-TEST_F(ReadTable, DeliversEveryFieldAtTheReportedOffsetsWithOrWithoutDelimiter) {
-  for (const char* delimiter : {" ", "|"}) {
-    SCOPED_TRACE(delimiter);
-    const int gap = delimiter[0] == '|' ? 1 : 0;
-    ReadTableResult result;
-    std::string exception;
-    ASSERT_EQ(RFC_OK, Read("ZKTZ_BATCHES", delimiter, {}, &result, &exception)) << lib.LastError();
-    ASSERT_EQ(5u, result.fields.size());
-    EXPECT_EQ("MANDT", result.fields[0].name);
-    EXPECT_EQ(0, result.fields[0].offset);
-    EXPECT_EQ(3, result.fields[0].length);
-    EXPECT_EQ("PROGRAMM", result.fields[1].name);
-    EXPECT_EQ(3 + gap, result.fields[1].offset);
-    EXPECT_EQ("ACTIVE", result.fields[4].name);
-    EXPECT_EQ(103 + 4 * gap, result.fields[4].offset);
-    ASSERT_EQ(5u, result.rows.size());
-    if (gap != 0) {
-      EXPECT_EQ('|', result.rows[0][3]);
-    }
-    EXPECT_EQ("BATCHSRV", result.Cell(0, "PROGRAMM"));
-    EXPECT_EQ("Z_BATCH_ORDERS", result.Cell(0, "FUNCTION"));
-    EXPECT_EQ("ZBATCH_ORDER", result.Cell(0, "STRUCTURE"));
-    EXPECT_EQ("Y", result.Cell(0, "ACTIVE"));
-    EXPECT_EQ("y", result.Cell(2, "ACTIVE"));
-    EXPECT_EQ("", result.Cell(3, "ACTIVE"));
-    EXPECT_EQ("ZBATCH_MISSING", result.Cell(4, "STRUCTURE"));
-  }
-}
 
 TEST_F(ReadTable, SelectsWithOptionsCountsRowsAndRaisesForBadQueries) {
   ReadTableResult active;

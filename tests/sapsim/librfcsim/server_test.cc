@@ -234,20 +234,6 @@ TEST_F(ServerTest, ConnectionClosedBySystemEndsListenAndDispatch) {
   EXPECT_EQ(104, lib.LastErrorGroup());
 }
 
-TEST_F(ServerTest, RefusedCallLeavesTheCallersConnectionUsable) {
-  SetHandler("Z_FINE", [&](ConnectionHandle h) { return Answer(h); });
-  SapCaller caller(sapsim_->port());
-  // The table of the refused call is read and dropped by the system...
-  const CallOutcome refused = caller.Call("NOBODY", "Z_FINE", "ZORDERS", "IDENT\na\nb\n");
-  EXPECT_NE(std::string::npos, refused.refused.find("no RFC server program is registered under program id NOBODY"));
-  // ...so the next call on the same connection is understood.
-  std::thread server([&] { Serve(handle_, 1); });
-  const CallOutcome fine = caller.Call("TESTPROG", "Z_FINE", "ZORDERS", "IDENT\nc\n");
-  server.join();
-  ASSERT_TRUE(fine.replied()) << fine.refused;
-  EXPECT_EQ(wire::ReplyStatus::kOk, fine.reply.status);
-}
-
 TEST_F(ServerTest, CallerThatBreaksOffMidCallCostsTheServerOnlyItsConnection) {
   {
     // A caller announces a call of a megabyte, sends a little of it and goes.

@@ -24,55 +24,6 @@ ValueDesc Order() {
   return ValueDesc::Structure(fields, length);
 }
 
-TEST(LayOut, AlignsNumbersNaturallyAndRoundsTheTotal) {
-  std::vector<FieldDesc> fields = {{"A", kTypeChar, 3, 0, 0},
-                                   {"B", kTypeFloat, 8, 0, 0},
-                                   {"C", kTypeInt2, 2, 0, 0},
-                                   {"D", kTypeInt, 4, 0, 0}};
-  EXPECT_EQ(24u, LayOut(fields));
-  EXPECT_EQ(0u, fields[0].offset);
-  EXPECT_EQ(8u, fields[1].offset);
-  EXPECT_EQ(16u, fields[2].offset);
-  EXPECT_EQ(20u, fields[3].offset);
-
-  std::vector<FieldDesc> bytes_only = {{"A", kTypeChar, 1, 0, 0}, {"B", kTypeInt1, 1, 0, 0}};
-  EXPECT_EQ(2u, LayOut(bytes_only));
-  EXPECT_EQ(1u, bytes_only[1].offset);
-}
-
-TEST(CallMessage, RoundTripsValuesAndTablesAsViews) {
-  ValueDesc order = Order();
-  ASSERT_EQ(16u, order.length);
-  std::vector<uint8_t> rows(3 * order.length, 'x');
-  int32_t limit = 42;
-
-  FrameWriter w(FrameType::kCall);
-  w.String("Z_ORDERS");
-  w.U32(1);
-  EncodeValue(w, "LIMIT", ValueDesc::Simple(kTypeInt, 4), reinterpret_cast<const uint8_t*>(&limit));
-  w.U32(1);
-  EncodeTableHead(w, "ORDERS", order, 3);
-  w.Borrow(rows.data(), rows.size());
-  std::vector<uint8_t> payload = PayloadOf(w);
-
-  CallMessage call = DecodeCall(payload.data(), payload.size());
-  EXPECT_EQ("Z_ORDERS", call.function);
-  const WireValue* value = call.FindValue("LIMIT");
-  ASSERT_NE(nullptr, value);
-  int32_t read_back = 0;
-  std::memcpy(&read_back, value->data, 4);
-  EXPECT_EQ(42, read_back);
-  const WireTable* table = call.FindTable("ORDERS");
-  ASSERT_NE(nullptr, table);
-  EXPECT_EQ(3u, table->row_count);
-  EXPECT_TRUE(SameLayout(order, table->desc));
-  EXPECT_EQ(0, std::memcmp(rows.data(), table->rows, rows.size()));
-  // The rows are not copied out of the payload.
-  EXPECT_GE(table->rows, payload.data());
-  EXPECT_LE(table->rows + rows.size(), payload.data() + payload.size());
-  EXPECT_EQ(nullptr, call.FindTable("MISSING"));
-}
-
 TEST(CallMessage, ReplyCarriesStatusKeyAndMessage) {
   FrameWriter w(FrameType::kReply);
   EncodeReplyHead(w, ReplyStatus::kException, "TABLE_NOT_AVAILABLE", "");

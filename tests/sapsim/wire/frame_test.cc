@@ -31,19 +31,6 @@ std::vector<uint8_t> SampleFrame() {
   return w.Flatten();
 }
 
-TEST(FrameHeader, RoundTripsTypeAndLength) {
-  FrameHeader header;
-  header.type = FrameType::kReply;
-  header.payload_length = 0x01020304;
-  uint8_t bytes[kHeaderSize];
-  EncodeHeader(header, bytes);
-  EXPECT_EQ(0, std::memcmp(bytes, "RSIM", 4));
-  EXPECT_EQ(kProtocolVersion, bytes[4]);
-  FrameHeader back = DecodeHeader(bytes, sizeof bytes);
-  EXPECT_EQ(FrameType::kReply, back.type);
-  EXPECT_EQ(0x01020304u, back.payload_length);
-}
-
 TEST(FrameHeader, RefusesEveryCorruptField) {
   std::vector<uint8_t> good = SampleFrame();
   auto corrupt = [&](size_t index, uint8_t value) {
@@ -71,23 +58,6 @@ TEST(FrameHeader, DecodeFrameWantsExactlyThePayloadTheHeaderAnnounces) {
   EXPECT_THROW(DecodeFrame(bytes.data(), bytes.size()), DecodeError);
 }
 
-TEST(FrameWriter, BorrowedBlocksAreSentFromTheCallersMemory) {
-  std::vector<uint8_t> rows(1000, 'r');
-  FrameWriter w(FrameType::kReply);
-  w.U8(1);
-  w.Borrow(rows.data(), rows.size());
-  w.U8(2);
-  std::vector<ConstSpan> spans = w.Segments();
-  ASSERT_EQ(3u, spans.size());  // header+first byte, the rows, the last byte
-  EXPECT_EQ(rows.data(), spans[1].data);
-  EXPECT_EQ(kHeaderSize + 1, spans[0].size);
-  EXPECT_EQ(1002u, w.PayloadSize());
-  std::vector<uint8_t> flat = w.Flatten();
-  ASSERT_EQ(kHeaderSize + 1002, flat.size());
-  EXPECT_EQ('r', flat[kHeaderSize + 1]);
-  EXPECT_EQ(2, flat.back());
-}
-
 TEST(PayloadReader, ChecksEveryLengthAgainstWhatRemains) {
   FrameWriter w(FrameType::kCall);
   w.U16(0xBEEF);
@@ -113,53 +83,6 @@ TEST(PayloadReader, ChecksEveryLengthAgainstWhatRemains) {
 Frame AsFrame(FrameWriter w) {
   std::vector<uint8_t> bytes = w.Flatten();
   return DecodeFrame(bytes.data(), bytes.size());
-}
-
-TEST(ControlMessages, RoundTrip) {
-  Hello hello;
-  hello.kind = SessionKind::kRegisteredServer;
-  hello.program_id = "BATCHSRV";
-  hello.user = "BATCH";
-  Hello hello_back = Hello::Decode(AsFrame(hello.Encode()));
-  EXPECT_EQ(SessionKind::kRegisteredServer, hello_back.kind);
-  EXPECT_EQ("BATCHSRV", hello_back.program_id);
-  EXPECT_EQ("BATCH", hello_back.user);
-
-  Welcome welcome;
-  welcome.system_id = "DEV";
-  welcome.release = "";
-  welcome.kernel_release = "46D";
-  Welcome welcome_back = Welcome::Decode(AsFrame(welcome.Encode()));
-  EXPECT_EQ("DEV", welcome_back.system_id);
-  EXPECT_EQ("", welcome_back.release);
-  EXPECT_EQ("46D", welcome_back.kernel_release);
-
-  ErrorNotice notice{109, "RFC_ERROR_CANCELLED", "cancelled"};
-  ErrorNotice notice_back = ErrorNotice::Decode(AsFrame(notice.Encode(FrameType::kClose)));
-  EXPECT_EQ(109, notice_back.group);
-  EXPECT_EQ("cancelled", notice_back.message);
-
-  RegistrationCounts counts{3, 0, 2, 1, 0};
-  RegistrationCounts counts_back = RegistrationCounts::Decode(AsFrame(counts.Encode()));
-  EXPECT_EQ(3, counts_back.total);
-  EXPECT_EQ(1, counts_back.busy);
-
-  MessageServerAnswer answer{"", 3301};
-  EXPECT_EQ(3301, MessageServerAnswer::Decode(AsFrame(answer.Encode())).port);
-
-  DictionaryAnswer dict;
-  dict.name = "ZS";
-  dict.layout = ValueDesc::Structure({FieldDesc{"A", kTypeChar, 3, 0, 0}}, 3);
-  DictionaryAnswer dict_back = DictionaryAnswer::Decode(AsFrame(dict.Encode()));
-  ASSERT_EQ(1u, dict_back.layout.fields.size());
-  EXPECT_EQ("A", dict_back.layout.fields[0].name);
-
-  FrameWriter route = BeginRouteCall("PROG");
-  route.String("Z_FUNC");
-  Frame route_frame = AsFrame(std::move(route));
-  RouteCallHead head = RouteCallHead::Decode(route_frame);
-  EXPECT_EQ("PROG", head.program_id);
-  EXPECT_EQ(4u + 4u, head.call_offset);
 }
 
 TEST(ControlMessages, RefuseInconsistentContent) {
