@@ -1,0 +1,301 @@
+// e2e_floor: what one batch costs at the least on this machine, measured so
+// that bench/e2e_driver.sh can set the batch server's figures against it.
+//
+// One iteration does, one after the other:
+//   - loopback: the bytes of the batch's call frame (exactly the size
+//     `sapsim call` sends for that many rows of that structure) over an
+//     already open loopback TCP connection to a thread that reads them all
+//     and answers with 4 bytes;
+//   - file write: create a new file, write the XML document's size in one
+//     write, close;
+//   - log append: open the log for appending, write one log line's size,
+//     close.
+// It prints one JSON object with the medians and minimums of each part and
+// of the iteration as a whole.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sapsim/wire/call_message.h"
+#include "sapsim/wire/control_messages.h"
+#include "sapsim/wire/frame.h"
+#include "sapsim/wire/frame_writer.h"
+#include "sapsim/wire/gateway_caller.h"
+
+namespace {
+
+namespace w = sapsim::wire;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kUsage =
+    "usage: e2e_floor --port N --structure NAME --rows N --xml-bytes N --dir DIR\n"
+    "                 [--program-id ID] [--function NAME] [--log-bytes N] [--repeat N]\n";
+
+[[noreturn]] void Die(const std::string& message) {
+  std::fprintf(stderr, "e2e_floor: %s\n", message.c_str());
+  std::exit(1);
+}
+
+std::string Errno(const std::string& what) { return what + ": " + std::strerror(errno); }
+
+// Owns one file descriptor.
+class Fd {
+ public:
+  Fd() = default;
+  explicit Fd(int fd) : fd_(fd) {}
+  Fd(const Fd&) = delete;
+  Fd& operator=(const Fd&) = delete;
+  Fd(Fd&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  Fd& operator=(Fd&& other) noexcept {
+    if (this != &other) {
+      Reset();
+      fd_ = other.fd_;
+      other.fd_ = -1;
+    }
+    return *this;
+  }
+  ~Fd() { Reset(); }
+  int get() const { return fd_; }
+  void Reset() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+void WriteAll(int fd, const uint8_t* data, size_t size) {
+  while (size > 0) {
+    ssize_t n = ::write(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) throw std::runtime_error(Errno("write"));
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+}
+
+void ReadAll(int fd, uint8_t* data, size_t size) {
+  while (size > 0) {
+    ssize_t n = ::read(fd, data, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw std::runtime_error(Errno("read"));
+    if (n == 0) throw std::runtime_error("the peer closed the connection");
+    data += n;
+    size -= static_cast<size_t>(n);
+  }
+}
+
+void NoDelay(int fd) {
+  int one = 1;
+  ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+}
+
+// A loopback connection whose far end, a thread of its own, reads `size`
+// bytes and answers with 4, as often as asked.
+class LoopbackPeer {
+ public:
+  LoopbackPeer(size_t size, int rounds) : size_(size) {
+    Fd listener(::socket(AF_INET, SOCK_STREAM, 0));
+    if (listener.get() < 0) throw std::runtime_error(Errno("socket"));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = 0;  // any free port
+    if (::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener.get(), 1) != 0) {
+      throw std::runtime_error(Errno("bind/listen on 127.0.0.1"));
+    }
+    socklen_t length = sizeof address;
+    if (::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+      throw std::runtime_error(Errno("getsockname"));
+    }
+    client_ = Fd(::socket(AF_INET, SOCK_STREAM, 0));
+    if (client_.get() < 0 ||
+        ::connect(client_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+      throw std::runtime_error(Errno("connect to the loopback peer"));
+    }
+    Fd server(::accept(listener.get(), nullptr, nullptr));
+    if (server.get() < 0) throw std::runtime_error(Errno("accept"));
+    NoDelay(client_.get());
+    NoDelay(server.get());
+    peer_ = std::thread([this, rounds](Fd connection) { Serve(std::move(connection), rounds); }, std::move(server));
+  }
+  LoopbackPeer(const LoopbackPeer&) = delete;
+  LoopbackPeer& operator=(const LoopbackPeer&) = delete;
+  ~LoopbackPeer() {
+    client_.Reset();  // ends the peer's read if it still waits
+    if (peer_.joinable()) peer_.join();
+  }
+
+  int fd() const { return client_.get(); }
+  const std::string& failure() const { return failure_; }
+
+ private:
+  void Serve(Fd connection, int rounds) {
+    std::vector<uint8_t> in(size_);
+    uint8_t answer[4] = {1, 0, 0, 0};
+    try {
+      for (int i = 0; i < rounds; ++i) {
+        ReadAll(connection.get(), in.data(), in.size());
+        WriteAll(connection.get(), answer, sizeof answer);
+      }
+    } catch (const std::exception& e) {
+      failure_ = e.what();
+    }
+  }
+
+  size_t size_;
+  Fd client_;
+  std::thread peer_;
+  std::string failure_;
+};
+
+// The size of the ROUTE_CALL frame `sapsim call` sends for `rows` lines of
+// the structure: built the same way, with zero lines of the right length.
+size_t CallFrameBytes(uint16_t port, const std::string& program_id, const std::string& function,
+                      const std::string& structure, uint32_t rows, uint32_t* line_length) {
+  w::GatewayCaller caller;
+  std::string error;
+  if (!caller.Connect("127.0.0.1", port, &error)) Die("sapsim not reached on port " + std::to_string(port) + ": " + error);
+  w::ValueDesc layout;
+  if (!caller.LookUp(structure, &layout, &error)) Die("structure " + structure + ": " + error);
+  *line_length = layout.length;
+  std::vector<uint8_t> lines(static_cast<size_t>(rows) * layout.length);
+  w::FrameWriter request = w::BeginRouteCall(program_id);
+  request.String(function);
+  request.U32(0);
+  request.U32(1);
+  w::EncodeTableHead(request, "BATCH_TABLE", layout, rows);
+  request.Borrow(lines.data(), lines.size());
+  return w::kHeaderSize + request.PayloadSize();
+}
+
+struct Series {
+  std::vector<double> us;
+  void Add(Clock::duration d) { us.push_back(std::chrono::duration<double, std::micro>(d).count()); }
+  double Median() const {
+    std::vector<double> sorted = us;
+    std::sort(sorted.begin(), sorted.end());
+    size_t n = sorted.size();
+    return n % 2 == 1 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2;
+  }
+  double Min() const { return *std::min_element(us.begin(), us.end()); }
+};
+
+long Number(const std::map<std::string, std::string>& args, const std::string& name, long fallback, long lowest) {
+  auto it = args.find(name);
+  if (it == args.end()) {
+    if (fallback < 0) Die(name + " is missing\n" + kUsage);
+    return fallback;
+  }
+  char* end = nullptr;
+  errno = 0;
+  long value = std::strtol(it->second.c_str(), &end, 10);
+  if (errno != 0 || end == it->second.c_str() || *end != '\0' || value < lowest) {
+    Die(name + " wants a number of at least " + std::to_string(lowest) + ", not '" + it->second + "'");
+  }
+  return value;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::map<std::string, std::string> args;
+  for (int i = 1; i < argc; i += 2) {
+    std::string name = argv[i];
+    if (name.rfind("--", 0) != 0 || i + 1 >= argc) Die(std::string("bad argument '") + name + "'\n" + kUsage);
+    args[name] = argv[i + 1];
+  }
+  for (const auto& entry : args) {
+    static const char* known[] = {"--port", "--structure", "--rows", "--xml-bytes", "--dir",
+                                  "--program-id", "--function", "--log-bytes", "--repeat"};
+    if (std::find_if(std::begin(known), std::end(known), [&](const char* k) { return entry.first == k; }) ==
+        std::end(known)) {
+      Die("unknown option " + entry.first + "\n" + kUsage);
+    }
+  }
+  if (args.count("--structure") == 0 || args.count("--dir") == 0) Die(std::string("--structure and --dir are needed\n") + kUsage);
+  const auto port = static_cast<uint16_t>(Number(args, "--port", -1, 1));
+  const auto rows = static_cast<uint32_t>(Number(args, "--rows", -1, 0));
+  const auto xml_bytes = static_cast<size_t>(Number(args, "--xml-bytes", -1, 0));
+  // "11/23/26 00:29:14 - Receive data: 001795393754683.xml" and CR LF.
+  const auto log_bytes = static_cast<size_t>(Number(args, "--log-bytes", 55, 1));
+  const int repeat = static_cast<int>(Number(args, "--repeat", 50, 1));
+  const std::string dir = args["--dir"];
+  const std::string program_id = args.count("--program-id") ? args["--program-id"] : "BATCHSRV";
+  const std::string function = args.count("--function") ? args["--function"] : "Z_BATCH_ORDERS";
+  signal(SIGPIPE, SIG_IGN);
+
+  uint32_t line_length = 0;
+  const size_t call_bytes = CallFrameBytes(port, program_id, function, args["--structure"], rows, &line_length);
+
+  // Touched once so that page faults of first use stay out of the timing.
+  std::vector<uint8_t> call(call_bytes, 0x20);
+  std::vector<uint8_t> xml(xml_bytes, 0x20);
+  std::vector<uint8_t> line(log_bytes, 0x20);
+  const std::string log_path = dir + "/floor.log";
+  Series loopback, file_write, log_append, total;
+  try {
+    // One extra round warms the connection, the page cache and the directory.
+    LoopbackPeer peer(call_bytes, repeat + 1);
+    for (int i = 0; i <= repeat; ++i) {
+      const std::string xml_path = dir + "/floor_" + std::to_string(i) + ".xml";
+      const Clock::time_point t0 = Clock::now();
+      WriteAll(peer.fd(), call.data(), call.size());
+      uint8_t answer[4];
+      ReadAll(peer.fd(), answer, sizeof answer);
+      const Clock::time_point t1 = Clock::now();
+      {
+        Fd file(::open(xml_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+        if (file.get() < 0) throw std::runtime_error(Errno("open " + xml_path));
+        WriteAll(file.get(), xml.data(), xml.size());
+      }
+      const Clock::time_point t2 = Clock::now();
+      {
+        Fd log(::open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+        if (log.get() < 0) throw std::runtime_error(Errno("open " + log_path));
+        WriteAll(log.get(), line.data(), line.size());
+      }
+      const Clock::time_point t3 = Clock::now();
+      ::unlink(xml_path.c_str());
+      if (i == 0) continue;
+      loopback.Add(t1 - t0);
+      file_write.Add(t2 - t1);
+      log_append.Add(t3 - t2);
+      total.Add(t3 - t0);
+    }
+    if (!peer.failure().empty()) throw std::runtime_error("loopback peer: " + peer.failure());
+  } catch (const std::exception& e) {
+    ::unlink(log_path.c_str());
+    Die(e.what());
+  }
+  ::unlink(log_path.c_str());
+
+  std::printf(
+      "{\"rows\": %u, \"line_length\": %u, \"call_bytes\": %zu, \"xml_bytes\": %zu, \"log_bytes\": %zu, "
+      "\"repeat\": %d, \"loopback_us\": %.1f, \"file_write_us\": %.1f, \"log_append_us\": %.1f, "
+      "\"floor_us\": %.1f, \"loopback_min_us\": %.1f, \"file_write_min_us\": %.1f, \"log_append_min_us\": %.1f, "
+      "\"floor_min_us\": %.1f}\n",
+      rows, line_length, call_bytes, xml_bytes, log_bytes, repeat, loopback.Median(), file_write.Median(),
+      log_append.Median(), total.Median(), loopback.Min(), file_write.Min(), log_append.Min(), total.Min());
+  return 0;
+}
