@@ -1,5 +1,9 @@
 #include "output/xml_document.h"
 
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
 #include "platform/file.h"
 
 CXmlDocument::CXmlDocument(const std::string& root_name)
@@ -7,12 +11,12 @@ CXmlDocument::CXmlDocument(const std::string& root_name)
 
 CXmlDocument::~CXmlDocument() = default;
 
-std::unique_ptr<CXmlElement> CXmlDocument::CreateElement(const std::string& name) const {
+std::unique_ptr<CXmlElement> CXmlDocument::CreateElement(std::string_view name) const {
   return std::make_unique<CXmlElement>(name);
 }
 
-std::unique_ptr<CXmlElement> CXmlDocument::CreateElement(const std::string& name,
-                                                         const std::string& value) const {
+std::unique_ptr<CXmlElement> CXmlDocument::CreateElement(std::string_view name,
+                                                         std::string_view value) const {
   return std::make_unique<CXmlElement>(name, value);
 }
 
@@ -23,12 +27,14 @@ void CXmlDocument::AddToRoot(std::unique_ptr<CXmlElement> element) {
 std::string CXmlDocument::BuildInMemory() const {
   std::string out;
   if (!root_) return out;
-  // The first step holds a typical batch; larger ones grow geometrically, which
-  // copies less than growing by fixed steps.
-  out.reserve(kGrowStep);
-  out += kDeclaration;
-  out += "\n\n";
-  root_->WriteElement(out);
+  // The length is known before anything is written, so the text is allocated
+  // once at its final size: no growing, no copying, no slack.
+  const std::string_view declaration(kDeclaration);
+  out.resize(declaration.size() + 2 + root_->GetElementLength());
+  char* end = std::copy(declaration.begin(), declaration.end(), out.data());
+  *end++ = '\n';
+  *end++ = '\n';
+  root_->WriteElement(end);
   return out;
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "output/xml_element.h"
 
@@ -16,9 +17,8 @@ class CXmlDocument {
   CXmlDocument& operator=(const CXmlDocument&) = delete;
 
   // A new, unattached element.
-  std::unique_ptr<CXmlElement> CreateElement(const std::string& name) const;
-  std::unique_ptr<CXmlElement> CreateElement(const std::string& name,
-                                             const std::string& value) const;
+  std::unique_ptr<CXmlElement> CreateElement(std::string_view name) const;
+  std::unique_ptr<CXmlElement> CreateElement(std::string_view name, std::string_view value) const;
   void AddToRoot(std::unique_ptr<CXmlElement> element);
 
   // The whole document: declaration, two line feeds, the root element, no
@@ -32,8 +32,6 @@ class CXmlDocument {
 
   static constexpr const char* kDeclaration =
       "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>";
-  // Room reserved for the memory document before it is built.
-  static constexpr size_t kGrowStep = 128 * 1024;
 
  private:
   std::unique_ptr<CXmlElement> root_;

@@ -1,17 +1,184 @@
 #include "output/xml_element.h"
 
-#include <cstdint>
+#include <atomic>
 #include <cstring>
+#include <limits>
+#include <mutex>
+#include <new>
+
+// Under AddressSanitizer the arena's blocks stay poisoned except for what is
+// handed out, and every allocation is followed by a poisoned gap, so that
+// reading past an element's text or touching a destroyed element is caught
+// as it would be on the general heap.
+#if defined(__SANITIZE_ADDRESS__)
+#define BS_XML_ARENA_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define BS_XML_ARENA_ASAN 1
+#endif
+#endif
+
+#if defined(BS_XML_ARENA_ASAN)
+#include <sanitizer/asan_interface.h>
+#define BS_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
+#define BS_UNPOISON(address, size) ASAN_UNPOISON_MEMORY_REGION(address, size)
+#else
+#define BS_POISON(address, size) ((void)(address), (void)(size))
+#define BS_UNPOISON(address, size) ((void)(address), (void)(size))
+#endif
 
 namespace {
 
+// ---------------------------------------------------------------------------
+// The element arena.
+
+constexpr size_t kBlockSize = 64 * 1024;
+constexpr size_t kAlignment = alignof(void*);
+#if defined(BS_XML_ARENA_ASAN)
+constexpr size_t kGap = 16;
+#else
+constexpr size_t kGap = 0;
+#endif
+// Requests larger than this (long texts) get a block of their own.
+constexpr size_t kLargestShared = 16 * 1024;
+// Emptied blocks kept for reuse (16 MiB), so that the next document of a few
+// thousand rows finds its memory ready instead of faulting in fresh pages. A
+// larger document's blocks beyond these go back to the system at once.
+constexpr size_t kSpareBlocks = 256;
+
+// The start of every block. Blocks are aligned to kBlockSize, so any address
+// handed out from a block finds its header by rounding down. A block of its
+// own for a large request is aligned the same way and holds its one
+// allocation right after the header.
+struct BlockHeader {
+  std::atomic<int64_t> live;  // allocations not yet released
+  size_t size;
+};
+constexpr size_t kHeaderSize = (sizeof(BlockHeader) + kAlignment - 1) & ~(kAlignment - 1);
+
+// While a thread allocates from a block, the block counts this many extra
+// allocations, so that handing one out needs no atomic operation. When the
+// thread moves on, it takes back what it did not hand out.
+constexpr int64_t kCursorHold = int64_t{1} << 40;
+
+std::atomic<size_t> g_blocks_in_use{0};
+
+std::mutex g_spare_lock;
+// Outlives every thread, and never allocates once made.
+std::vector<void*>& Spares() {
+  static std::vector<void*>* spares = [] {
+    auto* made = new std::vector<void*>();
+    made->reserve(kSpareBlocks);
+    return made;
+  }();
+  return *spares;
+}
+
+size_t RoundUp(size_t bytes) { return (bytes + kAlignment - 1) & ~(kAlignment - 1); }
+
+BlockHeader* NewBlock(size_t size, int64_t live) {
+  void* memory = nullptr;
+  if (size == kBlockSize) {
+    std::lock_guard<std::mutex> lock(g_spare_lock);
+    if (!Spares().empty()) {
+      memory = Spares().back();
+      Spares().pop_back();
+    }
+  }
+  if (memory == nullptr) memory = ::operator new(size, std::align_val_t{kBlockSize});
+  g_blocks_in_use.fetch_add(1, std::memory_order_relaxed);
+  BS_POISON(static_cast<char*>(memory) + kHeaderSize, size - kHeaderSize);
+  return new (memory) BlockHeader{{live}, size};
+}
+
+void FreeBlock(BlockHeader* block) noexcept {
+  const size_t size = block->size;
+  block->~BlockHeader();
+  g_blocks_in_use.fetch_sub(1, std::memory_order_relaxed);
+  if (size == kBlockSize) {
+    std::lock_guard<std::mutex> lock(g_spare_lock);
+    if (Spares().size() < kSpareBlocks) {
+      Spares().push_back(block);
+      return;
+    }
+  }
+  ::operator delete(static_cast<void*>(block), std::align_val_t{kBlockSize});
+}
+
+// Takes `count` allocations off the block's tally; the last one frees it.
+void Drop(BlockHeader* block, int64_t count) noexcept {
+  // acq_rel: every thread's use of the block happens before it is freed.
+  if (block->live.fetch_sub(count, std::memory_order_acq_rel) == count) FreeBlock(block);
+}
+
+// The calling thread's current block.
+struct Cursor {
+  BlockHeader* block = nullptr;
+  char* next = nullptr;
+  char* end = nullptr;
+  int64_t handed_out = 0;
+
+  ~Cursor() { Leave(); }
+
+  void Leave() noexcept {
+    if (block == nullptr) return;
+    BlockHeader* left = block;
+    const int64_t unused = kCursorHold - handed_out;
+    block = nullptr;
+    next = end = nullptr;
+    handed_out = 0;
+    Drop(left, unused);
+  }
+
+  void Enter() {
+    BlockHeader* fresh = NewBlock(kBlockSize, kCursorHold);
+    Leave();
+    block = fresh;
+    next = reinterpret_cast<char*>(fresh) + kHeaderSize;
+    end = reinterpret_cast<char*>(fresh) + kBlockSize;
+  }
+};
+
+thread_local Cursor t_cursor;
+
+// `bytes` aligned for pointers; std::bad_alloc when the system has no block.
+void* ArenaAllocate(size_t bytes) {
+  if (bytes > kLargestShared) {
+    if (bytes > std::numeric_limits<size_t>::max() - kHeaderSize - kBlockSize) {
+      throw std::bad_alloc();
+    }
+    char* memory = reinterpret_cast<char*>(NewBlock(kHeaderSize + bytes, 1)) + kHeaderSize;
+    BS_UNPOISON(memory, bytes);
+    return memory;
+  }
+  const size_t step = RoundUp(bytes) + kGap;
+  Cursor& cursor = t_cursor;
+  if (static_cast<size_t>(cursor.end - cursor.next) < step) cursor.Enter();
+  char* memory = cursor.next;
+  cursor.next += step;
+  ++cursor.handed_out;
+  BS_UNPOISON(memory, bytes);
+  return memory;
+}
+
+void ArenaRelease(void* memory, size_t bytes) noexcept {
+  if (memory == nullptr) return;
+  BS_POISON(memory, bytes);
+  (void)bytes;
+  const auto address = reinterpret_cast<std::uintptr_t>(memory);
+  Drop(reinterpret_cast<BlockHeader*>(address & ~(std::uintptr_t{kBlockSize} - 1)), 1);
+}
+
+// ---------------------------------------------------------------------------
+// Escaping, trimming, writing.
+
 // Entities that protect an "&" from being escaped again, in the order they are
 // tested. The apostrophe's "replacement" is itself, so it can never match here.
-constexpr const char* kProtected[] = {"&lt;", "&amp;", "&gt;", "&quot;"};
+constexpr std::string_view kProtected[] = {"&lt;", "&amp;", "&gt;", "&quot;"};
 
-bool StartsWithEntity(const std::string& text, size_t pos) {
-  for (const char* entity : kProtected) {
-    if (text.compare(pos, std::strlen(entity), entity) == 0) return true;
+bool StartsWithEntity(std::string_view text, size_t pos) {
+  for (std::string_view entity : kProtected) {
+    if (text.compare(pos, entity.size(), entity) == 0) return true;
   }
   return false;
 }
@@ -20,52 +187,175 @@ bool IsTrimmed(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
 }
 
-void AppendIndent(std::string& out, int level) {
-  if (level > 0) out.append(static_cast<size_t>(level) * 2, ' ');
+// The characters escaping may change, as a table: most texts have none of
+// them, and a table lookup per character finds that out quickest.
+struct EscapeTable {
+  bool special[256] = {};
+  constexpr EscapeTable() {
+    for (unsigned char c : {'<', '>', '"', '&'}) special[c] = true;
+  }
+};
+constexpr EscapeTable kEscapeTable;
+
+bool NeedsEscape(char c) { return kEscapeTable.special[static_cast<unsigned char>(c)]; }
+
+// The position of the first character escaping may change, or the size.
+size_t FindSpecial(std::string_view text, size_t from = 0) {
+  const char* data = text.data();
+  const size_t size = text.size();
+  size_t i = from;
+  while (i + 4 <= size && !(NeedsEscape(data[i]) | NeedsEscape(data[i + 1]) |
+                            NeedsEscape(data[i + 2]) | NeedsEscape(data[i + 3]))) {
+    i += 4;
+  }
+  while (i < size && !NeedsEscape(data[i])) ++i;
+  return i;
 }
 
-}  // namespace
-
-CXmlElement::CXmlElement(const std::string& name) : name_(Trim(Escape(name))) {}
-
-CXmlElement::CXmlElement(const std::string& name, const std::string& value)
-    : name_(Trim(Escape(name))), value_(Trim(Escape(value))) {}
-
-CXmlElement::~CXmlElement() = default;
+// What the character at `pos` becomes; empty when it stays as it is.
+std::string_view Replacement(std::string_view text, size_t pos) {
+  switch (text[pos]) {
+    case '<': return "&lt;";
+    case '>': return "&gt;";
+    case '"': return "&quot;";
+    case '&': return StartsWithEntity(text, pos) ? std::string_view() : "&amp;";
+    default: return std::string_view();
+  }
+}
 
 // One pass over the text gives exactly what five passes ("<", "&", ">", the
 // double quote, the apostrophe) give: none of the protected entities contains a
 // character that an earlier pass could have changed, so looking at the
 // original text after an "&" sees what the "&" pass would have seen.
-std::string CXmlElement::Escape(const std::string& text) {
-  std::string out;
-  out.reserve(text.size() + text.size() / 8);
-  for (size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    switch (c) {
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '&':
-        if (StartsWithEntity(text, i)) {
-          out += '&';
-        } else {
-          out += "&amp;";
-        }
-        break;
-      default: out += c; break;
-    }
+size_t EscapedLength(std::string_view text) {
+  size_t length = text.size();
+  for (size_t i = FindSpecial(text); i < text.size(); i = FindSpecial(text, i + 1)) {
+    const std::string_view replacement = Replacement(text, i);
+    if (!replacement.empty()) length += replacement.size() - 1;
   }
-  return out;
+  return length;
 }
 
-std::string CXmlElement::Trim(const std::string& text) {
+// memcpy of a length known only at run time is a library call, which costs
+// more than the copy itself for the few bytes of a typical name or value.
+void Copy(char* out, const char* from, size_t n) {
+  if (n > 16) {
+    std::memcpy(out, from, n);
+  } else if (n >= 8) {
+    uint64_t head;
+    uint64_t tail;
+    std::memcpy(&head, from, 8);
+    std::memcpy(&tail, from + n - 8, 8);
+    std::memcpy(out, &head, 8);
+    std::memcpy(out + n - 8, &tail, 8);
+  } else if (n >= 4) {
+    uint32_t head;
+    uint32_t tail;
+    std::memcpy(&head, from, 4);
+    std::memcpy(&tail, from + n - 4, 4);
+    std::memcpy(out, &head, 4);
+    std::memcpy(out + n - 4, &tail, 4);
+  } else {
+    for (size_t i = 0; i < n; ++i) out[i] = from[i];
+  }
+}
+
+char* Put(char* out, std::string_view text) {
+  Copy(out, text.data(), text.size());
+  return out + text.size();
+}
+
+char* Put(char* out, char c) {
+  *out = c;
+  return out + 1;
+}
+
+// Writes the EscapedLength(text) bytes of the escaped text.
+char* WriteEscaped(char* out, std::string_view text) {
+  size_t run = 0;  // start of the characters not yet written
+  for (size_t i = FindSpecial(text); i < text.size(); i = FindSpecial(text, i + 1)) {
+    const std::string_view replacement = Replacement(text, i);
+    if (replacement.empty()) continue;
+    out = Put(out, text.substr(run, i - run));
+    out = Put(out, replacement);
+    run = i + 1;
+  }
+  return Put(out, text.substr(run));
+}
+
+inline std::string_view Trimmed(std::string_view text) {
   size_t begin = 0;
   size_t end = text.size();
   while (begin < end && IsTrimmed(text[begin])) ++begin;
   while (end > begin && IsTrimmed(text[end - 1])) --end;
   return text.substr(begin, end - begin);
 }
+
+size_t IndentOf(int level) { return level > 0 ? static_cast<size_t>(level) * 2 : 0; }
+
+char* PutIndent(char* out, int level) {
+  static constexpr std::string_view kBlanks = "                                ";
+  const size_t indent = IndentOf(level);
+  if (indent > kBlanks.size()) {
+    std::memset(out, ' ', indent);
+    return out + indent;
+  }
+  return Put(out, kBlanks.substr(0, indent));
+}
+
+uint32_t TextLength(size_t length) {
+  // A name or value of 4 GiB cannot be kept, as no memory could be had for it.
+  if (length > std::numeric_limits<uint32_t>::max()) throw std::bad_alloc();
+  return static_cast<uint32_t>(length);
+}
+
+}  // namespace
+
+void* CXmlElement::operator new(std::size_t size) { return ArenaAllocate(size); }
+
+void CXmlElement::operator delete(void* memory, std::size_t size) noexcept {
+  ArenaRelease(memory, size);
+}
+
+size_t CXmlElement::GetArenaBlockCount() {
+  return g_blocks_in_use.load(std::memory_order_relaxed);
+}
+
+CXmlElement::CXmlElement(std::string_view name) { SetText(name, std::string_view()); }
+
+CXmlElement::CXmlElement(std::string_view name, std::string_view value) { SetText(name, value); }
+
+CXmlElement::~CXmlElement() { ArenaRelease(text_, size_t{name_length_} + value_length_); }
+
+// Escaping neither makes nor removes white space, and every entity that
+// protects an "&" lies within the text's non-blank part, so trimming first and
+// escaping what is left gives what escaping first and trimming then gives.
+void CXmlElement::SetText(std::string_view name, std::string_view value) {
+  name = Trimmed(name);
+  value = Trimmed(value);
+  // Most names and values have nothing to escape and are copied as they are.
+  const bool plain_name = FindSpecial(name) == name.size();
+  const bool plain_value = FindSpecial(value) == value.size();
+  name_length_ = TextLength(plain_name ? name.size() : EscapedLength(name));
+  value_length_ = TextLength(plain_value ? value.size() : EscapedLength(value));
+  const size_t total = size_t{name_length_} + value_length_;
+  if (total == 0) return;
+  text_ = static_cast<char*>(ArenaAllocate(total));
+  char* out = plain_name ? Put(text_, name) : WriteEscaped(text_, name);
+  if (plain_value) {
+    Put(out, value);
+  } else {
+    WriteEscaped(out, value);
+  }
+}
+
+std::string CXmlElement::Escape(std::string_view text) {
+  std::string escaped(EscapedLength(text), '\0');
+  WriteEscaped(escaped.data(), text);
+  return escaped;
+}
+
+std::string_view CXmlElement::Trim(std::string_view text) { return Trimmed(text); }
 
 unsigned CXmlElement::AttributeBucket(const std::string& name) {
   uint32_t h = 0;
@@ -77,7 +367,8 @@ unsigned CXmlElement::AttributeBucket(const std::string& name) {
 }
 
 void CXmlElement::SetAttribute(const std::string& name, const std::string& value) {
-  auto& bucket = attributes_[AttributeBucket(name)];
+  if (!attributes_) attributes_ = std::make_unique<AttributeTable>();
+  auto& bucket = (*attributes_)[AttributeBucket(name)];
   for (auto& entry : bucket) {
     if (entry.first == name) {
       entry.second = value;
@@ -88,65 +379,92 @@ void CXmlElement::SetAttribute(const std::string& name, const std::string& value
 }
 
 void CXmlElement::AddChild(std::unique_ptr<CXmlElement> child) {
+  if (!child) return;
   child->level_ = level_ + 1;
   children_.push_back(std::move(child));
 }
 
 std::vector<std::pair<std::string, std::string>> CXmlElement::GetAttributes() const {
   std::vector<std::pair<std::string, std::string>> all;
-  for (const auto& bucket : attributes_) all.insert(all.end(), bucket.begin(), bucket.end());
+  if (!attributes_) return all;
+  for (const auto& bucket : *attributes_) all.insert(all.end(), bucket.begin(), bucket.end());
   return all;
 }
 
-// Tags are composed in growable strings, so a tag of any length is written
+// Tags are composed at their full length, so a tag of any length is written
 // whole: nothing is cut and nothing can be overrun.
-void CXmlElement::AppendStartTag(std::string& out) const {
-  out += '\n';
-  AppendIndent(out, level_);
-  out += '<';
-  out += name_;
-  for (const auto& bucket : attributes_) {
-    for (const auto& [key, value] : bucket) {
-      out += ' ';
-      out += key;
-      out += "=\"";
-      out += value;
-      out += '"';
+size_t CXmlElement::GetStartTagLength() const {
+  size_t length = 1 + IndentOf(level_) + 1 + name_length_;
+  if (attributes_) {
+    for (const auto& bucket : *attributes_) {
+      for (const auto& [key, value] : bucket) length += key.size() + value.size() + 4;
     }
   }
-  out += (children_.empty() && value_.empty()) ? "/>" : ">";
+  return length + ((children_.empty() && value_length_ == 0) ? 2 : 1);
 }
 
-void CXmlElement::AppendEndTag(std::string& out) const {
-  if (!children_.empty()) {
-    out += '\n';
-    AppendIndent(out, level_);
-  } else if (value_.empty()) {
-    return;  // the start tag already closed itself
+size_t CXmlElement::GetEndTagLength() const {
+  if (!children_.empty()) return 1 + IndentOf(level_) + 3 + name_length_;
+  return value_length_ == 0 ? 0 : 3 + name_length_;
+}
+
+char* CXmlElement::WriteStartTag(char* out) const {
+  out = PutIndent(Put(out, '\n'), level_);
+  out = Put(Put(out, '<'), GetName());
+  if (attributes_) {
+    for (const auto& bucket : *attributes_) {
+      for (const auto& [key, value] : bucket) {
+        out = Put(Put(out, ' '), key);
+        out = Put(Put(Put(out, '='), '"'), value);
+        out = Put(out, '"');
+      }
+    }
   }
-  out += "</";
-  out += name_;
-  out += '>';
+  if (children_.empty() && value_length_ == 0) return Put(Put(out, '/'), '>');
+  return Put(out, '>');
+}
+
+char* CXmlElement::WriteEndTag(char* out) const {
+  if (!children_.empty()) {
+    out = PutIndent(Put(out, '\n'), level_);
+  } else if (value_length_ == 0) {
+    return out;  // the start tag already closed itself
+  }
+  out = Put(Put(Put(out, '<'), '/'), GetName());
+  return Put(out, '>');
 }
 
 std::string CXmlElement::GetStartTag() const {
-  std::string tag;
-  AppendStartTag(tag);
+  std::string tag(GetStartTagLength(), '\0');
+  WriteStartTag(tag.data());
   return tag;
 }
 
 std::string CXmlElement::GetEndTag() const {
-  std::string tag;
-  AppendEndTag(tag);
+  std::string tag(GetEndTagLength(), '\0');
+  WriteEndTag(tag.data());
   return tag;
 }
 
-void CXmlElement::WriteElement(std::string& out) const {
-  AppendStartTag(out);
+size_t CXmlElement::GetElementLength() const {
+  size_t length = GetStartTagLength() + GetEndTagLength();
+  if (children_.empty()) return length + value_length_;
+  for (const auto& child : children_) length += child->GetElementLength();
+  return length;
+}
+
+char* CXmlElement::WriteElement(char* out) const {
+  out = WriteStartTag(out);
   if (children_.empty()) {
-    out += value_;
+    out = Put(out, GetValue());
   } else {
-    for (const auto& child : children_) child->WriteElement(out);
+    for (const auto& child : children_) out = child->WriteElement(out);
   }
-  AppendEndTag(out);
+  return WriteEndTag(out);
+}
+
+void CXmlElement::WriteElement(std::string& out) const {
+  const size_t at = out.size();
+  out.resize(at + GetElementLength());
+  WriteElement(out.data() + at);
 }

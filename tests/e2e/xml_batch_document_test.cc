@@ -190,16 +190,55 @@ TEST_F(XmlBatchDocumentTest, RowsAreNamedByTheirIdentifierAndHoldEveryColumn) {
   EXPECT_EQ(g_document, expected);
 }
 
-TEST_F(XmlBatchDocumentTest, BatchWithoutRowsClosesTheFunctionElementAtOnce) {
-  ASSERT_EQ(function_->Process(), 0);
-  EXPECT_EQ(g_document, Start() + "/>\n</BATCH>");
+TEST_F(XmlBatchDocumentTest, WithoutRowsToWriteTheFunctionElementClosesAtOnce) {
+  const std::vector<std::vector<Row>> batches = {
+      {},
+      {{"", "", "", "x", 1, 1, 1, 1, 1.0, "1", "", "", "1"},
+       {"  ", " ", "", "y", 2, 2, 2, 2, 2.0, "2", "", "", "2"}},
+  };
+  for (const auto& rows : batches) {
+    if (!rows.empty()) Fill(*function_->GetTableParam(), rows);
+    ASSERT_EQ(function_->Process(), 0);
+    EXPECT_EQ(g_document, Start() + "/>\n</BATCH>") << rows.size() << " rows";
+  }
 }
 
-TEST_F(XmlBatchDocumentTest, RowsWithoutAnyIdentifierLeaveTheFunctionElementEmpty) {
-  Fill(*function_->GetTableParam(), {{"", "", "", "x", 1, 1, 1, 1, 1.0, "1", "", "", "1"},
-                                     {"  ", " ", "", "y", 2, 2, 2, 2, 2.0, "2", "", "", "2"}});
-  ASSERT_EQ(function_->Process(), 0);
-  EXPECT_EQ(g_document, Start() + "/>\n</BATCH>");
+// A column the received table has no descriptor for has no name either; it is
+// left out of every row instead of breaking the document.
+TEST_F(XmlBatchDocumentTest, AColumnWithoutANameIsLeftOut) {
+  Columns columns;
+  columns[1] = std::make_unique<CSapColumn>("H_IDENT", 1, 0, TYPE_CHAR, 4, 0);
+  columns[2] = std::make_unique<CSapColumn>("X", 2, 0, TYPE_CHAR, 3, 0);
+  CBatchServerFunc function(app_.get(), "Z_GAP", "ZGAP_LINE", columns, &BuildDocument);
+  CRfcTableParam& table = *function.GetTableParam();
+  table.Create();
+  ASSERT_EQ(table.GotoLine(0), 1);
+  table.GetData(table.GetCurrentLine(), 0) = "R1";
+  table.GetData(table.GetCurrentLine(), 1) = "v";
+  // Describe column 3 but not column 2; describing rewrites the line length,
+  // which the lines already filled keep.
+  const int width = table.GetTotalLength();
+  CRfcFieldInfo extra{};
+  SetFieldName(extra, "LAST");
+  extra.column = 3;
+  extra.type = TYPE_CHAR;
+  extra.length = 1;
+  table.AddFieldInfo(&extra, 1);
+  table.SetLength(width);
+  ASSERT_EQ(table.GetFieldInfo(2), nullptr);
+
+  ASSERT_EQ(function.Process(), 0);
+  EXPECT_EQ(g_document,
+            "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>\n\n\n<BATCH>\n  <Z_GAP TIMESTAMP=\"" +
+                function.GetBatchId() +
+                "\" BEGIN=\"1\" TABLE=\"ZGAP_LINE\">\n"
+                "    <R1>\n"
+                "      <H_IDENT>R1</H_IDENT>\n"
+                "      <X>v</X>\n"
+                "      <LAST>R</LAST>\n"
+                "    </R1>\n"
+                "  </Z_GAP>\n"
+                "</BATCH>");
 }
 
 TEST_F(XmlBatchDocumentTest, SaveWritesTheDocumentAndFailsQuietlyWithoutItsDirectory) {

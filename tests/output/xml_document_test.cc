@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -46,23 +48,28 @@ TEST(XmlEscape, CharactersAndProtectedEntities) {
   EXPECT_EQ(CXmlElement::Escape("&&lt"), "&amp;&amp;lt");
 }
 
-TEST(XmlEscape, OnePassAgreesWithFivePasses) {
-  std::mt19937 rng(20261122);
-  const std::string alphabet = "<&>\"';altgmpquo ";
-  for (int n = 0; n < 20000; ++n) {
-    std::string text(rng() % 14, ' ');
-    for (char& c : text) c = alphabet[rng() % alphabet.size()];
-    ASSERT_EQ(CXmlElement::Escape(text), EscapeByPasses(text)) << "input: " << text;
-  }
+// The escaping written the long way, then the trimming: an element's name and
+// value must come out as if escaped first and trimmed second, whatever the
+// short cuts taken on the way.
+std::string TrimByHand(const std::string& text) {
+  const char* blanks = " \t\r\n\v\f";
+  const size_t begin = text.find_first_not_of(blanks);
+  if (begin == std::string::npos) return "";
+  return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
 }
 
-TEST(XmlElement, EscapesThenTrimsNameAndValue) {
-  CXmlElement e(" \tNAME \r\n", "  inner  blanks\v\f");
-  EXPECT_EQ(e.GetName(), "NAME");
-  EXPECT_EQ(e.GetValue(), "inner  blanks");
-  CXmlElement blanks("X", "    ");
-  EXPECT_EQ(blanks.GetStartTag(), "\n<X/>");
-  EXPECT_EQ(blanks.GetEndTag(), "");
+TEST(XmlEscape, FastPathsAgreeWithFivePassesThenTrimming) {
+  std::mt19937 rng(20261122);
+  const std::string alphabet = "<&>\"';altgmpquo \t\r\n\v\f";
+  for (int n = 0; n < 20000; ++n) {
+    std::string text(rng() % 40, ' ');
+    for (char& c : text) c = alphabet[rng() % alphabet.size()];
+    const std::string escaped = EscapeByPasses(text);
+    ASSERT_EQ(CXmlElement::Escape(text), escaped) << "input: " << text;
+    const CXmlElement element(text, "x" + text);
+    ASSERT_EQ(element.GetName(), TrimByHand(escaped)) << "input: " << text;
+    ASSERT_EQ(element.GetValue(), TrimByHand("x" + escaped)) << "input: " << text;
+  }
 }
 
 TEST(XmlElement, TagsByShape) {
@@ -75,6 +82,9 @@ TEST(XmlElement, TagsByShape) {
   EXPECT_EQ(c->GetLevel(), 1);
   EXPECT_EQ(c->GetStartTag(), "\n  <C>");
   EXPECT_EQ(c->GetEndTag(), "</C>");
+  CXmlElement blanks(" X ", " \t ");
+  EXPECT_EQ(blanks.GetStartTag(), "\n<X/>");
+  EXPECT_EQ(blanks.GetEndTag(), "");
 }
 
 TEST(XmlElement, AttributeOrderFollowsTheBuckets) {
@@ -132,18 +142,45 @@ TEST(XmlDocument, DeclarationIsFortyThreeCharacters) {
   EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH/>");
 }
 
-TEST(XmlDocument, LongTagsAreWrittenWhole) {
-  // Far beyond the 2,047 and 1,023 characters a fixed tag buffer would hold.
+TEST(XmlDocument, LongNamesAndValuesAreWrittenWhole) {
+  // Far beyond the 2,047 and 1,023 characters a fixed tag buffer would hold;
+  // the value is also larger than the element arena hands out from a shared
+  // block.
   const std::string id(5000, 'I');
+  const std::string value(20000, 'v');
   CXmlDocument doc("BATCH");
   auto row = doc.CreateElement(id);
   CXmlElement* rp = row.get();
   doc.AddToRoot(std::move(row));
-  rp->AddChild(doc.CreateElement("V", std::string(3000, 'v')));
-  const std::string text = doc.BuildInMemory();
-  EXPECT_NE(text.find("\n  <" + id + ">"), std::string::npos);
-  EXPECT_NE(text.find("\n  </" + id + ">"), std::string::npos);
-  EXPECT_NE(text.find("<V>" + std::string(3000, 'v') + "</V>"), std::string::npos);
+  rp->AddChild(doc.CreateElement("V", value));
+  EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH>\n  <" +
+                                     id + ">\n    <V>" + value + "</V>\n  </" + id +
+                                     ">\n</BATCH>");
+}
+
+// Elements live in arena blocks that must all go back when the tree is gone,
+// also when another thread destroys it after the building thread has ended.
+TEST(XmlDocument, TreeMemoryReturnsFromAnyThread) {
+  const size_t before = CXmlElement::GetArenaBlockCount();
+  std::unique_ptr<CXmlDocument> doc;
+  std::string built;
+  std::thread([&] {
+    doc = std::make_unique<CXmlDocument>("BATCH");
+    for (int r = 0; r < 3000; ++r) {
+      auto row = doc->CreateElement("R" + std::to_string(r));
+      CXmlElement* rp = row.get();
+      doc->AddToRoot(std::move(row));
+      for (int c = 0; c < 5; ++c) rp->AddChild(doc->CreateElement("C", std::string(c * 9, 'x')));
+    }
+    doc->AddToRoot(doc->CreateElement("BIG", std::string(100000, 'b')));
+    built = doc->BuildInMemory();
+  }).join();
+  EXPECT_GT(CXmlElement::GetArenaBlockCount(), before + 10);
+  std::thread([&] {
+    EXPECT_EQ(doc->BuildInMemory(), built);
+    doc.reset();
+  }).join();
+  EXPECT_EQ(CXmlElement::GetArenaBlockCount(), before);
 }
 
 TEST(XmlDocument, SaveWritesTheBytesAndReplacesAnOldFile) {
