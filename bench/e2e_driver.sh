@@ -244,11 +244,9 @@ targets="{\"cost_within_2x_floor\": {\"rows\": $largest, \"server_cpu_ratio\": $
   \"small_batches_90_percent_of_allowed\": {\"listen_timer_ms\": $first_timer, \"lowest_fraction\": ${small_min:-null}, \"met\": $([ -n "$small_min" ] && met "$small_min" 0.9 min || echo null)},
   \"peak_rss_growth_within_4x_xml\": {\"rows\": $largest, \"growth_per_xml_byte\": $largest_growth, \"met\": $(met "$largest_growth" 4 max)}}"
 
-commit=$(git -C "$top" rev-parse --short HEAD 2>/dev/null || echo unknown)
-dirty=$(git -C "$top" status --porcelain -- output app rfc access platform sapsim 2>/dev/null | grep -c .)
 {
-  printf '{"benchmark": "e2e", "date": "%s", "commit": "%s", "uncommitted_source_files": %s,\n' \
-    "$(date -u +%Y-%m-%dT%H:%M:%SZ)" "$commit" "$dirty"
+  printf '{"benchmark": "e2e", "date": "%s", %s,\n' \
+    "$(date -u +%Y-%m-%dT%H:%M:%SZ)" "$(e2e_source_json "$E2E_BUILD" "$top")"
   printf ' "machine": %s, "load_average_start": "%s", "load_average_end": "%s",\n' \
     "$(e2e_machine_json)" "$load_start" "$load_end"
   printf ' "sizes": [\n%s\n ],\n' "$(IFS=,; printf '%s' "${size_json[*]}" | sed 's/},{"rows"/},\n{"rows"/g')"

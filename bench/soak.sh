@@ -293,9 +293,8 @@ verdict=pass
 [ "${#problems[@]}" -eq 0 ] || verdict=fail
 problems_json=$(printf '%s\n' "${problems[@]+"${problems[@]}"}" | awk 'NF { gsub(/"/, "\\\""); printf "%s\"%s\"", (n++ ? ", " : ""), $0 }')
 {
-  printf '{"benchmark": "soak", "date": "%s", "commit": "%s", "verdict": "%s", "problems": [%s],\n' \
-    "$(date -u +%Y-%m-%dT%H:%M:%SZ)" "$(git -C "$top" rev-parse --short HEAD 2>/dev/null || echo unknown)" \
-    "$verdict" "$problems_json"
+  printf '{"benchmark": "soak", "date": "%s", %s, "verdict": "%s", "problems": [%s],\n' \
+    "$(date -u +%Y-%m-%dT%H:%M:%SZ)" "$(e2e_source_json "$E2E_BUILD" "$top")" "$verdict" "$problems_json"
   printf ' "machine": %s, "load_average_start": "%s", "load_average_end": "%s",\n' \
     "$(e2e_machine_json)" "$load_start" "$load_end"
   printf ' "settings": {"batches": %d, "senders": %d, "listen_timer_ms": %d, "kill_every_s": %d, "down_s": %d, "small_chunk": %d},\n' \

@@ -181,3 +181,14 @@ e2e_machine_json() {
 }
 
 e2e_loadavg() { cut -d' ' -f1-3 /proc/loadavg; }
+
+# The sources the build was made from, as JSON members: their folder, the
+# commit and how many source files differ from it (0: the commit as it is).
+e2e_source_json() {
+  local build=$1 fallback=$2 src commit dirty
+  src=$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' "$build/CMakeCache.txt" 2>/dev/null)
+  [ -n "$src" ] || src=$fallback
+  commit=$(git -C "$src" rev-parse --short HEAD 2>/dev/null || echo unknown)
+  dirty=$(git -C "$src" status --porcelain -- platform rfc output access app sapsim tools 2>/dev/null | grep -c '^ *[MADR]')
+  printf '"source_dir": "%s", "commit": "%s", "changed_source_files": %s' "$src" "$commit" "$dirty"
+}
