@@ -45,6 +45,8 @@ trap 'exit 130' INT TERM
 
 rm -rf "$scratch"
 mkdir -p "$scratch" "$results" || e2e_die "cannot create $scratch or $results"
+# Let the inodes the removal freed age (see the removal at the end).
+sleep 5
 
 if [ "$profile" = 1 ]; then
   if ! command -v perf >/dev/null 2>&1; then
@@ -96,7 +98,6 @@ stop_server() {
   logged=$(e2e_log_text "$rundir/log" | grep -c 'Receive data: ')
   e2e_stop_process "$SERVER_PID"
   [ "$logged" -eq "$sent" ] || e2e_die "run $run: $sent batches answered, $logged logged"
-  rm -rf "$rundir/xml"
 }
 
 # perf over $2 more batches of $1 rows; prints JSON members with the share of
@@ -235,6 +236,9 @@ for rows in $sizes; do
 done
 e2e_stop_process "$SAPSIM_PID"
 load_end=$(e2e_loadavg)
+# The XML files go only now: on ext4, creating files right after many were
+# deleted is slow, and that would be charged to the next measurement.
+rm -rf "$scratch"/run*/xml
 
 # Targets: per-batch cost of the largest batch within 2x of the floor; one
 # caller gets at least 90% of what the idle pause allows with small batches

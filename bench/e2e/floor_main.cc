@@ -7,7 +7,7 @@
 //     already open loopback TCP connection to a thread that reads them all
 //     and answers with 4 bytes;
 //   - file write: create a new file, write the XML document's size in one
-//     write, close;
+//     write, close (the files are removed after the timing);
 //   - log append: open the log for appending, write one log line's size,
 //     close.
 // It prints one JSON object with the medians and minimums of each part and
@@ -189,6 +189,16 @@ size_t CallFrameBytes(uint16_t port, const std::string& program_id, const std::s
   return w::kHeaderSize + request.PayloadSize();
 }
 
+std::string XmlPath(const std::string& dir, int i) { return dir + "/floor_" + std::to_string(i) + ".xml"; }
+
+// Removed only after the timing: ext4 makes the creation of a new file slow
+// while many inodes of its group were freed a moment ago, and the server
+// never deletes its files either.
+void RemoveFiles(const std::string& dir, int repeat, const std::string& log_path) {
+  for (int i = 0; i <= repeat; ++i) ::unlink(XmlPath(dir, i).c_str());
+  ::unlink(log_path.c_str());
+}
+
 struct Series {
   std::vector<double> us;
   void Add(Clock::duration d) { us.push_back(std::chrono::duration<double, std::micro>(d).count()); }
@@ -258,7 +268,7 @@ int main(int argc, char** argv) {
     // One extra round warms the connection, the page cache and the directory.
     LoopbackPeer peer(call_bytes, repeat + 1);
     for (int i = 0; i <= repeat; ++i) {
-      const std::string xml_path = dir + "/floor_" + std::to_string(i) + ".xml";
+      const std::string xml_path = XmlPath(dir, i);
       const Clock::time_point t0 = Clock::now();
       WriteAll(peer.fd(), call.data(), call.size());
       uint8_t answer[4];
@@ -276,7 +286,6 @@ int main(int argc, char** argv) {
         WriteAll(log.get(), line.data(), line.size());
       }
       const Clock::time_point t3 = Clock::now();
-      ::unlink(xml_path.c_str());
       if (i == 0) continue;
       loopback.Add(t1 - t0);
       file_write.Add(t2 - t1);
@@ -285,10 +294,10 @@ int main(int argc, char** argv) {
     }
     if (!peer.failure().empty()) throw std::runtime_error("loopback peer: " + peer.failure());
   } catch (const std::exception& e) {
-    ::unlink(log_path.c_str());
+    RemoveFiles(dir, repeat, log_path);
     Die(e.what());
   }
-  ::unlink(log_path.c_str());
+  RemoveFiles(dir, repeat, log_path);
 
   std::printf(
       "{\"rows\": %u, \"line_length\": %u, \"call_bytes\": %zu, \"xml_bytes\": %zu, \"log_bytes\": %zu, "
