@@ -86,7 +86,7 @@ fake_rfc::ReceiveScript FillTable(const std::string& table, std::vector<std::str
     fake_rfc::State& state = Fake();
     for (RfcTableEntry* entry = tables; entry != nullptr && entry->name != nullptr; ++entry) {
       if (std::string(static_cast<const char*>(entry->name), entry->name_length) != table) continue;
-      if (entry->handle == nullptr) entry->handle = state.NewTable(table, entry->line_length, true);
+      if (entry->handle == nullptr) entry->handle = state.NewTable(table, entry->line_length);
       for (const std::string& line : lines) state.AppendLine(entry->handle, line);
     }
     return 0;

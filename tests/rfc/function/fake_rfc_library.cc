@@ -3,11 +3,14 @@
 #define RFC_LIBRARY_IMPLEMENTATION
 #include "tests/rfc/function/fake_rfc_library.h"
 
+#include <mutex>
 #include <thread>
 
 namespace {
 
 fake_rfc::State g_state;
+// Several threads open connections at once; the script may call back in.
+std::recursive_mutex g_mutex;
 
 using Hold = std::lock_guard<std::recursive_mutex>;
 
@@ -19,10 +22,8 @@ std::vector<fake_rfc::Param> ReadParams(const RfcParameterEntry* entries) {
        ++entry) {
     fake_rfc::Param param;
     param.name.assign(static_cast<const char*>(entry->name), entry->name_length);
-    param.name_length = entry->name_length;
     param.type = entry->type;
     param.length = entry->length;
-    param.address = entry->address;
     if (entry->address != nullptr) {
       param.bytes.assign(static_cast<const char*>(entry->address), entry->length);
     }
@@ -36,12 +37,9 @@ std::vector<fake_rfc::Table> ReadTables(const RfcTableEntry* entries) {
   for (const RfcTableEntry* entry = entries; entry != nullptr && entry->name != nullptr; ++entry) {
     fake_rfc::Table table;
     table.name.assign(static_cast<const char*>(entry->name), entry->name_length);
-    table.name_length = entry->name_length;
     table.type = entry->type;
     table.line_length = entry->line_length;
     table.handle = entry->handle;
-    table.mode = entry->mode;
-    table.new_table = entry->new_table;
     tables.push_back(table);
   }
   return tables;
@@ -56,7 +54,7 @@ RFC_LIBRARY_EXPORT fake_rfc::State* FakeRfc(void) { return &g_state; }
 ConnectionHandle RfcOpen(OpenOptions* options) {
   fake_rfc::Open open;
   {
-    Hold hold(g_state.mutex);
+    Hold hold(g_mutex);
     g_state.log.push_back("RfcOpen");
     ++g_state.opens_in_progress;
     g_state.most_opens_at_once = std::max(g_state.most_opens_at_once, g_state.opens_in_progress);
@@ -106,11 +104,11 @@ ConnectionHandle RfcOpen(OpenOptions* options) {
   }
   int sleep_ms = 0;
   {
-    Hold hold(g_state.mutex);
+    Hold hold(g_mutex);
     sleep_ms = g_state.open_sleep_ms;
   }
   if (sleep_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(sleep_ms));
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   --g_state.opens_in_progress;
   open.returned = std::chrono::steady_clock::now();
   g_state.opens.push_back(open);
@@ -118,21 +116,21 @@ ConnectionHandle RfcOpen(OpenOptions* options) {
 }
 
 ConnectionHandle RfcAccept(char** argv) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("RfcAccept");
   g_state.accepts.push_back(argv);
   return g_state.accept_result;
 }
 
 void RfcClose(ConnectionHandle handle) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("RfcClose");
   g_state.closes.push_back(handle);
 }
 
 int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* imports,
             RfcTableEntry* tables) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("RfcCall");
   fake_rfc::Call call;
   call.handle = handle;
@@ -146,14 +144,13 @@ int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* im
   return g_state.call_result;
 }
 
-int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables,
+int RfcReceive(ConnectionHandle, RfcParameterEntry* exports, RfcTableEntry* tables,
                char** exception) {
   fake_rfc::ReceiveScript script;
   {
-    Hold hold(g_state.mutex);
+    Hold hold(g_mutex);
     g_state.log.push_back("RfcReceive");
     fake_rfc::Receive receive;
-    receive.handle = handle;
     receive.export_array = exports;
     receive.table_array = tables;
     receive.exports = ReadParams(exports);
@@ -168,7 +165,7 @@ int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntr
 
 int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned count,
                         RfcTypeHandle* type_handle) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("RfcInstallStructure");
   fake_rfc::Install install;
   install.name = Text(name);
@@ -186,7 +183,7 @@ int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned cou
 }
 
 int RfcInstallFunction(const char*, RfcServerFunction, const char*) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("RfcInstallFunction");
   return 0;
 }
@@ -202,14 +199,14 @@ int RfcSendData(ConnectionHandle, RfcParameterEntry*, RfcTableEntry*) { return R
 int RfcRaise(ConnectionHandle, const char*) { return RFC_FAILURE; }
 
 int RfcGetAttributes(ConnectionHandle, ConnectionAttributes* attributes) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("RfcGetAttributes");
   *attributes = g_state.attributes;
   return 0;
 }
 
 int RfcLastError(RFC_ERROR_INFO* error) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("RfcLastError");
   *error = g_state.last_error;
   return 0;
@@ -221,30 +218,29 @@ int RfcLastErrorEx(ErrorInfoEx* error) {
 }
 
 TableHandle ItCreate(const char* name, unsigned line_length, unsigned, unsigned) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("ItCreate");
   if (g_state.itcreate_failures > 0) {
     --g_state.itcreate_failures;
     return nullptr;
   }
-  TableHandle handle = g_state.NewTable(Text(name), line_length, false);
+  TableHandle handle = g_state.NewTable(Text(name), line_length);
   g_state.created.push_back(handle);
   return handle;
 }
 
 int ItFree(TableHandle table) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("ItFree");
   if (g_state.itfree_result != 0) return g_state.itfree_result;
   fake_rfc::ItTable* found = g_state.Find(table);
   if (found == nullptr) return 1;
   found->lines.clear();
-  g_state.freed.push_back(table);
   return 0;
 }
 
 int ItDelete(TableHandle table) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   g_state.log.push_back("ItDelete");
   if (g_state.itdelete_result != 0) return g_state.itdelete_result;
   if (g_state.tables.erase(reinterpret_cast<uintptr_t>(table)) == 0) return 1;
@@ -253,12 +249,12 @@ int ItDelete(TableHandle table) {
 }
 
 unsigned ItFill(TableHandle table) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   return static_cast<unsigned>(g_state.LineCount(table));
 }
 
 void* ItGetLine(TableHandle table, unsigned line) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   fake_rfc::ItTable* found = g_state.Find(table);
   if (found == nullptr || line == 0 || line > found->lines.size()) return nullptr;
   if (g_state.missing_lines.count(line) != 0) return nullptr;
@@ -266,7 +262,7 @@ void* ItGetLine(TableHandle table, unsigned line) {
 }
 
 void* ItGupLine(TableHandle table, unsigned line) {
-  Hold hold(g_state.mutex);
+  Hold hold(g_mutex);
   fake_rfc::ItTable* found = g_state.Find(table);
   if (found == nullptr || line == 0 || line > g_state.max_lines) return nullptr;
   while (found->lines.size() < line) {

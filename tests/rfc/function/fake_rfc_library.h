@@ -4,7 +4,8 @@
 // LoadRfcLibrary like the real one. It records what the class library hands
 // it (arrays, entries, option blocks) and answers as the test scripts it;
 // internal tables are real (lines are kept and handed out). The test reaches
-// the state through the exported FakeRfc().
+// the state through the exported FakeRfc(); the library serialises its own
+// entry points, and tests read the state only while no call is under way.
 //
 // Everything here is inline so that the library and the test executable
 // agree on it without sharing code.
@@ -16,7 +17,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -27,22 +27,17 @@ namespace fake_rfc {
 // One entry of a parameter array as the library saw it.
 struct Param {
   std::string name;
-  uint32_t name_length = 0;
   int type = 0;
   uint32_t length = 0;
-  const void* address = nullptr;
   std::string bytes;  // the value's bytes at the time of the call
 };
 
 // One entry of a table array as the library saw it.
 struct Table {
   std::string name;
-  uint32_t name_length = 0;
   int type = 0;
   uint32_t line_length = 0;
   TableHandle handle = nullptr;
-  int mode = -1;
-  int new_table = -1;
 };
 
 struct Call {
@@ -55,7 +50,6 @@ struct Call {
 };
 
 struct Receive {
-  ConnectionHandle handle = 0;
   const RfcParameterEntry* export_array = nullptr;
   const RfcTableEntry* table_array = nullptr;
   std::vector<Param> exports;
@@ -93,7 +87,6 @@ struct ItTable {
   std::string name;
   unsigned line_length = 0;
   std::vector<std::unique_ptr<unsigned char[]>> lines;
-  bool created_by_library = false;
 };
 
 // The scripted receive: exports, tables and the exception out-argument as the
@@ -102,8 +95,6 @@ using ReceiveScript = std::function<int(RfcParameterEntry* exports, RfcTableEntr
                                         char** exception)>;
 
 struct State {
-  std::recursive_mutex mutex;
-
   // ---- answers ----
   ConnectionHandle open_result = 7;
   ConnectionHandle accept_result = 9;
@@ -112,7 +103,6 @@ struct State {
   ReceiveScript receive;  // none: 0 and nothing written
   std::map<std::string, ReceiveScript> receive_by_function;  // by the last called name
   int install_result = 0;
-  RfcTypeHandle next_type_handle = 0x10000;
   int itcreate_failures = 0;  // this many ItCreate calls give null
   int itfree_result = 0;
   int itdelete_result = 0;
@@ -129,45 +119,25 @@ struct State {
   std::vector<Call> calls;
   std::vector<Receive> receives;
   std::vector<Install> installs;
-  std::vector<TableHandle> created, freed, deleted;
+  std::vector<TableHandle> created, deleted;
   int opens_in_progress = 0;
   int most_opens_at_once = 0;
   std::string last_called;
 
   // ---- internal tables ----
   std::map<uintptr_t, ItTable> tables;
+
+  // Handles keep counting up across resets, so that no two tests of one
+  // process see the same handle for different things.
+  RfcTypeHandle next_type_handle = 0x10000;
   uintptr_t next_table = 0x1000;
 
+  // Everything back to the start but the handle counters.
   void Reset() {
-    std::lock_guard<std::recursive_mutex> hold(mutex);
-    open_result = 7;
-    accept_result = 9;
-    last_error = RFC_ERROR_INFO{};
-    call_result = 0;
-    receive = nullptr;
-    receive_by_function.clear();
-    install_result = 0;
-    itcreate_failures = 0;
-    itfree_result = 0;
-    itdelete_result = 0;
-    max_lines = 1000000;
-    missing_lines.clear();
-    attributes = ConnectionAttributes{};
-    open_sleep_ms = 0;
-    log.clear();
-    opens.clear();
-    accepts.clear();
-    closes.clear();
-    calls.clear();
-    receives.clear();
-    installs.clear();
-    created.clear();
-    freed.clear();
-    deleted.clear();
-    opens_in_progress = 0;
-    most_opens_at_once = 0;
-    last_called.clear();
-    tables.clear();
+    State fresh;
+    fresh.next_type_handle = next_type_handle;
+    fresh.next_table = next_table;
+    *this = std::move(fresh);
   }
 
   ItTable* Find(TableHandle handle) {
@@ -175,12 +145,9 @@ struct State {
     return found != tables.end() ? &found->second : nullptr;
   }
 
-  TableHandle NewTable(const std::string& name, unsigned line_length, bool by_library) {
+  TableHandle NewTable(const std::string& name, unsigned line_length) {
     const uintptr_t id = next_table++;
-    ItTable& table = tables[id];
-    table.name = name;
-    table.line_length = line_length;
-    table.created_by_library = by_library;
+    tables[id] = ItTable{name, line_length, {}};
     return reinterpret_cast<TableHandle>(id);
   }
 

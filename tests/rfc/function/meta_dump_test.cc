@@ -1,14 +1,12 @@
-// The metadata dump: the lines of simple and structure parameters, each
-// structure type once per sink, and a sink that is not open.
+// The metadata dump: the lines of simple and structure parameters byte for
+// byte, each structure type once per sink, and a sink that is not open.
 
 #include "rfc/function/rfc_meta_dump.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
@@ -17,100 +15,87 @@
 
 namespace {
 
-using rfc_function_test::FakeLibraryTest;
-
-class MetaDumpTest : public FakeLibraryTest {
+class MetaDumpTest : public rfc_function_test::FakeLibraryTest {
  protected:
-  // A structure parameter of type ZPAIR {KEY CHAR 4, COUNT INT}.
-  static std::unique_ptr<CRfcStructParam> Pair(const char* name) {
+  // A structure parameter of type ZPAIR {KEY CHAR 5, COUNT INT}; with
+  // `gap` only COUNT is described.
+  static std::unique_ptr<CRfcStructParam> Pair(const char* name, bool gap = false) {
     auto param = std::make_unique<CRfcStructParam>(name, 0, 0, nullptr, nullptr);
     param->SetTypeName("ZPAIR");
     param->SetRelease(CRfcString("46C"));
     param->SetTypeHandle(1);
-    CRfcFieldInfo fields[2] = {};
-    std::strcpy(fields[0].name, "KEY");
-    fields[0].column = 0;
-    fields[0].type = TYPE_CHAR;
-    fields[0].length = 5;
-    std::strcpy(fields[1].name, "COUNT");
-    fields[1].column = 1;
-    fields[1].type = TYPE_INT;
-    fields[1].length = 4;
-    param->AddFieldInfo(fields, 2);
+    CRfcFieldInfo fields[2] = {{"KEY", 0, 0, TYPE_CHAR, 5, 0}, {"COUNT", 1, 0, TYPE_INT, 4, 0}};
+    param->AddFieldInfo(gap ? fields + 1 : fields, gap ? 1 : 2);
     return param;
   }
 };
 
-TEST_F(MetaDumpTest, ASimpleExportWritesFourLines) {
+TEST_F(MetaDumpTest, SimpleParametersWriteFourLines) {
   CRfcMetaDump sink;
   CRfcSimpleParam count("COUNT", TYPE_INT, 4, 0, 0);
+  CRfcSimpleParam amount("amount", TYPE_BCD, 7, 2, 0);
   EXPECT_EQ(count.Dump(sink, "EXPORT"), 1);
+  EXPECT_EQ(amount.Dump(sink, "IMPORT"), 1);
+  EXPECT_EQ(amount.Dump(sink, "import"), 1);  // only IMPORT itself is an import
   EXPECT_EQ(sink.GetText(),
             "    Simple export param name =COUNT\n"
             "    Simple param type        =8\n"
             "    Simple param length      =4\n"
-            "    Simple param Decimals    =0\n");
-  EXPECT_EQ(sink.GetLineCount(), 4);
-  EXPECT_STREQ(sink.GetLine(0), "    Simple export param name =COUNT\n");
-  EXPECT_EQ(sink.GetLine(4), nullptr);
+            "    Simple param Decimals    =0\n"
+            "    Simple import param name =AMOUNT\n"
+            "    Simple param type        =2\n"
+            "    Simple param length      =7\n"
+            "    Simple param Decimals    =2\n"
+            "    Simple export param name =AMOUNT\n"
+            "    Simple param type        =2\n"
+            "    Simple param length      =7\n"
+            "    Simple param Decimals    =2\n");
+  EXPECT_EQ(sink.GetLineCount(), 12);
+  EXPECT_EQ(sink.GetLine(12), nullptr);
 }
 
-TEST_F(MetaDumpTest, OnlyTheDirectionImportUsesTheImportLabel) {
-  CRfcMetaDump sink;
-  CRfcSimpleParam amount("amount", TYPE_BCD, 7, 2, 0);
-  EXPECT_EQ(amount.Dump(sink, "IMPORT"), 1);
-  EXPECT_EQ(amount.Dump(sink, "import"), 1);
-  EXPECT_EQ(amount.Dump(sink, nullptr), 1);
-  EXPECT_STREQ(sink.GetLine(0), "    Simple import param name =AMOUNT\n");
-  EXPECT_STREQ(sink.GetLine(3), "    Simple param Decimals    =2\n");
-  EXPECT_STREQ(sink.GetLine(4), "    Simple export param name =AMOUNT\n");
-  EXPECT_STREQ(sink.GetLine(8), "    Simple export param name =AMOUNT\n");
-}
-
-TEST_F(MetaDumpTest, AStructureParameterWritesItsTypeAndFields) {
-  CRfcMetaDump sink;
-  auto pair = Pair("first");
-  EXPECT_EQ(pair->Dump(sink, "IMPORT"), 1);
-  EXPECT_EQ(sink.GetText(),
-            "    Struct import param name =FIRST\n"
-            "    Struct param type        =ZPAIR\n"
-            "    Struct type         =ZPAIR\n"
-            "    Struct type release =46C\n"
-            "    Struct type length  =12\n"
-            "    Struct field count =2\n"
-            "        Field name     =KEY\n"
-            "        Field column   =0\n"
-            "        Field offset   =0\n"
-            "        Field type     =0\n"
-            "        Field length   =5\n"
-            "        Field decimals =0\n"
-            "        Field name     =COUNT\n"
-            "        Field column   =1\n"
-            "        Field offset   =8\n"
-            "        Field type     =8\n"
-            "        Field length   =4\n"
-            "        Field decimals =0\n");
-}
-
-TEST_F(MetaDumpTest, ATypeIsWrittenOncePerSink) {
+TEST_F(MetaDumpTest, AStructureTypeIsWrittenOncePerSink) {
+  const std::string type_lines =
+      "    Struct type         =ZPAIR\n"
+      "    Struct type release =46C\n"
+      "    Struct type length  =12\n"
+      "    Struct field count =2\n";
+  const std::string field_lines =
+      "        Field name     =KEY\n"
+      "        Field column   =0\n"
+      "        Field offset   =0\n"
+      "        Field type     =0\n"
+      "        Field length   =5\n"
+      "        Field decimals =0\n"
+      "        Field name     =COUNT\n"
+      "        Field column   =1\n"
+      "        Field offset   =8\n"
+      "        Field type     =8\n"
+      "        Field length   =4\n"
+      "        Field decimals =0\n";
   CRfcMetaDump sink;
   auto first = Pair("first");
   auto second = Pair("second");
-  EXPECT_EQ(first->Dump(sink, "EXPORT"), 1);
-  const int lines = sink.GetLineCount();
+  EXPECT_EQ(first->Dump(sink, "IMPORT"), 1);
   EXPECT_EQ(second->Dump(sink, "EXPORT"), 0);
-  ASSERT_EQ(sink.GetLineCount(), lines + 2);
-  EXPECT_STREQ(sink.GetLine(lines), "    Struct export param name =SECOND\n");
-  EXPECT_STREQ(sink.GetLine(lines + 1), "    Struct param type        =ZPAIR\n");
-  EXPECT_TRUE(sink.HasWrittenType("ZPAIR"));
-
-  // Another sink has not seen the type.
-  CRfcMetaDump other;
+  EXPECT_EQ(sink.GetText(),
+            "    Struct import param name =FIRST\n"
+            "    Struct param type        =ZPAIR\n" +
+                type_lines + field_lines +
+                "    Struct export param name =SECOND\n"
+                "    Struct param type        =ZPAIR\n");
+  CRfcMetaDump other;  // another sink has not seen the type
   EXPECT_EQ(second->Dump(other, "EXPORT"), 1);
-  EXPECT_EQ(other.GetLineCount(), lines);
+  EXPECT_EQ(other.GetLineCount(), 18);
+
+  // An undescribed column makes the type incomplete: its field lines are left out.
+  CRfcMetaDump gap_sink;
+  EXPECT_EQ(Pair("P", true)->Dump(gap_sink, "EXPORT"), 0);
+  EXPECT_EQ(gap_sink.GetLineCount(), 2 + 4 + 6);
+  EXPECT_STREQ(gap_sink.GetLine(5), "    Struct field count =2\n");
 }
 
-TEST_F(MetaDumpTest, ASinkThatIsNotOpenTakesNothing) {
+TEST_F(MetaDumpTest, ASinkThatIsNotOpenTakesNothingAndTablesWriteNothing) {
   CRfcMetaDump sink;
   sink.SetState(41008);
   CRfcSimpleParam count("COUNT", TYPE_INT, 4, 0, 0);
@@ -119,34 +104,13 @@ TEST_F(MetaDumpTest, ASinkThatIsNotOpenTakesNothing) {
   EXPECT_EQ(pair->Dump(sink, "EXPORT"), 0);
   EXPECT_EQ(sink.WriteStructType(*pair), 0);
   EXPECT_EQ(sink.WriteLine(CRfcMetaDump::kFunctionName, "F"), 0);
-  EXPECT_EQ(sink.GetLineCount(), 0);
   EXPECT_FALSE(sink.HasWrittenType("ZPAIR"));
-  sink.SetState(CRfcMetaDump::kOpen);
-  EXPECT_EQ(count.Dump(sink, "EXPORT"), 1);
-}
-
-TEST_F(MetaDumpTest, AStructureWithAnUndescribedColumnIsWrittenIncomplete) {
-  CRfcMetaDump sink;
-  CRfcStructParam param("P", 0, 0, nullptr, nullptr);
-  param.SetTypeName("ZGAP");
-  param.SetTypeHandle(1);
-  CRfcFieldInfo field{};
-  std::strcpy(field.name, "LAST");
-  field.column = 1;
-  field.type = TYPE_CHAR;
-  field.length = 2;
-  param.AddFieldInfo(&field, 1);
-  EXPECT_EQ(param.Dump(sink, "EXPORT"), 0);
-  // Header lines, the type's four lines and the one described field.
-  EXPECT_EQ(sink.GetLineCount(), 2 + 4 + 6);
-  EXPECT_STREQ(sink.GetLine(5), "    Struct field count =2\n");
-}
-
-TEST_F(MetaDumpTest, TablesWriteNothing) {
-  CRfcMetaDump sink;
   CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
+  sink.SetState(CRfcMetaDump::kOpen);
   table.Dump(sink, "IMPORT");
   EXPECT_EQ(sink.GetLineCount(), 0);
+  EXPECT_EQ(count.Dump(sink, nullptr), 1);
+  EXPECT_STREQ(sink.GetLine(0), "    Simple export param name =COUNT\n");
 }
 
 }  // namespace

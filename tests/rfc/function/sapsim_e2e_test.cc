@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -20,7 +20,6 @@
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/function/sapsim_runner.h"
-#include "tests/rfc/trace_capture.h"
 
 namespace {
 
@@ -180,54 +179,18 @@ TEST_F(SapsimE2eTest, OpensThroughTheMessageServer) {
   EXPECT_EQ(refused.GetHandle(), 0u);
 }
 
-TEST_F(SapsimE2eTest, ARefusedLogonIsTracedAndThrown) {
+TEST_F(SapsimE2eTest, ARefusedLogonIsThrownAsTheLibrarysError) {
   SapsimRunner system(System("46C"), false);
   CRfcConnection connection;
   connection.SetLogonInfo(Logon("wrong"));
   connection.SetConnInfo(ModeZero(system));
-  RFC_ERROR_INFO caught{};
-  bool thrown = false;
-  auto run = rfc_test::RunTraced([&] {
-    try {
-      connection.Open();
-    } catch (const RFC_ERROR_INFO& error) {
-      caught = error;
-      thrown = true;
-    }
-  });
-  ASSERT_TRUE(thrown);
-  EXPECT_THAT(std::string(caught.message), HasSubstr("name or password is incorrect"));
-  EXPECT_EQ(connection.GetHandle(), 0u);
-  ASSERT_EQ(run.lines.size(), 11u);
-  EXPECT_EQ(run.lines[4], "CRfcConnection::DoOpen (void *) failed!!");
-  EXPECT_EQ(run.lines[5], "SAPSIM");
-  EXPECT_EQ(run.lines[6], "100");
-  EXPECT_EQ(run.lines[7], "BATCH");
-  EXPECT_EQ(run.lines[8].rfind("Key:    ", 0), 0u);
-  EXPECT_EQ(run.lines[9].rfind("Status: ", 0), 0u);
-  EXPECT_EQ(run.lines[10], std::string("Message:") + caught.message);
-}
-
-TEST_F(SapsimE2eTest, SystemInformationComesFromRfcSystemInfo) {
-  SapsimRunner system(System("46C"), false);
-  CRfcConnection connection;
-  connection.SetLogonInfo(Logon());
-  CRfcConnInfo info = ModeZero(system);
-  info.QuerySystemInfo = 1;
-  connection.SetConnInfo(info);
-  connection.Open();
-  const CRfcList<CRfcSimpleParam>& list = connection.GetSystemInfoList();
-  ASSERT_GE(list.GetCount(), 3);
-  std::vector<std::string> names;
-  std::string sysid, release;
-  for (int i = 0; i < list.GetCount(); ++i) {
-    CRfcSimpleParam* value = list.GetAt(i);
-    names.push_back(value->GetName());
-    if (names.back() == "SYSID") sysid = static_cast<CSTR>(value->Value());
-    if (names.back() == "SAPREL") release = static_cast<CSTR>(value->Value());
+  try {
+    connection.Open();
+    ADD_FAILURE() << "no exception";
+  } catch (const RFC_ERROR_INFO& error) {
+    EXPECT_THAT(std::string(error.message), HasSubstr("name or password is incorrect"));
   }
-  EXPECT_EQ(sysid, "DEV");
-  EXPECT_EQ(release, "46C");
+  EXPECT_EQ(connection.GetHandle(), 0u);
 }
 
 TEST_F(SapsimE2eTest, AnAutoCreatedReadTableReadsATableOfTheSystem) {
@@ -277,28 +240,6 @@ TEST_F(SapsimE2eTest, ParametersDescribeThemselvesOnOldAndNewPartnersInTurn) {
     CRfcClientFunc function(connection, "RFC_READ_TABLE", 1);
     ExpectBatchesRead(function);
   }
-}
-
-TEST_F(SapsimE2eTest, BadInputFromTheTables) {
-  SapsimRunner system(System("46C"), false);
-  auto connection = OpenTo(system);
-  CRfcClientFunc function(connection.get(), "RFC_READ_TABLE", 1);
-  char* exception = nullptr;
-  ASSERT_EQ(ReadTable(function, "ZBATCHES", exception), 0);
-  CRfcTableParam* data = function.FindTable(function.GetTables(), "DATA");
-  ASSERT_NE(data, nullptr);
-  const TableHandle handle = data->GetTableHandle();
-  ASSERT_EQ(ItFill(handle), 2u);
-
-  // DATA lines have one column: WA.
-  auto beyond = rfc_test::RunTraced([&] { data->GetData(ItGetLine(handle, 1), 1); });
-  EXPECT_EQ(beyond.thrown, "Failed to find corresponding field info!");
-  EXPECT_THAT(beyond.lines, ::testing::Contains("Field info not found"));
-
-  // A line the table does not have.
-  EXPECT_EQ(ItGetLine(handle, 3), nullptr);
-  auto missing = rfc_test::RunTraced([&] { data->GetData(ItGetLine(handle, 3), 0); });
-  EXPECT_EQ(missing.thrown, "ItGetLine Failure!");
 }
 
 TEST_F(SapsimE2eTest, APartnerThatGoesAwayDuringACall) {
