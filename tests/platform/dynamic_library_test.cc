@@ -1,15 +1,18 @@
+// Loading libraries at run time: a missing file fails with the loader's
+// reason, a bare name follows the loader's search, symbols are found only in
+// the library (loaded locally), and null handles are harmless.
+
 #include "platform/dynamic_library.h"
 
 #include <dlfcn.h>
 
-#include <cmath>
 #include <string>
 
 #include "gtest/gtest.h"
 
 namespace {
 
-TEST(DynamicLibraryTest, MissingFileFailsWithTheLoadersReason) {
+TEST(DynamicLibraryTest, LoadsFindsAndFails) {
   std::string error;
   EXPECT_EQ(platform::LoadDynamicLibrary("/nonexistent/librfc_missing.so", &error), nullptr);
   EXPECT_NE(error.find("librfc_missing.so"), std::string::npos) << error;
@@ -17,36 +20,24 @@ TEST(DynamicLibraryTest, MissingFileFailsWithTheLoadersReason) {
   error.clear();
   EXPECT_EQ(platform::LoadDynamicLibrary("", &error), nullptr) << "never the main program";
   EXPECT_FALSE(error.empty());
-}
 
-TEST(DynamicLibraryTest, LoadsAFileAndFindsItsFunctions) {
-  std::string error;
   auto library = platform::DynamicLibrary::Load(BS_TEST_LIBRARY, &error);
   ASSERT_NE(library, nullptr) << error;
   auto* answer = reinterpret_cast<int (*)()>(library->Symbol("bs_test_answer"));
   ASSERT_NE(answer, nullptr);
   EXPECT_EQ(answer(), 42);
   EXPECT_EQ(library->Symbol("bs_test_no_such_function"), nullptr);
-  // Loaded locally: its names do not leak into the process's global scope.
-  EXPECT_EQ(dlsym(RTLD_DEFAULT, "bs_test_answer"), nullptr);
-}
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "bs_test_answer"), nullptr) << "loaded locally";
 
-TEST(DynamicLibraryTest, BareNameFollowsTheLoadersSearch) {
-  platform::LibraryHandle handle = platform::LoadDynamicLibrary("libm.so.6");
-  ASSERT_NE(handle, nullptr);
-  auto* cosine = reinterpret_cast<double (*)(double)>(platform::GetLibrarySymbol(handle, "cos"));
+  platform::LibraryHandle libm = platform::LoadDynamicLibrary("libm.so.6");
+  ASSERT_NE(libm, nullptr);
+  auto* cosine = reinterpret_cast<double (*)(double)>(platform::GetLibrarySymbol(libm, "cos"));
   ASSERT_NE(cosine, nullptr);
   EXPECT_DOUBLE_EQ(cosine(0.0), 1.0);
-  platform::FreeDynamicLibrary(handle);
-}
-
-TEST(DynamicLibraryTest, NullHandlesAreHarmless) {
+  EXPECT_EQ(platform::GetLibrarySymbol(libm, nullptr), nullptr);
+  platform::FreeDynamicLibrary(libm);
   EXPECT_EQ(platform::GetLibrarySymbol(nullptr, "cos"), nullptr);
   platform::FreeDynamicLibrary(nullptr);
-  platform::LibraryHandle handle = platform::LoadDynamicLibrary(BS_TEST_LIBRARY);
-  ASSERT_NE(handle, nullptr);
-  EXPECT_EQ(platform::GetLibrarySymbol(handle, nullptr), nullptr);
-  platform::FreeDynamicLibrary(handle);
 }
 
 }  // namespace

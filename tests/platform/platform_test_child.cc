@@ -62,16 +62,6 @@ int EventHold(const std::string& name, bool set_it) {
   return 0;
 }
 
-int EventState(const std::string& name) {
-  auto event = platform::Event::Open(name);
-  if (event == nullptr) {
-    Say("none");
-  } else {
-    Say(event->Wait(0) == platform::WaitResult::kSignaled ? "set" : "unset");
-  }
-  return 0;
-}
-
 // Creates and closes the event over and over. With `held`, the test keeps the
 // event open and set all along, so every create must find it, set.
 int EventChurn(const std::string& name, int count, bool held) {
@@ -146,7 +136,6 @@ int main(int argc, char** argv) {
   if (command == "event-wait") return EventWait(arg(2), static_cast<uint32_t>(std::atoi(arg(3).c_str())));
   if (command == "event-hold") return EventHold(arg(2), false);
   if (command == "crash-holding") return EventHold(arg(2), true);
-  if (command == "event-state") return EventState(arg(2));
   if (command == "event-churn") return EventChurn(arg(2), std::atoi(arg(3).c_str()), arg(4) == "held");
   if (command == "append-hold") return AppendHold(arg(2));
   if (command == "append") return Append(arg(2), arg(3));

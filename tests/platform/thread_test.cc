@@ -1,3 +1,7 @@
+// Threads: the exit code reads "still active" until the end and the result
+// after it, joins time out or succeed from several threads, a dropped handle
+// lets the thread run on, and thread ids are the system's.
+
 #include "platform/thread.h"
 
 #include <sys/syscall.h>
@@ -9,6 +13,7 @@
 #include <vector>
 
 #include "gtest/gtest.h"
+#include "platform/critical_section.h"
 #include "platform/event.h"
 
 namespace {
@@ -32,32 +37,39 @@ uint32_t WaitForGate(void* arg) {
   return gate->result;
 }
 
-TEST(ThreadTest, ExitCodeIsStillActiveUntilTheEndThenTheResult) {
-  Gate gate;
-  gate.result = 42;
-  auto thread = Thread::Start(WaitForGate, &gate);
-  ASSERT_NE(thread, nullptr);
-  uint32_t code = 0;
-  ASSERT_TRUE(thread->GetExitCode(&code));
-  EXPECT_EQ(code, platform::kStillActive);
-  EXPECT_FALSE(thread->Join(1)) << "the thread waits for the gate";
-  EXPECT_FALSE(thread->Join(20));
-  ASSERT_TRUE(thread->GetExitCode(&code));
-  EXPECT_EQ(code, platform::kStillActive);
-
-  gate.go->Set();
-  EXPECT_TRUE(thread->Join(600000));
-  ASSERT_TRUE(thread->GetExitCode(&code));
-  EXPECT_EQ(code, 42u);
-  EXPECT_TRUE(thread->Join(0)) << "joining an ended thread again answers at once";
-  EXPECT_FALSE(thread->GetExitCode(nullptr));
-}
-
 // The thread owns its share of the gate, so the gate outlives whichever of
 // the test and the detached thread finishes last.
 uint32_t WaitForSharedGate(void* arg) {
   std::unique_ptr<std::shared_ptr<Gate>> gate(static_cast<std::shared_ptr<Gate>*>(arg));
   return WaitForGate(gate->get());
+}
+
+TEST(ThreadTest, ExitCodeJoinAndIds) {
+  EXPECT_EQ(Thread::Start(nullptr, nullptr), nullptr);
+  for (uint32_t result : {42u, platform::kStillActive}) {
+    Gate gate;
+    gate.result = result;
+    auto thread = Thread::Start(WaitForGate, &gate);
+    ASSERT_NE(thread, nullptr);
+    uint32_t code = 0;
+    ASSERT_TRUE(thread->GetExitCode(&code));
+    EXPECT_EQ(code, platform::kStillActive);
+    EXPECT_FALSE(thread->Join(20)) << "the thread waits for the gate";
+    std::atomic<int> joined{0};
+    std::vector<std::thread> joiners;
+    for (int i = 0; i < 3; ++i) joiners.emplace_back([&] { joined += thread->Join(600000); });
+    gate.go->Set();
+    for (auto& joiner : joiners) joiner.join();
+    EXPECT_EQ(joined.load(), 3);
+    EXPECT_TRUE(thread->Join(0)) << "an ended thread answers at once";
+    ASSERT_TRUE(thread->GetExitCode(&code));
+    EXPECT_EQ(code, result) << "a result of 259 is reported as it is";
+    EXPECT_FALSE(thread->GetExitCode(nullptr));
+    // The id is the system's thread id; the main thread's is the process id.
+    EXPECT_NE(gate.thread_id.load(), platform::CurrentThreadId());
+  }
+  EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(getpid()));
+  EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(syscall(SYS_gettid)));
 }
 
 TEST(ThreadTest, DroppingTheHandleLetsTheThreadRunOn) {
@@ -70,51 +82,15 @@ TEST(ThreadTest, DroppingTheHandleLetsTheThreadRunOn) {
   EXPECT_EQ(gate->done->Wait(600000), WaitResult::kSignaled) << "the thread went on to its end";
 }
 
-TEST(ThreadTest, ThreadIdsAreTheSystemsAndDifferPerThread) {
-  EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(getpid()))
-      << "the main thread's id is the process id";
-  EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(syscall(SYS_gettid)));
-  Gate gate;
-  gate.go->Set();
-  auto thread = Thread::Start(WaitForGate, &gate);
-  ASSERT_NE(thread, nullptr);
-  ASSERT_TRUE(thread->Join(600000));
-  EXPECT_NE(gate.thread_id.load(), 0u);
-  EXPECT_NE(gate.thread_id.load(), platform::CurrentThreadId());
-}
-
-TEST(ThreadTest, SeveralThreadsMayJoinOneHandle) {
-  Gate gate;
-  gate.result = 7;
-  auto thread = Thread::Start(WaitForGate, &gate);
-  ASSERT_NE(thread, nullptr);
-  std::atomic<int> joined{0};
-  std::vector<std::thread> joiners;
-  for (int i = 0; i < 4; ++i) {
-    joiners.emplace_back([&] {
-      if (thread->Join(600000)) ++joined;
-    });
+TEST(ThreadTest, CriticalSectionsAreReEntrantAndExclusive) {
+  platform::CriticalSection section;
+  platform::CriticalSectionLock outer(section);
+  bool other_entered = true;
+  {
+    platform::CriticalSectionLock inner(section);  // the owner enters again
+    std::thread([&] { other_entered = section.TryEnter(); }).join();
   }
-  gate.go->Set();
-  for (auto& joiner : joiners) joiner.join();
-  EXPECT_EQ(joined.load(), 4);
-  uint32_t code = 0;
-  ASSERT_TRUE(thread->GetExitCode(&code));
-  EXPECT_EQ(code, 7u);
+  EXPECT_FALSE(other_entered) << "held once more than left";
 }
-
-TEST(ThreadTest, AnExitCodeOfStillActiveIsReportedAsItIs) {
-  Gate gate;
-  gate.go->Set();
-  gate.result = platform::kStillActive;
-  auto thread = Thread::Start(WaitForGate, &gate);
-  ASSERT_NE(thread, nullptr);
-  ASSERT_TRUE(thread->Join(600000));
-  uint32_t code = 0;
-  ASSERT_TRUE(thread->GetExitCode(&code));
-  EXPECT_EQ(code, platform::kStillActive);
-}
-
-TEST(ThreadTest, NoProcedureNoThread) { EXPECT_EQ(Thread::Start(nullptr, nullptr), nullptr); }
 
 }  // namespace
