@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr const char* kParamsTypes = "PARAMStypes";
 constexpr const char* kCreateFailed = "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE";
 constexpr const char* kSimpleImportFailed = "Failure to create parameters";
 constexpr const char* kCallFailed = "RFC_GET_FUNCTION_INTERFACE CallReceive failed";
