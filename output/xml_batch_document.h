@@ -30,5 +30,6 @@ class CXmlBatchDocument : public CXmlDocument {
  private:
   CBatchServerFunc& batch_;
   std::unique_ptr<CSapTable> table_;
-  int32_t flag_;
+  // The receiving function passes 1; nothing reads it.
+  [[maybe_unused]] int32_t flag_;
 };
