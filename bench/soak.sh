@@ -12,26 +12,33 @@
 #
 # Afterwards it checks, and prints (also as BUILD/bench-results/soak.json):
 #   - every batch of a chunk that `sapsim call` finished with success has its
-#     XML file; files missing from such chunks must be explained by batch ids
-#     that collided within one millisecond (the same id is the same file
-#     name), which are counted separately and not as losses;
+#     XML file, except where batch ids collided within one millisecond (the
+#     same id is the same file name): collisions are counted separately, not
+#     as losses. The senders finish their chunk before a kill
+#     (SOAK_KILL_MODE=between), so a chunk that fails was refused at its
+#     first call and delivered nothing; then the acknowledged batches without
+#     a file must be exactly the collisions. With SOAK_KILL_MODE=busy sapsim
+#     dies in the middle of chunks; `sapsim call --repeat` does not say how
+#     many calls of a failed chunk were answered, so the check is a bound;
 #   - every "Receive data: " line of the log has its file and every file its
 #     line; no chunk has more files than it sent; every file of a size class
 #     has that class's size (no partial files); every 10,000-row batch, sent
 #     without --repeat, answered BATCH_RC=1;
 #   - the log shows every restart: one "...WAITING FOR BATCHES..." per start
 #     of sapsim, at least one failed cycle with its header block and
-#     RFC_ERROR_INFO entry between two of them, and a header block for every
-#     cycle;
+#     RFC_ERROR_INFO entry between two of them, and every cycle (header
+#     block) either serves or logs its error;
 #   - the server's RSS and open file descriptors, sampled every second from
-#     /proc, do not grow: the second half of the run stays within the first
-#     half's maximum (RSS + 10% + 2 MiB, descriptors + 2).
+#     /proc, do not grow: after the warm-up (every sender's first 10,000-row
+#     batch), the second half of the samples stays within the first half's
+#     maximum (RSS + 10% + 2 MiB, descriptors + 2).
 # Exit status 1 when anything is lost or grows, 2 when the build is missing.
 #
 # Usage: bench/soak.sh BUILD_DIR   (make soak)
 # Environment: SOAK_BATCHES (100000), SOAK_SENDERS (2), SOAK_TIMER (listen
 # timer, 2), SOAK_KILL_EVERY (90 s), SOAK_DOWN (2 s), SOAK_SMALL_CHUNK (50),
-# SOAK_KEEP (0; 1 keeps the XML files), SOAK_RECHECK (1: only the checks,
+# SOAK_KILL_MODE (between; busy kills in the middle of chunks), SOAK_KEEP
+# (0; 1 keeps the XML files), SOAK_RECHECK (1: only the checks,
 # over what a kept run left in BUILD/soak-scratch).
 set -u
 export LC_ALL=C # sort, join and comm must agree on the order
@@ -51,6 +58,8 @@ timer=${SOAK_TIMER:-2}
 kill_every=${SOAK_KILL_EVERY:-90}
 down=${SOAK_DOWN:-2}
 small_chunk=${SOAK_SMALL_CHUNK:-50}
+kill_mode=${SOAK_KILL_MODE:-between}
+case $kill_mode in between | busy) ;; *) e2e_die "SOAK_KILL_MODE is between or busy, not $kill_mode" ;; esac
 keep=${SOAK_KEEP:-0}
 sapsim="$E2E_BUILD/bin/sapsim"
 scratch="$E2E_BUILD/soak-scratch"
@@ -97,7 +106,7 @@ else
 
   # One sender: chunks until `quota` batches were acknowledged. Writes one line
   # per chunk to send/S<n>.chunks: tag rows calls status (0: every call of the
-  # chunk answered).
+  # chunk answered) and when it ended (ms since the start).
   sender() {
     local n=$1 acked=0 chunk=0 slot rows calls tag status child=
     trap '[ -n "$child" ] && kill -TERM "$child" 2>/dev/null; exit 143' TERM
@@ -105,6 +114,12 @@ else
     # batches do not meet.
     slot=$(( (n - 1) * 25 % 51 ))
     while [ "$acked" -lt "$quota" ]; do
+      # Between chunks only: the kill waits for every sender to get here.
+      if [ -e "$scratch/pause" ]; then
+        touch "$scratch/send/S$n.idle"
+        while [ -e "$scratch/pause" ]; do sleep 0.05; done
+        rm -f "$scratch/send/S$n.idle"
+      fi
       case $slot in
         0) rows=10000 calls=1 ;;
         1) rows=100 calls=49 ;;
@@ -129,7 +144,8 @@ else
       if [ "$status" -eq 0 ] && [ "$rows" -eq 10000 ]; then
         grep -qx 'BATCH_RC=1' "$scratch/send/S$n.answer" || status=9
       fi
-      printf '%s %s %s %s\n' "$tag" "$rows" "$calls" "$status" >>"$scratch/send/S$n.chunks"
+      printf '%s %s %s %s %s\n' "$tag" "$rows" "$calls" "$status" $(( $(date +%s%N) / 1000000 - t0_ms )) \
+        >>"$scratch/send/S$n.chunks"
       if [ "$status" -eq 0 ]; then
         acked=$((acked + calls))
         slot=$(( (slot + 1) % 51 ))
@@ -142,7 +158,8 @@ else
   acked_so_far() { cat "$scratch"/send/S*.chunks 2>/dev/null | awk '$4 == 0 { s += $3 } END { print s + 0 }'; }
 
   start_s=$(date +%s)
-  sampler $(( $(date +%s%N) / 1000000 )) &
+  t0_ms=$(( $(date +%s%N) / 1000000 ))
+  sampler "$t0_ms" &
   sampler_pid=$!
   e2e_track "$sampler_pid"
   sender_pids=()
@@ -166,6 +183,18 @@ else
     sleep 1
     now=$(date +%s)
     if [ "$now" -ge "$next_kill" ] && running; then
+      if [ "$kill_mode" = between ]; then
+        touch "$scratch/pause"
+        _senders_idle() {
+          local i p k=0
+          for ((i = 1; i <= senders; i++)); do
+            p=${sender_pids[i - 1]}
+            if [ -e "$scratch/send/S$i.idle" ] || ! kill -0 "$p" 2>/dev/null; then k=$((k + 1)); fi
+          done
+          [ "$k" -eq "$senders" ]
+        }
+        e2e_wait_for 600 _senders_idle || e2e_die "the senders did not pause within 60 s"
+      fi
       kill -KILL "$SAPSIM_PID" 2>/dev/null
       wait "$SAPSIM_PID" 2>/dev/null
       e2e_untrack "$SAPSIM_PID"
@@ -175,6 +204,7 @@ else
       e2e_start_sapsim "$top/examples/system.json" "$port" "$scratch" ||
         e2e_die "sapsim did not start again on port $port (see $scratch/sapsim.log)"
       echo "start $kills $(date +%s%N)" >>"$scratch/restarts"
+      rm -f "$scratch/pause"
       e2e_say "killed sapsim and started it again ($kills), $(acked_so_far) batches acknowledged"
       next_kill=$(( $(date +%s) + kill_every ))
     elif [ "$now" -ge "$next_report" ]; then
@@ -192,8 +222,9 @@ else
   e2e_stop_process "$server"
   e2e_stop_process "$SAPSIM_PID"
   e2e_say "senders done after $elapsed s; checking"
-  printf 'kills=%s\nelapsed=%s\nload_start="%s"\nload_end="%s"\ntotal=%s\nsenders=%s\ntimer=%s\nkill_every=%s\ndown=%s\nsmall_chunk=%s\n' \
-    "$kills" "$elapsed" "$load_start" "$load_end" "$total" "$senders" "$timer" "$kill_every" "$down" "$small_chunk" >"$scratch/run.env"
+  printf 'kills=%s\nelapsed=%s\nload_start="%s"\nload_end="%s"\ntotal=%s\nsenders=%s\ntimer=%s\nkill_every=%s\ndown=%s\nsmall_chunk=%s\nkill_mode=%s\n' \
+    "$kills" "$elapsed" "$load_start" "$load_end" "$total" "$senders" "$timer" "$kill_every" "$down" "$small_chunk" \
+    "$kill_mode" >"$scratch/run.env"
 fi
 
 # --- Checks -----------------------------------------------------------------
@@ -257,22 +288,39 @@ read -r cycles failed_cycles cycles_unaccounted <<<"$(
        END { if (open && !served) bad++; printf "%d %d %d\n", n, nfailed, bad }' "$log")"
 dispatch_reports=$(grep -c 'during Invoke' "$scratch/batchserver.out")
 
-# Samples: first, last, maximum, and the two halves.
+# Samples: first, last, maximum; growth is judged after the warm-up, which
+# ends when every sender has had its first 10,000-row batch answered (the
+# largest batch sets the heap the process keeps): the later half of the
+# remaining samples against the earlier half.
+warm_ms=$(awk '$2 == 10000 && $4 == 0 { s = substr($1, 1, index($1, "C") - 1); if (!(s in end)) end[s] = $5 }
+               END { for (s in end) if (end[s] > m) m = end[s]; print m + 0 }' "$scratch/chunks")
 read -r samples rss_first rss_last rss_max rss_max1 rss_max2 fd_first fd_last fd_max fd_max1 fd_max2 <<<"$(
-  awk '{ n++; rss[n] = $2; fd[n] = $4 }
+  awk -v warm="$warm_ms" '{ n++; rss[n] = $2; fd[n] = $4; if ($1 > warm && !w) w = n }
        END {
-         h = int(n / 2)
+         if (!w) w = 1
+         h = w + int((n - w + 1) / 2)
          for (i = 1; i <= n; i++) {
            if (rss[i] > rm) rm = rss[i]; if (fd[i] > fm) fm = fd[i]
-           if (i <= h) { if (rss[i] > r1) r1 = rss[i]; if (fd[i] > f1) f1 = fd[i] }
+           if (i < w) continue
+           if (i < h) { if (rss[i] > r1) r1 = rss[i]; if (fd[i] > f1) f1 = fd[i] }
            else { if (rss[i] > r2) r2 = rss[i]; if (fd[i] > f2) f2 = fd[i] }
          }
          printf "%d %d %d %d %d %d %d %d %d %d %d\n", n, rss[1], rss[n], rm, r1, r2, fd[1], fd[n], fm, f1, f2
        }' "$scratch/samples")"
 
 problems=()
-[ "$confirmed_missing" -le "$collisions" ] ||
-  problems+=("$confirmed_missing acknowledged batches have no file, only $collisions ids collided")
+if [ "$kill_mode" = between ]; then
+  # No chunk was cut by a kill: a failed chunk was refused at its first call
+  # and delivered nothing, so every overwritten file belonged to an
+  # acknowledged batch and the two counts must be equal.
+  [ "$failed_delivered" -eq 0 ] || problems+=("$failed_delivered files of chunks that were refused")
+  [ "$confirmed_missing" -eq "$collisions" ] ||
+    problems+=("$confirmed_missing acknowledged batches have no file, $collisions ids collided")
+else
+  # A chunk cut by a kill may have had batches overwritten too: a bound only.
+  [ "$confirmed_missing" -le "$collisions" ] ||
+    problems+=("$confirmed_missing acknowledged batches have no file, only $collisions ids collided")
+fi
 [ "$no_file" -eq 0 ] || problems+=("$no_file logged batches have no XML file")
 [ "$no_line" -eq 0 ] || problems+=("$no_line XML files have no log line")
 [ "$untagged" -eq 0 ] || problems+=("$untagged XML files without a chunk tag")
@@ -285,9 +333,9 @@ problems=()
 [ "$cycles_unaccounted" -eq 0 ] ||
   problems+=("$cycles_unaccounted service cycles neither served nor logged an error")
 [ "$rss_max2" -le $((rss_max1 + rss_max1 / 10 + 2048)) ] ||
-  problems+=("RSS grew: $rss_max1 kB at most in the first half, $rss_max2 kB in the second")
+  problems+=("RSS grew: $rss_max1 kB at most in the first half after the warm-up, $rss_max2 kB in the second")
 [ "$fd_max2" -le $((fd_max1 + 2)) ] ||
-  problems+=("open descriptors grew: $fd_max1 at most in the first half, $fd_max2 in the second")
+  problems+=("open descriptors grew: $fd_max1 at most in the first half after the warm-up, $fd_max2 in the second")
 
 verdict=pass
 [ "${#problems[@]}" -eq 0 ] || verdict=fail
@@ -297,8 +345,8 @@ problems_json=$(printf '%s\n' "${problems[@]+"${problems[@]}"}" | awk 'NF { gsub
     "$(date -u +%Y-%m-%dT%H:%M:%SZ)" "$(e2e_source_json "$E2E_BUILD" "$top")" "$verdict" "$problems_json"
   printf ' "machine": %s, "load_average_start": "%s", "load_average_end": "%s",\n' \
     "$(e2e_machine_json)" "$load_start" "$load_end"
-  printf ' "settings": {"batches": %d, "senders": %d, "listen_timer_ms": %d, "kill_every_s": %d, "down_s": %d, "small_chunk": %d},\n' \
-    "$total" "$senders" "$timer" "$kill_every" "$down" "$small_chunk"
+  printf ' "settings": {"batches": %d, "senders": %d, "listen_timer_ms": %d, "kill_every_s": %d, "down_s": %d, "small_chunk": %d, "kill_mode": "%s"},\n' \
+    "$total" "$senders" "$timer" "$kill_every" "$down" "$small_chunk" "$kill_mode"
   printf ' "elapsed_s": %d, "batches_per_second": %.1f,\n' "$elapsed" "$(awk -v a="$acked" -v e="$elapsed" 'BEGIN { print (e > 0 ? a / e : 0) }')"
   printf ' "batches": {"acknowledged": %d, "logged": %d, "xml_files": %d, "collided_ids": %d, "acknowledged_without_file": %d,\n' \
     "$acked" "$logged" "$files" "$collisions" "$confirmed_missing"
@@ -308,8 +356,8 @@ problems_json=$(printf '%s\n' "${problems[@]+"${problems[@]}"}" | awk 'NF { gsub
   printf '   "by_rows": {%s}},\n' "$(awk '$4 == 0 { a[$2] += $3 } END { for (r in a) printf "%s\"%s\": %d", (n++ ? ", " : ""), r, a[r] }' "$scratch/chunks")"
   printf ' "restarts": {"sapsim_kills": %d, "header_blocks": %d, "waiting_lines": %d, "failed_cycles": %d, "rfc_error_info": %d, "unknown_exeption": %d, "restarts_without_error_entry": %d, "cycles_without_outcome": %d, "dispatch_reports": %d},\n' \
     "$kills" "$headers" "$waiting" "$failed_cycles" "$rfc_errors" "$unknown" "$gaps_without_error" "$cycles_unaccounted" "$dispatch_reports"
-  printf ' "rss_kb": {"samples": %d, "first": %d, "last": %d, "max": %d, "max_first_half": %d, "max_second_half": %d},\n' \
-    "$samples" "$rss_first" "$rss_last" "$rss_max" "$rss_max1" "$rss_max2"
+  printf ' "rss_kb": {"samples": %d, "warm_up_ms": %d, "first": %d, "last": %d, "max": %d, "max_first_half": %d, "max_second_half": %d},\n' \
+    "$samples" "$warm_ms" "$rss_first" "$rss_last" "$rss_max" "$rss_max1" "$rss_max2"
   printf ' "open_fds": {"first": %d, "last": %d, "max": %d, "max_first_half": %d, "max_second_half": %d}}\n' \
     "$fd_first" "$fd_last" "$fd_max" "$fd_max1" "$fd_max2"
 } >"$results/soak.json"
