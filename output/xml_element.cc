@@ -190,22 +190,24 @@ bool IsTrimmed(char c) {
 // The characters escaping may change, as a table: most texts have none of
 // them, and a table lookup per character finds that out quickest.
 struct EscapeTable {
-  bool special[256] = {};
+  unsigned char special[256] = {};
   constexpr EscapeTable() {
-    for (unsigned char c : {'<', '>', '"', '&'}) special[c] = true;
+    for (unsigned char c : {'<', '>', '"', '&'}) special[c] = 1;
   }
 };
 constexpr EscapeTable kEscapeTable;
 
-bool NeedsEscape(char c) { return kEscapeTable.special[static_cast<unsigned char>(c)]; }
+unsigned Special(char c) { return kEscapeTable.special[static_cast<unsigned char>(c)]; }
+bool NeedsEscape(char c) { return Special(c) != 0; }
 
 // The position of the first character escaping may change, or the size.
 size_t FindSpecial(std::string_view text, size_t from = 0) {
   const char* data = text.data();
   const size_t size = text.size();
   size_t i = from;
-  while (i + 4 <= size && !(NeedsEscape(data[i]) | NeedsEscape(data[i + 1]) |
-                            NeedsEscape(data[i + 2]) | NeedsEscape(data[i + 3]))) {
+  // Four at a time, without a branch per character.
+  while (i + 4 <= size &&
+         (Special(data[i]) | Special(data[i + 1]) | Special(data[i + 2]) | Special(data[i + 3])) == 0) {
     i += 4;
   }
   while (i < size && !NeedsEscape(data[i])) ++i;
