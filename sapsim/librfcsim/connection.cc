@@ -224,7 +224,7 @@ int Connection::Dispatch() {
     int rc = ReceiveCall(&frame);
     if (rc != RFC_OK) return rc;
   }
-  current_.emplace();
+  current_.emplace(IncomingCall{});
   current_->frame = std::move(frame);
   try {
     current_->message = w::DecodeCall(current_->frame.payload.data(), current_->frame.payload.size());
