@@ -190,24 +190,24 @@ bool IsTrimmed(char c) {
 // The characters escaping may change, as a table: most texts have none of
 // them, and a table lookup per character finds that out quickest.
 struct EscapeTable {
-  unsigned char special[256] = {};
+  unsigned char marked[256] = {};
   constexpr EscapeTable() {
-    for (unsigned char c : {'<', '>', '"', '&'}) special[c] = 1;
+    for (unsigned char c : {'<', '>', '"', '&'}) marked[c] = 1;
   }
 };
 constexpr EscapeTable kEscapeTable;
 
-unsigned Special(char c) { return kEscapeTable.special[static_cast<unsigned char>(c)]; }
-bool NeedsEscape(char c) { return Special(c) != 0; }
+unsigned Marked(char c) { return kEscapeTable.marked[static_cast<unsigned char>(c)]; }
+bool NeedsEscape(char c) { return Marked(c) != 0; }
 
 // The position of the first character escaping may change, or the size.
-size_t FindSpecial(std::string_view text, size_t from = 0) {
+size_t FindEscapable(std::string_view text, size_t from = 0) {
   const char* data = text.data();
   const size_t size = text.size();
   size_t i = from;
   // Four at a time, without a branch per character.
   while (i + 4 <= size &&
-         (Special(data[i]) | Special(data[i + 1]) | Special(data[i + 2]) | Special(data[i + 3])) == 0) {
+         (Marked(data[i]) | Marked(data[i + 1]) | Marked(data[i + 2]) | Marked(data[i + 3])) == 0) {
     i += 4;
   }
   while (i < size && !NeedsEscape(data[i])) ++i;
@@ -231,7 +231,7 @@ std::string_view Replacement(std::string_view text, size_t pos) {
 // original text after an "&" sees what the "&" pass would have seen.
 size_t EscapedLength(std::string_view text) {
   size_t length = text.size();
-  for (size_t i = FindSpecial(text); i < text.size(); i = FindSpecial(text, i + 1)) {
+  for (size_t i = FindEscapable(text); i < text.size(); i = FindEscapable(text, i + 1)) {
     const std::string_view replacement = Replacement(text, i);
     if (!replacement.empty()) length += replacement.size() - 1;
   }
@@ -275,7 +275,7 @@ char* Put(char* out, char c) {
 // Writes the EscapedLength(text) bytes of the escaped text.
 char* WriteEscaped(char* out, std::string_view text) {
   size_t run = 0;  // start of the characters not yet written
-  for (size_t i = FindSpecial(text); i < text.size(); i = FindSpecial(text, i + 1)) {
+  for (size_t i = FindEscapable(text); i < text.size(); i = FindEscapable(text, i + 1)) {
     const std::string_view replacement = Replacement(text, i);
     if (replacement.empty()) continue;
     out = Put(out, text.substr(run, i - run));
@@ -336,8 +336,8 @@ void CXmlElement::SetText(std::string_view name, std::string_view value) {
   name = Trimmed(name);
   value = Trimmed(value);
   // Most names and values have nothing to escape and are copied as they are.
-  const bool plain_name = FindSpecial(name) == name.size();
-  const bool plain_value = FindSpecial(value) == value.size();
+  const bool plain_name = FindEscapable(name) == name.size();
+  const bool plain_value = FindEscapable(value) == value.size();
   name_length_ = TextLength(plain_name ? name.size() : EscapedLength(name));
   value_length_ = TextLength(plain_value ? value.size() : EscapedLength(value));
   const size_t total = size_t{name_length_} + value_length_;
