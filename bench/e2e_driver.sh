@@ -10,7 +10,10 @@
 #             (VmHWM) against the server's RSS before the first batch;
 #   rate      the same caller at the listen timers of E2E_RATE_TIMERS: the
 #             batches/s one caller gets, against 1000 / (timer + 1);
-#   floor     bench/e2e/floor_main.cc;
+#   floor     bench/e2e/floor_main.cc, 10 rounds right before each
+#             repetition of the cost, so that both meet the same load; in
+#             wall time and in processor time, and the cost's ratios to it
+#             (processor time to processor time, wall to wall);
 #   profile   where the server's time goes (perf, when it works here).
 #
 # Usage: bench/e2e_driver.sh BUILD_DIR   (bench/run.sh passes it; make bench)
@@ -149,8 +152,14 @@ for rows in $sizes; do
   rss_before=$(e2e_status_kb "$SERVER_PID" VmHWM)
   send "$rows" 2 >/dev/null # the first batches set up what later ones reuse
   sent=$((sent + 2))
-  : >"$scratch/wall" ; : >"$scratch/cpu" ; : >"$scratch/bps"
+  xml_bytes=$(find "$rundir/xml" -name '*.xml' -printf '%s\n' | sort -n | tail -1)
+  [ -n "$xml_bytes" ] || e2e_die "no XML file written for $rows rows"
+  : >"$scratch/wall" ; : >"$scratch/cpu" ; : >"$scratch/bps" ; : >"$scratch/floors"
   for ((r = 1; r <= reps; r++)); do
+    # The floor right before each repetition, so that both meet the same
+    # load on this machine.
+    "$E2E_BUILD/bin/e2e_floor" --port "$SAPSIM_PORT" --structure ZBATCH_ORDER --rows "$rows" \
+      --xml-bytes "$xml_bytes" --dir "$scratch" --repeat 10 >>"$scratch/floors" || e2e_die "e2e_floor failed"
     c0=$(e2e_cpu_ns "$SERVER_PID")
     seconds=$(send "$rows" "$cost_calls")
     c1=$(e2e_cpu_ns "$SERVER_PID")
@@ -161,12 +170,12 @@ for rows in $sizes; do
     calc "(($c1 - $c0) - $idle_rate * ($seconds * 1e9 - ($c1 - $c0))) / 1e6 / $cost_calls" >>"$scratch/cpu"
   done
   wall_ms=$(median <"$scratch/wall")
+  wall_min=$(sort -g "$scratch/wall" | head -1)
   cpu_ms=$(median <"$scratch/cpu")
+  cpu_min=$(sort -g "$scratch/cpu" | head -1)
   bps=$(median <"$scratch/bps")
   rss_peak=$(e2e_status_kb "$SERVER_PID" VmHWM)
   rss_now=$(e2e_status_kb "$SERVER_PID" VmRSS)
-  xml_bytes=$(find "$rundir/xml" -name '*.xml' -printf '%s\n' | sort -n | tail -1)
-  [ -n "$xml_bytes" ] || e2e_die "no XML file written for $rows rows"
   prof=
   case " $profile_sizes " in
     *" $rows "*)
@@ -179,12 +188,23 @@ for rows in $sizes; do
   esac
   stop_server
 
-  floor=$("$E2E_BUILD/bin/e2e_floor" --port "$SAPSIM_PORT" --structure ZBATCH_ORDER --rows "$rows" \
-            --xml-bytes "$xml_bytes" --dir "$scratch" --repeat 50) || e2e_die "e2e_floor failed"
-  floor_us=$(printf '%s' "$floor" | sed -n 's/.*"floor_us": \([0-9.]*\).*/\1/p')
-  line_length=$(printf '%s' "$floor" | sed -n 's/.*"line_length": \([0-9]*\).*/\1/p')
+  # The floor: medians of the repetitions' medians, minimum of their minimums.
+  field() { sed -n "s/.*\"$1\": \\([0-9.]*\\).*/\\1/p" "$scratch/floors"; }
+  floor_us=$(field floor_us | median)
+  floor_min_us=$(field floor_min_us | sort -g | head -1)
+  line_length=$(field line_length | head -1)
+  floor_cpu_us=$(field floor_cpu_us | median)
+  floor_cpu_min_us=$(field floor_cpu_min_us | sort -g | head -1)
+  floor=$(printf '{"call_bytes": %s, "xml_bytes": %s, "log_bytes": %s, "iterations": %d, "loopback_us": %s, "file_write_us": %s, "log_append_us": %s, "floor_us": %s, "floor_min_us": %s, "receive_cpu_us": %s, "file_write_cpu_us": %s, "log_append_cpu_us": %s, "floor_cpu_us": %s, "floor_cpu_min_us": %s}' \
+    "$(field call_bytes | head -1)" "$xml_bytes" "$(field log_bytes | head -1)" $((reps * 10)) \
+    "$(field loopback_us | median)" "$(field file_write_us | median)" "$(field log_append_us | median)" \
+    "$floor_us" "$floor_min_us" "$(field receive_cpu_us | median)" "$(field file_write_cpu_us | median)" \
+    "$(field log_append_cpu_us | median)" "$floor_cpu_us" "$floor_cpu_min_us")
   floor_ms=$(calc "$floor_us / 1000")
-  cpu_ratio=$(calc "$cpu_ms / $floor_ms")
+  floor_cpu_ms=$(calc "$floor_cpu_us / 1000")
+  # Processor time against processor time: neither counts the time other
+  # processes of the machine hold the processors. Wall against wall beside.
+  cpu_ratio=$(calc "$cpu_ms / $floor_cpu_ms")
   wall_ratio=$(calc "$wall_ms / $floor_ms")
   table_bytes=$((rows * line_length))
   growth_kb=$((rss_peak - rss_before))
@@ -222,16 +242,16 @@ for rows in $sizes; do
 
   size_json+=("{\"rows\": $rows, \"line_length\": $line_length, \"table_bytes\": $table_bytes, \"xml_bytes\": $xml_bytes,
   \"cost\": {\"listen_timer_ms\": 0, \"repetitions\": $reps, \"batches_per_repetition\": $cost_calls,
-    \"batches_per_second\": $bps, \"rows_per_second\": $(calc "$bps * $rows"), \"wall_ms_per_batch\": $wall_ms,
-    \"server_cpu_ms_per_batch\": $cpu_ms, \"idle_cpu_fraction\": $idle_rate,
+    \"batches_per_second\": $bps, \"rows_per_second\": $(calc "$bps * $rows"), \"wall_ms_per_batch\": $wall_ms, \"wall_ms_per_batch_min\": $wall_min,
+    \"server_cpu_ms_per_batch\": $cpu_ms, \"server_cpu_ms_per_batch_min\": $cpu_min, \"idle_cpu_fraction\": $idle_rate,
     \"rss_before_kb\": $rss_before, \"peak_rss_kb\": $rss_peak, \"rss_after_kb\": $rss_now,
     \"peak_growth_per_xml_byte\": $growth_per_xml},
   \"floor\": $floor,
   \"ratio_to_floor\": {\"server_cpu\": $cpu_ratio, \"wall\": $wall_ratio},
   \"single_caller\": [$rates],
   \"profile_percent\": {${prof}}}")
-  table_lines+=("$(printf '%6s %9.1f %11.0f %9.3f %9.3f %9.3f %7.1fx %7.1fx %8.1f %6.1fx%s' \
-    "$rows" "$bps" "$(calc "$bps * $rows")" "$wall_ms" "$cpu_ms" "$floor_ms" "$cpu_ratio" "$wall_ratio" \
+  table_lines+=("$(printf '%6s %9.1f %11.0f %9.3f %9.3f %9.3f %9.3f %7.1fx %7.1fx %8.1f %6.1fx%s' \
+    "$rows" "$bps" "$(calc "$bps * $rows")" "$wall_ms" "$cpu_ms" "$floor_ms" "$floor_cpu_ms" "$cpu_ratio" "$wall_ratio" \
     "$(calc "$rss_peak / 1024")" "$growth_per_xml" "$rate_text")")
 done
 e2e_stop_process "$SAPSIM_PID"
@@ -259,7 +279,7 @@ targets="{\"cost_within_2x_floor\": {\"rows\": $largest, \"server_cpu_ratio\": $
 
 echo
 echo "End to end, batches of ZBATCH_ORDER rows; cost at listen timer 0 with one caller (medians of $reps)"
-printf '%6s %9s %11s %9s %9s %9s %8s %8s %8s %7s' rows batch/s rows/s wall_ms cpu_ms floor_ms cpu/fl wall/fl peak_MB grow/xml
+printf '%6s %9s %11s %9s %9s %9s %9s %8s %8s %8s %7s' rows batch/s rows/s wall_ms cpu_ms fl_ms fl_cpu_ms cpu/fl wall/fl peak_MB grow/xml
 for timer in $rate_timers; do printf ' %17s' "1 caller @$timer ms"; done
 echo
 printf '%s\n' "${table_lines[@]}"

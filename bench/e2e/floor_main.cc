@@ -11,7 +11,9 @@
 //   - log append: open the log for appending, write one log line's size,
 //     close.
 // It prints one JSON object with the medians and minimums of each part and
-// of the iteration as a whole.
+// of the iteration as a whole, in wall time and in processor time (the
+// receiving thread's for the loopback part, the writing thread's for the
+// rest: the work the server's side of a batch cannot do without).
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -19,6 +21,7 @@
 #include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -55,6 +58,14 @@ constexpr const char* kUsage =
 }
 
 std::string Errno(const std::string& what) { return what + ": " + std::strerror(errno); }
+
+// Processor time of the calling thread: unlike the wall clock, it does not
+// count the time other processes of a busy machine hold the processors.
+Clock::duration ThreadCpu() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
 
 // Owns one file descriptor.
 class Fd {
@@ -141,13 +152,17 @@ class LoopbackPeer {
   }
   LoopbackPeer(const LoopbackPeer&) = delete;
   LoopbackPeer& operator=(const LoopbackPeer&) = delete;
-  ~LoopbackPeer() {
+  ~LoopbackPeer() { Join(); }
+
+  int fd() const { return client_.get(); }
+  // Ends the peer; only then are failure() and receive_cpu() complete.
+  void Join() {
     client_.Reset();  // ends the peer's read if it still waits
     if (peer_.joinable()) peer_.join();
   }
-
-  int fd() const { return client_.get(); }
   const std::string& failure() const { return failure_; }
+  // Processor time the peer spent taking in each round's bytes.
+  const std::vector<Clock::duration>& receive_cpu() const { return receive_cpu_; }
 
  private:
   void Serve(Fd connection, int rounds) {
@@ -155,8 +170,14 @@ class LoopbackPeer {
     uint8_t answer[4] = {1, 0, 0, 0};
     try {
       for (int i = 0; i < rounds; ++i) {
+        // The clock starts once the first bytes are there: waiting is not work.
+        ssize_t first = 0;
+        do first = ::recv(connection.get(), in.data(), 1, MSG_PEEK);
+        while (first < 0 && errno == EINTR);
+        const Clock::duration start = ThreadCpu();
         ReadAll(connection.get(), in.data(), in.size());
         WriteAll(connection.get(), answer, sizeof answer);
+        receive_cpu_.push_back(ThreadCpu() - start);
       }
     } catch (const std::exception& e) {
       failure_ = e.what();
@@ -167,6 +188,7 @@ class LoopbackPeer {
   Fd client_;
   std::thread peer_;
   std::string failure_;
+  std::vector<Clock::duration> receive_cpu_;
 };
 
 // The size of the ROUTE_CALL frame `sapsim call` sends for `rows` lines of
@@ -264,6 +286,8 @@ int main(int argc, char** argv) {
   std::vector<uint8_t> line(log_bytes, 0x20);
   const std::string log_path = dir + "/floor.log";
   Series loopback, file_write, log_append, total;
+  Series receive_cpu, file_write_cpu, log_append_cpu, total_cpu;
+  std::vector<Clock::duration> cpu_parts;
   try {
     // One extra round warms the connection, the page cache and the directory.
     LoopbackPeer peer(call_bytes, repeat + 1);
@@ -274,25 +298,37 @@ int main(int argc, char** argv) {
       uint8_t answer[4];
       ReadAll(peer.fd(), answer, sizeof answer);
       const Clock::time_point t1 = Clock::now();
+      const Clock::duration c1 = ThreadCpu();
       {
         Fd file(::open(xml_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
         if (file.get() < 0) throw std::runtime_error(Errno("open " + xml_path));
         WriteAll(file.get(), xml.data(), xml.size());
       }
       const Clock::time_point t2 = Clock::now();
+      const Clock::duration c2 = ThreadCpu();
       {
         Fd log(::open(log_path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
         if (log.get() < 0) throw std::runtime_error(Errno("open " + log_path));
         WriteAll(log.get(), line.data(), line.size());
       }
       const Clock::time_point t3 = Clock::now();
+      const Clock::duration c3 = ThreadCpu();
       if (i == 0) continue;
       loopback.Add(t1 - t0);
       file_write.Add(t2 - t1);
       log_append.Add(t3 - t2);
       total.Add(t3 - t0);
+      file_write_cpu.Add(c2 - c1);
+      log_append_cpu.Add(c3 - c2);
+      cpu_parts.push_back(c3 - c1);
     }
+    peer.Join();
     if (!peer.failure().empty()) throw std::runtime_error("loopback peer: " + peer.failure());
+    // The receiving side's work, as the server does it, plus the writes.
+    for (int i = 1; i <= repeat; ++i) {
+      receive_cpu.Add(peer.receive_cpu()[static_cast<size_t>(i)]);
+      total_cpu.Add(peer.receive_cpu()[static_cast<size_t>(i)] + cpu_parts[static_cast<size_t>(i - 1)]);
+    }
   } catch (const std::exception& e) {
     RemoveFiles(dir, repeat, log_path);
     Die(e.what());
@@ -303,8 +339,10 @@ int main(int argc, char** argv) {
       "{\"rows\": %u, \"line_length\": %u, \"call_bytes\": %zu, \"xml_bytes\": %zu, \"log_bytes\": %zu, "
       "\"repeat\": %d, \"loopback_us\": %.1f, \"file_write_us\": %.1f, \"log_append_us\": %.1f, "
       "\"floor_us\": %.1f, \"loopback_min_us\": %.1f, \"file_write_min_us\": %.1f, \"log_append_min_us\": %.1f, "
-      "\"floor_min_us\": %.1f}\n",
+      "\"floor_min_us\": %.1f, \"receive_cpu_us\": %.1f, \"file_write_cpu_us\": %.1f, \"log_append_cpu_us\": %.1f, "
+      "\"floor_cpu_us\": %.1f, \"floor_cpu_min_us\": %.1f}\n",
       rows, line_length, call_bytes, xml_bytes, log_bytes, repeat, loopback.Median(), file_write.Median(),
-      log_append.Median(), total.Median(), loopback.Min(), file_write.Min(), log_append.Min(), total.Min());
+      log_append.Median(), total.Median(), loopback.Min(), file_write.Min(), log_append.Min(), total.Min(),
+      receive_cpu.Median(), file_write_cpu.Median(), log_append_cpu.Median(), total_cpu.Median(), total_cpu.Min());
   return 0;
 }
