@@ -402,6 +402,9 @@ TEST_F(ConnectionTest, TheDefaultTransform) {
   EXPECT_EQ(static_cast<unsigned char>(static_cast<const char*>(text)[0]), 1);
   connection.Decrypt(text);  // (1 - 5) / 2 is -2
   EXPECT_EQ(static_cast<unsigned char>(static_cast<const char*>(text)[0]), 254);
+  CRfcString two("\x02");
+  connection.Decrypt(two);  // (2 - 5) / 2 is -1: truncated toward zero
+  EXPECT_EQ(static_cast<unsigned char>(static_cast<const char*>(two)[0]), 255);
   std::string all;  // 0 to 125 survive the round trip (0 cannot stand in a text)
   for (int b = 1; b <= 125; ++b) all += static_cast<char>(b);
   CRfcString round(all.c_str());
