@@ -1,5 +1,6 @@
 // The data-access layer against a running sapsim, as the worker uses it: the
 // customer table and the dictionary information of the structures it names.
+// (The cutting of lines into cells: read_table_test.)
 // (Logons, refused ones included, are the batch server end to end's.)
 
 #include <sstream>
@@ -14,57 +15,7 @@
 namespace access_test {
 namespace {
 
-// Rows active "Y", "y" and blank.
-const char kSystem[] = R"({
-  "system_id": "DEV", "release": "46C",
-  "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
-  "structures": {
-    "ZKTZ_BATCHES": [
-      {"name": "MANDT", "type": "C", "length": 3},
-      {"name": "PROGRAMM", "type": "C", "length": 40},
-      {"name": "FUNCTION", "type": "C", "length": 30},
-      {"name": "STRUCTURE", "type": "C", "length": 30},
-      {"name": "ACTIVE", "type": "C", "length": 1}
-    ]
-  },
-  "tables": {
-    "ZKTZ_BATCHES": [
-      {"MANDT": "100", "PROGRAMM": "BATCHSRV", "FUNCTION": "Z_UPPER", "STRUCTURE": "ZALIGN", "ACTIVE": "Y"},
-      {"MANDT": "100", "PROGRAMM": "  BATCHSRV", "FUNCTION": "Z_LOWER", "STRUCTURE": "ZALIGN", "ACTIVE": "y"},
-      {"MANDT": "100", "PROGRAMM": "BATCHSRV", "FUNCTION": "Z_BLANK", "STRUCTURE": "ZALIGN", "ACTIVE": ""}
-    ]
-  }
-})";
-
-std::string Cell(const CTextTable& table, const std::string& column, int row) {
-  std::string text = "stale";
-  EXPECT_EQ(1, table.GetCell(column, row, text)) << column << " row " << row;
-  return text;
-}
-
 class AccessE2eTest : public SapsimTest {};
-
-TEST_F(AccessE2eTest, TheCustomerTableReadsAsTrimmedCells) {
-  Start(kSystem);
-  auto connection = Logon();
-  CReadTable reader(connection.get());
-  ASSERT_EQ(1, reader.ReadTable("ZKTZ_BATCHES", " ", " ", "0", "0"));
-  ASSERT_EQ(3, reader.GetRowCount());
-  ASSERT_EQ(5, reader.GetColumnCount());
-  EXPECT_EQ(0, reader.GetColumnIndex("MANDT"));
-  EXPECT_EQ(4, reader.GetColumnIndex("ACTIVE"));
-  EXPECT_EQ("Y", Cell(reader, "ACTIVE", 0));
-  EXPECT_EQ("y", Cell(reader, "ACTIVE", 1));
-  EXPECT_EQ("", Cell(reader, "ACTIVE", 2));
-  EXPECT_EQ("BATCHSRV", Cell(reader, "PROGRAMM", 1));  // leading blanks go too
-  EXPECT_EQ("Z_UPPER", Cell(reader, "FUNCTION", 0));
-  EXPECT_EQ("Z_BLANK", Cell(reader, "FUNCTION", 2));
-  EXPECT_EQ("ZALIGN", Cell(reader, "STRUCTURE", 2));
-  EXPECT_EQ("100", Cell(reader, "MANDT", 0));
-  ASSERT_NE(nullptr, reader.GetColumnInfo(1));
-  EXPECT_EQ(3, reader.GetColumnInfo(1)->offset);
-  EXPECT_EQ(40, reader.GetColumnInfo(1)->length);
-}
 
 // What the worker learns from the example system: the active batch rows and
 // the field layout of each structure they name.
@@ -73,6 +24,13 @@ TEST_F(AccessE2eTest, TheExampleSystemsActiveBatchesAndTheirLayouts) {
   auto connection = Logon();
   CReadTable reader(connection.get());
   ASSERT_EQ(1, reader.ReadTable("ZKTZ_BATCHES", " ", " ", "0", "0"));
+  ASSERT_EQ(5, reader.GetColumnCount());
+  ASSERT_NE(nullptr, reader.GetColumnInfo(1));
+  EXPECT_EQ(3, reader.GetColumnInfo(1)->offset);  // PROGRAMM after MANDT
+  EXPECT_EQ(40, reader.GetColumnInfo(1)->length);
+  std::string cell = "stale";
+  EXPECT_EQ(1, reader.GetCell("ACTIVE", 3, cell));
+  EXPECT_EQ("", cell);  // a blank ACTIVE is an empty cell
 
   std::ostringstream listing;
   for (int row = 0; row < reader.GetRowCount(); ++row) {

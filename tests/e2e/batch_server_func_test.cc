@@ -1,5 +1,4 @@
-// The worker's server application and the batch functions: the idle hook
-// and its activity flag, the descriptor array built from the dictionary,
+// The batch functions: the descriptor array built from the dictionary,
 // the refusal of columns outside the structure, batch ids, and one batch's
 // processing. librfcsim.so is loaded for its local parts (structure
 // registry, internal tables); no SAP system is needed.
@@ -53,91 +52,9 @@ class BatchFunctionTest : public ::testing::Test {
   }
 };
 
-// ---- CBatchServerApp --------------------------------------------------
-
-struct CallbackLog {
-  int calls = 0;
-  CRfcConnection* connection = nullptr;
-  CWorkerContext* context = nullptr;
-};
-CallbackLog g_callback;
-
-int32_t RecordingCallback(CRfcConnection* connection, CWorkerContext* context) {
-  ++g_callback.calls;
-  g_callback.connection = connection;
-  g_callback.context = context;
-  return 0;
-}
-
-int32_t OtherCallback(CRfcConnection*, CWorkerContext*) { return 1; }
-
-TEST_F(BatchFunctionTest, IdleHookReportsActivityOnceAndRunsTheCallback) {
-  CRfcConnection connection;
-  CWorkerContext context;
-  CBatchServerApp app(&connection, &context);
-  EXPECT_EQ(app.GetWorkerContext(), &context);
-
-  // Without callback the hook only reads and clears the flag: 1 after
-  // construction, then 0 while nothing arrives.
-  EXPECT_EQ(app.OnIdle(), 1);
-  EXPECT_EQ(app.OnIdle(), 0);
-  EXPECT_EQ(app.OnIdle(), 0);
-
-  g_callback = CallbackLog{};
-  app.SetListenCallback(&RecordingCallback);
-  app.MarkActivity();
-  EXPECT_EQ(app.OnIdle(), 1);
-  EXPECT_EQ(app.OnIdle(), 0);
-  EXPECT_EQ(g_callback.calls, 2);
-  EXPECT_EQ(g_callback.connection, &connection);
-  EXPECT_EQ(g_callback.context, &context);
-
-  // A later callback replaces the earlier one.
-  app.SetListenCallback(&OtherCallback);
-  EXPECT_EQ(app.OnIdle(), 0);
-  EXPECT_EQ(g_callback.calls, 2);
-}
-
-// ---- CBatchServerFunc -------------------------------------------------
-
-TEST_F(BatchFunctionTest, DescriptorArrayHoldsTheFieldsByColumnThenTwoZeroRecords) {
-  CRfcConnection connection;
-  CBatchServerApp app(&connection, nullptr);
-  Columns columns = ThreeCharFields();
-  CBatchServerFunc function(&app, "z_batch_three", "ZTHREE", columns, nullptr);
-
-  // (Names, BATCH_TABLE and BATCH_RC at work: the batch server end to end.)
-  EXPECT_STREQ(function.GetName(), "Z_BATCH_THREE");
-  EXPECT_EQ(function.GetRowWidth(), 21);
-  ASSERT_NE(function.GetTableParam(), nullptr);
-  EXPECT_EQ(function.GetTableParam()->GetLineLength(), 21);
-
-  const std::vector<CRfcFieldInfo>& array = function.GetFieldInfos();
-  ASSERT_EQ(array.size(), 5u);
-  const struct {
-    const char* name;
-    int offset;
-    int length;
-  } expected[] = {{"FIRST", 0, 10}, {"SECOND", 10, 8}, {"THIRD", 18, 3}};
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_STREQ(array[i].name, expected[i].name);
-    EXPECT_EQ(array[i].column, i);
-    EXPECT_EQ(array[i].offset, expected[i].offset);
-    EXPECT_EQ(array[i].type, TYPE_CHAR);
-    EXPECT_EQ(array[i].length, expected[i].length);
-  }
-  EXPECT_TRUE(IsZeroRecord(array[3]));
-  EXPECT_TRUE(IsZeroRecord(array[4]));
-  // The dictionary's own records now count from 0.
-  EXPECT_EQ(columns[1]->GetColumn(), 0);
-  EXPECT_EQ(columns[2]->GetColumn(), 1);
-  EXPECT_EQ(columns[3]->GetColumn(), 2);
-
-  // BATCH_RC stays inactive until a batch sets it.
-  EXPECT_EQ(function.GetReturnCodeParam()->IsActive(), 0);
-}
-
-TEST_F(BatchFunctionTest, FieldsAreLaidOutWithTheLibrarysAlignment) {
+// (Names, BATCH_TABLE, BATCH_RC and the listen callback at work: the batch
+// server end to end.)
+TEST_F(BatchFunctionTest, DescriptorArrayHoldsTheFieldsByColumnAlignedThenTwoZeroRecords) {
   CRfcConnection connection;
   CBatchServerApp app(&connection, nullptr);
   // Delivered out of order; columns decide the place.
@@ -146,7 +63,11 @@ TEST_F(BatchFunctionTest, FieldsAreLaidOutWithTheLibrarysAlignment) {
   AddColumn(columns, 1, "CODE", 1, TYPE_CHAR, 3);
   AddColumn(columns, 2, "WEIGHT", 2, TYPE_FLOAT, 8);
   AddColumn(columns, 4, "LEVEL", 4, TYPE_INT2, 2);
-  CBatchServerFunc function(&app, "Z_MIXED", "ZMIXED", columns, nullptr);
+  CBatchServerFunc function(&app, "z_mixed", "ZMIXED", columns, nullptr);
+  EXPECT_STREQ(function.GetName(), "Z_MIXED");
+  EXPECT_EQ(function.GetReturnCodeParam()->IsActive(), 0);
+  // The dictionary's own records now count from 0.
+  for (uint16_t key = 1; key <= 4; ++key) EXPECT_EQ(columns[key]->GetColumn(), key - 1);
 
   // The plain sum is the row width; the line is laid out naturally aligned.
   EXPECT_EQ(function.GetRowWidth(), 17);
@@ -155,6 +76,7 @@ TEST_F(BatchFunctionTest, FieldsAreLaidOutWithTheLibrarysAlignment) {
   const std::pair<const char*, int> placed[] = {{"CODE", 0}, {"WEIGHT", 8}, {"COUNT", 16}, {"LEVEL", 20}};
   for (int i = 0; i < 4; ++i) {
     EXPECT_STREQ(array[i].name, placed[i].first);
+    EXPECT_EQ(array[i].column, i);
     EXPECT_EQ(array[i].offset, placed[i].second);
   }
   EXPECT_EQ(function.GetTableParam()->GetLineLength(), 24);

@@ -21,7 +21,9 @@ void Record(const std::string& entry, ConnectionHandle handle, const std::string
   g_script.calls.push_back(ScriptedRfcCall{entry, handle, text, std::move(names)});
 }
 
-std::vector<std::string> ParameterNames(const RfcParameterEntry* entries) {
+// The names of a parameter or table array (up to its end entry).
+template <typename Entry>
+std::vector<std::string> Names(const Entry* entries) {
   std::vector<std::string> names;
   for (; entries != nullptr && entries->name != nullptr; ++entries) {
     names.emplace_back(static_cast<const char*>(entries->name), entries->name_length);
@@ -29,12 +31,15 @@ std::vector<std::string> ParameterNames(const RfcParameterEntry* entries) {
   return names;
 }
 
-std::vector<std::string> TableNames(const RfcTableEntry* entries) {
-  std::vector<std::string> names;
-  for (; entries != nullptr && entries->name != nullptr; ++entries) {
-    names.emplace_back(static_cast<const char*>(entries->name), entries->name_length);
-  }
-  return names;
+// Records a data exchange as "parameters | tables" and answers `result`.
+int Exchange(const char* entry, ConnectionHandle handle, const RfcParameterEntry* parameters,
+             const RfcTableEntry* tables, const int& result) {
+  std::vector<std::string> names = Names(parameters);
+  names.push_back("|");
+  for (std::string& name : Names(tables)) names.push_back(name);
+  Record(entry, handle, "", names);
+  std::lock_guard<std::mutex> hold(g_script.lock);
+  return result;
 }
 
 // Internal tables: enough for the class library's table parameters.
@@ -85,8 +90,8 @@ void RfcClose(ConnectionHandle handle) { Record("RfcClose", handle, ""); }
 
 int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* imports,
             RfcTableEntry* tables) {
-  std::vector<std::string> names = ParameterNames(imports);
-  for (std::string& name : TableNames(tables)) names.push_back(name);
+  std::vector<std::string> names = Names(imports);
+  for (std::string& name : Names(tables)) names.push_back(name);
   Record("RfcCall", handle, function != nullptr ? function : "", names);
   return RFC_FAILURE;
 }
@@ -161,21 +166,11 @@ int RfcGetName(ConnectionHandle handle, char* name) {
 }
 
 int RfcGetData(ConnectionHandle handle, RfcParameterEntry* imports, RfcTableEntry* tables) {
-  std::vector<std::string> names = ParameterNames(imports);
-  names.push_back("|");
-  for (std::string& name : TableNames(tables)) names.push_back(name);
-  Record("RfcGetData", handle, "", names);
-  std::lock_guard<std::mutex> hold(g_script.lock);
-  return g_script.get_data_result;
+  return Exchange("RfcGetData", handle, imports, tables, g_script.get_data_result);
 }
 
 int RfcSendData(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables) {
-  std::vector<std::string> names = ParameterNames(exports);
-  names.push_back("|");
-  for (std::string& name : TableNames(tables)) names.push_back(name);
-  Record("RfcSendData", handle, "", names);
-  std::lock_guard<std::mutex> hold(g_script.lock);
-  return g_script.send_data_result;
+  return Exchange("RfcSendData", handle, exports, tables, g_script.send_data_result);
 }
 
 int RfcRaise(ConnectionHandle handle, const char* exception) {

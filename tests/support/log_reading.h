@@ -33,6 +33,17 @@ inline std::string FilesText(const std::string& dir, const std::string& extensio
 
 inline const std::string kLogRule(65, '#');
 
+// True when `text` starts with the log's date and time, "MM/DD/YY hh:mm:ss".
+inline bool StartsWithLogTime(const std::string& text) {
+  const std::string shape = "00/00/00 00:00:00";
+  if (text.size() < shape.size()) return false;
+  for (size_t i = 0; i < shape.size(); ++i) {
+    const bool digit = text[i] >= '0' && text[i] <= '9';
+    if (shape[i] == '0' ? !digit : text[i] != shape[i]) return false;
+  }
+  return true;
+}
+
 // The log split into service cycles: the text after each header block, up to
 // the next one.
 inline std::vector<std::string> ServiceCycles(const std::string& log) {

@@ -1,5 +1,6 @@
 // The client side of librfcsim.so against a running sapsim: logon, modes,
-// attributes, calls, failures.
+// attributes, calls, failures. (An empty release and the system parameters
+// that tell it: the class library's tests against sapsim.)
 
 #include <signal.h>
 
@@ -140,34 +141,6 @@ TEST_F(ClientTest, LoadBalancingAsksTheMessageServerForTheGroup) {
   EXPECT_EQ(0u, lib.RfcOpen(&options));
   EXPECT_TRUE(LastErrorHas("does not serve system PRD"));
   unsetenv("RFCSIM_MS_PORT");
-}
-
-TEST_F(ClientTest, EmptyReleaseLeavesTheAttributeEmptyAndTheParametersTellIt) {
-  Start(SmallSystem("", "46D"));
-  const ConnectionHandle handle = Open();
-  ASSERT_NE(0u, handle) << lib.LastError();
-  ConnectionAttributes attributes;
-  std::memset(&attributes, 'x', sizeof attributes);
-  lib.RfcGetAttributes(handle, &attributes);
-  EXPECT_STREQ("", attributes.partner_release);
-  EXPECT_STREQ("46D", attributes.kernel_release);
-
-  Chars<30> date_format;
-  Chars<1> decimal_sign, language;
-  Chars<4> release("XXXX");
-  Chars<12> user;
-  RfcParameterEntry exports[] = {Param("DATE_FORMAT", RFCTYPE_CHAR, date_format.text, 30),
-                                 Param("DECIMAL_SIGN", RFCTYPE_CHAR, decimal_sign.text, 1),
-                                 Param("LANGUAGE", RFCTYPE_CHAR, language.text, 1),
-                                 Param("SAP_SYSTEM_RELEASE", RFCTYPE_CHAR, release.text, 4),
-                                 Param("USER_NAME", RFCTYPE_CHAR, user.text, 12), EndParam()};
-  NoArgs none;
-  ASSERT_EQ(RFC_OK, CallReceive(handle, "RFC_GET_SAP_SYSTEM_PARAMETERS", none.params, exports, none.tables))
-      << lib.LastError();
-  EXPECT_EQ("", release.str());
-  EXPECT_EQ("BATCH", user.str());
-  EXPECT_EQ("E", language.str());
-  EXPECT_EQ(".", decimal_sign.str());
 }
 
 TEST_F(ClientTest, UnknownFunctionModuleIsASystemFailureAndTheConnectionStaysGood) {

@@ -73,10 +73,7 @@ TEST_F(BatchRowsTest, ConvertsEveryValueToItsFieldsType) {
 
 TEST_F(BatchRowsTest, MistakesNameLineAndColumn) {
   BatchRows rows;
-  EXPECT_EQ("line 1, column 2: unknown column \"COLOUR\" (not a field of ZLINE)", Build("NAME,COLOUR\n", &rows));
-  EXPECT_EQ("line 3, column 1 (NAME): value too long: 6 characters, the field holds 5",
-            Build("NAME,QTY\nok,1\nlonger,2\n", &rows));
-  EXPECT_EQ("line 2, column 2 (QTY): '1x' is not a number", Build("NAME,QTY\nok,1x\n", &rows));
+  // (Unknown columns, values too long and no numbers: sapsim call's test.)
   EXPECT_EQ("line 2, column 1 (PRICE): 1234 does not fit a packed number of 3 bytes with 2 decimals",
             Build("PRICE\n1234\n", &rows));
   EXPECT_EQ("line 2: 3 values, the header names 2 columns", Build("NAME,QTY\na,1,2\n", &rows));

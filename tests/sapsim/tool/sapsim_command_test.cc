@@ -91,9 +91,9 @@ TEST_F(SapsimCall, BadBatchesAndOptionsAreRefusedBeforeAnyCall) {
     const char* message;
   } cases[] = {
       {"ZBATCH_ORDER", dir_.Write("unknown.csv", "H_IDENT,COLOUR\nx,red\n"), 2,
-       "line 1, column 2: unknown column \"COLOUR\""},
+       "line 1, column 2: unknown column \"COLOUR\" (not a field of ZBATCH_ORDER)"},
       {"ZBATCH_ORDER", dir_.Write("long.csv", "H_IDENT,T_IDENT\nH1,T1\nH2,T_IDENT_TOO_LONG\n"), 2,
-       "line 3, column 2 (T_IDENT): value too long"},
+       "line 3, column 2 (T_IDENT): value too long: 16 characters, the field holds 10"},
       {"ZBATCH_ORDER", dir_.Write("number.csv", "IDENT,QUANTITY\n1,12\n2,twelve\n"), 2,
        "line 3, column 2 (QUANTITY): 'twelve' is not a number"},
       {"ZBATCH_ORDER", dir_.File("absent.csv"), 2, "absent.csv: cannot read"},
