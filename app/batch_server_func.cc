@@ -6,6 +6,7 @@
 #include "access/sap_table.h"
 #include "app/batch_server_app.h"
 #include "platform/clock.h"
+#include "platform/critical_section.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
@@ -95,8 +96,22 @@ std::string CBatchServerFunc::FormatBatchId(int64_t seconds, uint32_t millisecon
 }
 
 std::string CBatchServerFunc::MakeBatchId() {
-  // Two readings, one after the other, used as they come.
-  const int64_t seconds = platform::CalendarSeconds();
-  const uint32_t milliseconds = platform::CalendarMilliseconds();
-  return FormatBatchId(seconds, milliseconds);
+  // The id names the batch's file: a second batch within the same millisecond
+  // would overwrite the first one's document. So an id equal to the last one
+  // this process gave out is not used; the clock is read again once it has
+  // moved on. Each id is still two readings, one after the other, used as
+  // they come.
+  static platform::CriticalSection section;
+  static std::string last;
+  platform::CriticalSectionLock lock(section);
+  for (;;) {
+    const int64_t seconds = platform::CalendarSeconds();
+    const uint32_t milliseconds = platform::CalendarMilliseconds();
+    std::string id = FormatBatchId(seconds, milliseconds);
+    if (id != last) {
+      last = id;
+      return id;
+    }
+    platform::Sleep(0);
+  }
 }
