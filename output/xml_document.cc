@@ -28,13 +28,16 @@ std::string CXmlDocument::BuildInMemory() const {
   std::string out;
   if (!root_) return out;
   // The length is known before anything is written, so the text is allocated
-  // once at its final size: no growing, no copying, no slack.
+  // once at its final size (and a little room for the writer's wide copies):
+  // no growing, no copying.
   const std::string_view declaration(kDeclaration);
-  out.resize(declaration.size() + 2 + root_->GetElementLength());
+  const size_t length = declaration.size() + 2 + root_->GetElementLength();
+  out.resize(length + CXmlElement::kWriteSlack);
   char* end = std::copy(declaration.begin(), declaration.end(), out.data());
   *end++ = '\n';
   *end++ = '\n';
   root_->WriteElement(end);
+  out.resize(length);  // keeps the buffer: no copy
   return out;
 }
 

@@ -161,12 +161,16 @@ void* ArenaAllocate(size_t bytes) {
   return memory;
 }
 
+BlockHeader* BlockOf(void* memory) {
+  const auto address = reinterpret_cast<std::uintptr_t>(memory);
+  return reinterpret_cast<BlockHeader*>(address & ~(std::uintptr_t{kBlockSize} - 1));
+}
+
 void ArenaRelease(void* memory, size_t bytes) noexcept {
   if (memory == nullptr) return;
   BS_POISON(memory, bytes);
   (void)bytes;
-  const auto address = reinterpret_cast<std::uintptr_t>(memory);
-  Drop(reinterpret_cast<BlockHeader*>(address & ~(std::uintptr_t{kBlockSize} - 1)), 1);
+  Drop(BlockOf(memory), 1);
 }
 
 // ---------------------------------------------------------------------------
@@ -323,11 +327,63 @@ size_t CXmlElement::GetArenaBlockCount() {
   return g_blocks_in_use.load(std::memory_order_relaxed);
 }
 
+// Gives memory back to the arena a block at a time: a tree's elements lie
+// side by side in few blocks, so one atomic update covers a run of them.
+class CXmlElement::Releaser {
+ public:
+  Releaser() = default;
+  Releaser(const Releaser&) = delete;
+  Releaser& operator=(const Releaser&) = delete;
+  ~Releaser() { Flush(); }
+
+  void Release(void* memory, size_t bytes) noexcept {
+    if (memory == nullptr) return;
+    BS_POISON(memory, bytes);
+    (void)bytes;
+    BlockHeader* block = BlockOf(memory);
+    if (block != block_) {
+      Flush();
+      block_ = block;
+    }
+    ++count_;
+  }
+
+  void Flush() noexcept {
+    if (block_ != nullptr) Drop(block_, count_);
+    block_ = nullptr;
+    count_ = 0;
+  }
+
+ private:
+  BlockHeader* block_ = nullptr;
+  int64_t count_ = 0;
+};
+
 CXmlElement::CXmlElement(std::string_view name) { SetText(name, std::string_view()); }
 
 CXmlElement::CXmlElement(std::string_view name, std::string_view value) { SetText(name, value); }
 
-CXmlElement::~CXmlElement() { ArenaRelease(text_, size_t{name_length_} + value_length_); }
+CXmlElement::~CXmlElement() {
+  Releaser releaser;
+  DestroyChildren(releaser);
+  releaser.Release(text_, size_t{name_length_} + value_length_);
+}
+
+void CXmlElement::DestroyChildren(Releaser& releaser) noexcept {
+  CXmlElement* child = first_child_;
+  first_child_ = last_child_ = nullptr;
+  child_count_ = 0;
+  while (child != nullptr) {
+    CXmlElement* next = child->next_sibling_;
+    child->DestroyChildren(releaser);
+    releaser.Release(child->text_, size_t{child->name_length_} + child->value_length_);
+    child->text_ = nullptr;
+    // Only an attribute table is left for the destructor to free.
+    if (child->attributes_) child->~CXmlElement();
+    releaser.Release(child, sizeof(CXmlElement));
+    child = next;
+  }
+}
 
 // Escaping neither makes nor removes white space, and every entity that
 // protects an "&" lies within the text's non-blank part, so trimming first and
@@ -340,6 +396,7 @@ void CXmlElement::SetText(std::string_view name, std::string_view value) {
   const bool plain_value = FindEscapable(value) == value.size();
   name_length_ = TextLength(plain_name ? name.size() : EscapedLength(name));
   value_length_ = TextLength(plain_value ? value.size() : EscapedLength(value));
+  length_ = OwnLengthWith(false);
   const size_t total = size_t{name_length_} + value_length_;
   if (total == 0) return;
   text_ = static_cast<char*>(ArenaAllocate(total));
@@ -373,17 +430,57 @@ void CXmlElement::SetAttribute(const std::string& name, const std::string& value
   auto& bucket = (*attributes_)[AttributeBucket(name)];
   for (auto& entry : bucket) {
     if (entry.first == name) {
+      const std::ptrdiff_t delta = static_cast<std::ptrdiff_t>(value.size()) -
+                                   static_cast<std::ptrdiff_t>(entry.second.size());
       entry.second = value;
+      attributes_length_ += static_cast<size_t>(delta);
+      Grow(delta);
       return;
     }
   }
   bucket.insert(bucket.begin(), {name, value});
+  // blank, name, '=', two double quotes, value
+  const size_t added = name.size() + value.size() + 4;
+  attributes_length_ += added;
+  Grow(static_cast<std::ptrdiff_t>(added));
 }
 
 void CXmlElement::AddChild(std::unique_ptr<CXmlElement> child) {
   if (!child) return;
-  child->level_ = level_ + 1;
-  children_.push_back(std::move(child));
+  CXmlElement* added = child.release();
+  // The child's indentation changes with its level: once in a self-closed or
+  // leaf element, twice (start and end tag) with children. Its own children
+  // keep theirs, as their levels were fixed when they were added.
+  const std::ptrdiff_t indent_change =
+      static_cast<std::ptrdiff_t>(IndentOf(level_ + 1)) -
+      static_cast<std::ptrdiff_t>(IndentOf(added->level_));
+  added->length_ += static_cast<size_t>(indent_change * (added->first_child_ ? 2 : 1));
+  added->level_ = level_ + 1;
+  added->parent_ = this;
+  std::ptrdiff_t delta = static_cast<std::ptrdiff_t>(added->length_);
+  if (last_child_ == nullptr) {
+    // "<X/>" or "<X>v</X>" becomes "<X>", the children, "\n", indent, "</X>".
+    delta += static_cast<std::ptrdiff_t>(OwnLengthWith(true)) -
+             static_cast<std::ptrdiff_t>(OwnLengthWith(false));
+    first_child_ = added;
+  } else {
+    last_child_->next_sibling_ = added;
+  }
+  last_child_ = added;
+  ++child_count_;
+  Grow(delta);
+}
+
+void CXmlElement::Grow(std::ptrdiff_t delta) {
+  for (CXmlElement* element = this; element != nullptr; element = element->parent_) {
+    element->length_ += static_cast<size_t>(delta);
+  }
+}
+
+const CXmlElement* CXmlElement::GetChild(size_t i) const {
+  const CXmlElement* child = first_child_;
+  while (child != nullptr && i-- > 0) child = child->next_sibling_;
+  return child;
 }
 
 std::vector<std::pair<std::string, std::string>> CXmlElement::GetAttributes() const {
@@ -396,17 +493,12 @@ std::vector<std::pair<std::string, std::string>> CXmlElement::GetAttributes() co
 // Tags are composed at their full length, so a tag of any length is written
 // whole: nothing is cut and nothing can be overrun.
 size_t CXmlElement::GetStartTagLength() const {
-  size_t length = 1 + IndentOf(level_) + 1 + name_length_;
-  if (attributes_) {
-    for (const auto& bucket : *attributes_) {
-      for (const auto& [key, value] : bucket) length += key.size() + value.size() + 4;
-    }
-  }
-  return length + ((children_.empty() && value_length_ == 0) ? 2 : 1);
+  const size_t length = 1 + IndentOf(level_) + 1 + name_length_ + attributes_length_;
+  return length + ((first_child_ == nullptr && value_length_ == 0) ? 2 : 1);
 }
 
 size_t CXmlElement::GetEndTagLength() const {
-  if (!children_.empty()) return 1 + IndentOf(level_) + 3 + name_length_;
+  if (first_child_ != nullptr) return 1 + IndentOf(level_) + 3 + name_length_;
   return value_length_ == 0 ? 0 : 3 + name_length_;
 }
 
@@ -422,18 +514,48 @@ char* CXmlElement::WriteStartTag(char* out) const {
       }
     }
   }
-  if (children_.empty() && value_length_ == 0) return Put(Put(out, '/'), '>');
+  if (first_child_ == nullptr && value_length_ == 0) return Put(Put(out, '/'), '>');
   return Put(out, '>');
 }
 
 char* CXmlElement::WriteEndTag(char* out) const {
-  if (!children_.empty()) {
+  if (first_child_ != nullptr) {
     out = PutIndent(Put(out, '\n'), level_);
   } else if (value_length_ == 0) {
     return out;  // the start tag already closed itself
   }
   out = Put(Put(Put(out, '<'), '/'), GetName());
   return Put(out, '>');
+}
+
+// The common case, a leaf without attributes, written with fixed-size copies
+// that may run up to kWriteSlack bytes past what they mean to write; the
+// buffer has that much room after its end, and later writes overwrite it.
+char* CXmlElement::WriteLeaf(char* out) const {
+  // A line feed and the blanks of the deepest indentation written this way.
+  static constexpr struct Line {
+    char text[kWriteSlack] = {};
+    constexpr Line() {
+      text[0] = '\n';
+      for (size_t i = 1; i < kWriteSlack; ++i) text[i] = ' ';
+    }
+  } kLine;
+  const size_t indent = Indent();
+  if (indent + 1 > kWriteSlack) return WriteEndTag(Put(WriteStartTag(out), GetValue()));
+  std::memcpy(out, kLine.text, kWriteSlack);
+  out += indent + 1;
+  *out++ = '<';
+  out = Put(out, GetName());
+  if (value_length_ == 0) {
+    std::memcpy(out, "/>", 2);
+    return out + 2;
+  }
+  *out++ = '>';
+  out = Put(out, GetValue());
+  std::memcpy(out, "</", 2);
+  out = Put(out + 2, GetName());
+  *out = '>';
+  return out + 1;
 }
 
 std::string CXmlElement::GetStartTag() const {
@@ -448,25 +570,23 @@ std::string CXmlElement::GetEndTag() const {
   return tag;
 }
 
-size_t CXmlElement::GetElementLength() const {
-  size_t length = GetStartTagLength() + GetEndTagLength();
-  if (children_.empty()) return length + value_length_;
-  for (const auto& child : children_) length += child->GetElementLength();
-  return length;
-}
-
 char* CXmlElement::WriteElement(char* out) const {
+  if (first_child_ == nullptr && !attributes_) return WriteLeaf(out);
   out = WriteStartTag(out);
-  if (children_.empty()) {
+  if (first_child_ == nullptr) {
     out = Put(out, GetValue());
   } else {
-    for (const auto& child : children_) out = child->WriteElement(out);
+    for (const CXmlElement* child = first_child_; child != nullptr; child = child->next_sibling_) {
+      out = child->WriteElement(out);
+    }
   }
   return WriteEndTag(out);
 }
 
 void CXmlElement::WriteElement(std::string& out) const {
   const size_t at = out.size();
-  out.resize(at + GetElementLength());
+  const size_t length = GetElementLength();
+  out.resize(at + length + kWriteSlack);
   WriteElement(out.data() + at);
+  out.resize(at + length);
 }

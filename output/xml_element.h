@@ -41,19 +41,22 @@ class CXmlElement {
   // Takes ownership; the child's level becomes this level + 1 at this moment,
   // so trees are built from the root downwards.
   void AddChild(std::unique_ptr<CXmlElement> child);
-  // Room for `count` children in all, so that a row's columns are added
-  // without growing the list step by step.
-  void ReserveChildren(size_t count) { children_.reserve(count); }
+  // Kept for callers that know a row's width; children are an intrusive
+  // list, so there is nothing to reserve.
+  void ReserveChildren(size_t /*count*/) {}
 
   std::string GetStartTag() const;
   std::string GetEndTag() const;
 
-  // Serialising is two passes over the tree: the exact length first, so that
-  // the text is written once into a buffer of its final size.
   // The number of bytes WriteElement writes for this element and its subtree.
-  size_t GetElementLength() const;
+  // Kept up to date as the tree grows, so the document knows its final size
+  // without a pass over the tree.
+  size_t GetElementLength() const { return length_; }
+  // Bytes past the end that WriteElement may scribble on.
+  static constexpr size_t kWriteSlack = 64;
   // Writes this element and its subtree at `out`, which has room for
-  // GetElementLength() bytes; returns the end of what was written.
+  // GetElementLength() + kWriteSlack bytes; returns the end of what was
+  // written.
   char* WriteElement(char* out) const;
   // Appends this element and its subtree to `out`.
   void WriteElement(std::string& out) const;
@@ -64,8 +67,9 @@ class CXmlElement {
                             : std::string_view();
   }
   int GetLevel() const { return level_; }
-  size_t GetChildCount() const { return children_.size(); }
-  const CXmlElement* GetChild(size_t i) const { return children_[i].get(); }
+  size_t GetChildCount() const { return child_count_; }
+  // Walks the list: for inspection, not for serialising.
+  const CXmlElement* GetChild(size_t i) const;
   // Attributes in the order they are written.
   std::vector<std::pair<std::string, std::string>> GetAttributes() const;
 
@@ -88,18 +92,43 @@ class CXmlElement {
   using AttributeTable =
       std::array<std::vector<std::pair<std::string, std::string>>, kBuckets>;
 
+  class Releaser;
+
   void SetText(std::string_view name, std::string_view value);
+  // Destroys the subtree below this element; its memory goes back through
+  // `releaser`, one block at a time instead of one element at a time.
+  void DestroyChildren(Releaser& releaser) noexcept;
+  // Adds `delta` to the length of this element and of every ancestor.
+  void Grow(std::ptrdiff_t delta);
+  // The element's own tags and, without children, its value: all it writes
+  // but its children's text.
+  size_t OwnLengthWith(bool children) const {
+    const size_t start = 2 + Indent() + name_length_ + attributes_length_;
+    if (children) return start + 1 + 1 + Indent() + 3 + name_length_;
+    if (value_length_ == 0) return start + 2;
+    return start + 1 + value_length_ + 3 + name_length_;
+  }
+  size_t Indent() const { return level_ > 0 ? static_cast<size_t>(level_) * 2 : 0; }
   size_t GetStartTagLength() const;
   size_t GetEndTagLength() const;
   char* WriteStartTag(char* out) const;
   char* WriteEndTag(char* out) const;
+  char* WriteLeaf(char* out) const;
 
   std::unique_ptr<AttributeTable> attributes_;  // null until the first attribute
-  int level_ = 0;
-  uint32_t name_length_ = 0;
-  uint32_t value_length_ = 0;
+  // Owned children, first to last; each links to its next sibling. The parent
+  // link lets length changes reach the ancestors.
+  CXmlElement* first_child_ = nullptr;
+  CXmlElement* last_child_ = nullptr;
+  CXmlElement* next_sibling_ = nullptr;
+  CXmlElement* parent_ = nullptr;
   // The escaped, trimmed name followed by the value, in the arena; null when
   // both are empty.
   char* text_ = nullptr;
-  std::vector<std::unique_ptr<CXmlElement>> children_;
+  size_t length_ = 0;            // bytes of this element and its subtree
+  size_t attributes_length_ = 0; // bytes of the attributes in the start tag
+  int level_ = 0;
+  uint32_t name_length_ = 0;
+  uint32_t value_length_ = 0;
+  uint32_t child_count_ = 0;
 };
