@@ -10,7 +10,10 @@
 #include <cstring>
 #include <memory>
 #include <regex>
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "access/sap_table.h"
 #include "app/batch_app.h"
@@ -133,6 +136,22 @@ TEST_F(BatchFunctionTest, BatchIdIsSecondsInTwelveDigitsAndMillisecondsInThree) 
   EXPECT_TRUE(std::regex_match(first, std::regex("[0-9]{15}")));
   EXPECT_EQ(std::stoll(second.substr(0, 12)) - std::stoll(first.substr(0, 12)), 1)
       << first << " " << second;
+}
+
+// An id names the batch's file: ids taken back to back, from two threads at
+// once, must never repeat, or a batch overwrites another one's document.
+TEST_F(BatchFunctionTest, BatchIdsTakenBackToBackNeverRepeat) {
+  std::vector<std::string> ids[2];
+  std::thread workers[2];
+  for (int t = 0; t < 2; ++t) {
+    workers[t] = std::thread([&ids, t] {
+      for (int i = 0; i < 40; ++i) ids[t].push_back(CBatchServerFunc::MakeBatchId());
+    });
+  }
+  for (std::thread& worker : workers) worker.join();
+  std::set<std::string> distinct(ids[0].begin(), ids[0].end());
+  distinct.insert(ids[1].begin(), ids[1].end());
+  EXPECT_EQ(distinct.size(), 80u);
 }
 
 struct HandlerLog {
