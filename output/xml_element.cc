@@ -166,6 +166,24 @@ BlockHeader* BlockOf(void* memory) {
   return reinterpret_cast<BlockHeader*>(address & ~(std::uintptr_t{kBlockSize} - 1));
 }
 
+size_t ArenaStep(size_t bytes) { return RoundUp(bytes) + kGap; }
+
+// `bytes` right after `last`, which took `last_size` bytes, when `last` was
+// the calling thread's most recent allocation and its block has the room;
+// null otherwise. The extension is not counted: it goes back with `last`.
+void* ArenaExtend(const void* last, size_t last_size, size_t bytes) {
+  Cursor& cursor = t_cursor;
+  if (cursor.next != static_cast<const char*>(last) + ArenaStep(last_size)) return nullptr;
+  const size_t step = ArenaStep(bytes);
+  if (bytes > kLargestShared || static_cast<size_t>(cursor.end - cursor.next) < step) {
+    return nullptr;
+  }
+  char* memory = cursor.next;
+  cursor.next += step;
+  BS_UNPOISON(memory, bytes);
+  return memory;
+}
+
 void ArenaRelease(void* memory, size_t bytes) noexcept {
   if (memory == nullptr) return;
   BS_POISON(memory, bytes);
@@ -205,17 +223,54 @@ unsigned Marked(char c) { return kEscapeTable.marked[static_cast<unsigned char>(
 bool NeedsEscape(char c) { return Marked(c) != 0; }
 
 // The position of the first character escaping may change, or the size.
+// Whether any of the eight bytes is one escaping may change: "<" and ">"
+// differ in one bit, the double quote and "&" in another, so two byte-wise
+// comparisons find all four.
+bool HasEscapable(uint64_t word) {
+  constexpr uint64_t kOnes = 0x0101010101010101ull;
+  constexpr uint64_t kHighs = 0x8080808080808080ull;
+  const uint64_t angle = (word | (kOnes * 0x02)) ^ (kOnes * 0x3E);
+  const uint64_t quote = (word | (kOnes * 0x04)) ^ (kOnes * 0x26);
+  // Non-zero exactly when some byte of either is zero.
+  return ((((angle - kOnes) & ~angle) | ((quote - kOnes) & ~quote)) & kHighs) != 0;
+}
+
+size_t ScanBytes(const char* data, size_t i, size_t size) {
+  while (i < size && !NeedsEscape(data[i])) ++i;
+  return i;
+}
+
+uint64_t Load8(const char* at) {
+  uint64_t word;
+  std::memcpy(&word, at, 8);
+  return word;
+}
+
+uint64_t Load4(const char* at) {
+  uint32_t word;
+  std::memcpy(&word, at, 4);
+  return word;
+}
+
+// Whole words, the last one overlapping what went before, so that a short text
+// costs one or two tests instead of a loop over its characters; only a word
+// that holds a candidate is looked at byte by byte.
 size_t FindEscapable(std::string_view text, size_t from = 0) {
   const char* data = text.data();
   const size_t size = text.size();
   size_t i = from;
-  // Four at a time, without a branch per character.
-  while (i + 4 <= size &&
-         (Marked(data[i]) | Marked(data[i + 1]) | Marked(data[i + 2]) | Marked(data[i + 3])) == 0) {
-    i += 4;
+  for (; i + 8 <= size; i += 8) {
+    if (HasEscapable(Load8(data + i))) return ScanBytes(data, i, size);
   }
-  while (i < size && !NeedsEscape(data[i])) ++i;
-  return i;
+  if (i >= size) return size;
+  if (size >= 8) {
+    return HasEscapable(Load8(data + size - 8)) ? ScanBytes(data, i, size) : size;
+  }
+  if (size - i >= 4) {
+    const uint64_t word = Load4(data + i) | (Load4(data + size - 4) << 32);
+    if (!HasEscapable(word)) return size;
+  }
+  return ScanBytes(data, i, size);
 }
 
 // What the character at `pos` becomes; empty when it stays as it is.
@@ -366,7 +421,21 @@ CXmlElement::CXmlElement(std::string_view name, std::string_view value) { SetTex
 CXmlElement::~CXmlElement() {
   Releaser releaser;
   DestroyChildren(releaser);
-  releaser.Release(text_, size_t{name_length_} + value_length_);
+  ReleaseText(releaser);
+}
+
+bool CXmlElement::TextInline() const {
+  return text_ == reinterpret_cast<const char*>(this) + ArenaStep(sizeof(CXmlElement));
+}
+
+void CXmlElement::ReleaseText(Releaser& releaser) noexcept {
+  const size_t length = size_t{name_length_} + value_length_;
+  if (TextInline()) {
+    BS_POISON(text_, length);  // goes back with the element
+  } else {
+    releaser.Release(text_, length);
+  }
+  text_ = nullptr;
 }
 
 void CXmlElement::DestroyChildren(Releaser& releaser) noexcept {
@@ -376,8 +445,7 @@ void CXmlElement::DestroyChildren(Releaser& releaser) noexcept {
   while (child != nullptr) {
     CXmlElement* next = child->next_sibling_;
     child->DestroyChildren(releaser);
-    releaser.Release(child->text_, size_t{child->name_length_} + child->value_length_);
-    child->text_ = nullptr;
+    child->ReleaseText(releaser);
     // Only an attribute table is left for the destructor to free.
     if (child->attributes_) child->~CXmlElement();
     releaser.Release(child, sizeof(CXmlElement));
@@ -399,7 +467,10 @@ void CXmlElement::SetText(std::string_view name, std::string_view value) {
   length_ = OwnLengthWith(false);
   const size_t total = size_t{name_length_} + value_length_;
   if (total == 0) return;
-  text_ = static_cast<char*>(ArenaAllocate(total));
+  // Right behind the element when it was the arena's last allocation, so that
+  // both go back as one.
+  text_ = static_cast<char*>(ArenaExtend(this, sizeof(CXmlElement), total));
+  if (text_ == nullptr) text_ = static_cast<char*>(ArenaAllocate(total));
   char* out = plain_name ? Put(text_, name) : WriteEscaped(text_, name);
   if (plain_value) {
     Put(out, value);
@@ -427,13 +498,13 @@ unsigned CXmlElement::AttributeBucket(const std::string& name) {
 
 void CXmlElement::SetAttribute(const std::string& name, const std::string& value) {
   if (!attributes_) attributes_ = std::make_unique<AttributeTable>();
-  auto& bucket = (*attributes_)[AttributeBucket(name)];
+  auto& bucket = attributes_->buckets[AttributeBucket(name)];
   for (auto& entry : bucket) {
     if (entry.first == name) {
       const std::ptrdiff_t delta = static_cast<std::ptrdiff_t>(value.size()) -
                                    static_cast<std::ptrdiff_t>(entry.second.size());
       entry.second = value;
-      attributes_length_ += static_cast<size_t>(delta);
+      attributes_->length += static_cast<size_t>(delta);
       Grow(delta);
       return;
     }
@@ -441,7 +512,7 @@ void CXmlElement::SetAttribute(const std::string& name, const std::string& value
   bucket.insert(bucket.begin(), {name, value});
   // blank, name, '=', two double quotes, value
   const size_t added = name.size() + value.size() + 4;
-  attributes_length_ += added;
+  attributes_->length += added;
   Grow(static_cast<std::ptrdiff_t>(added));
 }
 
@@ -486,14 +557,14 @@ const CXmlElement* CXmlElement::GetChild(size_t i) const {
 std::vector<std::pair<std::string, std::string>> CXmlElement::GetAttributes() const {
   std::vector<std::pair<std::string, std::string>> all;
   if (!attributes_) return all;
-  for (const auto& bucket : *attributes_) all.insert(all.end(), bucket.begin(), bucket.end());
+  for (const auto& bucket : attributes_->buckets) all.insert(all.end(), bucket.begin(), bucket.end());
   return all;
 }
 
 // Tags are composed at their full length, so a tag of any length is written
 // whole: nothing is cut and nothing can be overrun.
 size_t CXmlElement::GetStartTagLength() const {
-  const size_t length = 1 + IndentOf(level_) + 1 + name_length_ + attributes_length_;
+  const size_t length = 1 + IndentOf(level_) + 1 + name_length_ + AttributesLength();
   return length + ((first_child_ == nullptr && value_length_ == 0) ? 2 : 1);
 }
 
@@ -506,7 +577,7 @@ char* CXmlElement::WriteStartTag(char* out) const {
   out = PutIndent(Put(out, '\n'), level_);
   out = Put(Put(out, '<'), GetName());
   if (attributes_) {
-    for (const auto& bucket : *attributes_) {
+    for (const auto& bucket : attributes_->buckets) {
       for (const auto& [key, value] : bucket) {
         out = Put(Put(out, ' '), key);
         out = Put(Put(Put(out, '='), '"'), value);

@@ -89,8 +89,10 @@ class CXmlElement {
   static constexpr unsigned kBuckets = 17;
   // Each bucket lists its names most recently inserted first, which is the
   // order they are written in.
-  using AttributeTable =
-      std::array<std::vector<std::pair<std::string, std::string>>, kBuckets>;
+  struct AttributeTable {
+    std::array<std::vector<std::pair<std::string, std::string>>, kBuckets> buckets;
+    size_t length = 0;  // bytes of the attributes in the start tag
+  };
 
   class Releaser;
 
@@ -98,16 +100,20 @@ class CXmlElement {
   // Destroys the subtree below this element; its memory goes back through
   // `releaser`, one block at a time instead of one element at a time.
   void DestroyChildren(Releaser& releaser) noexcept;
+  void ReleaseText(Releaser& releaser) noexcept;
   // Adds `delta` to the length of this element and of every ancestor.
   void Grow(std::ptrdiff_t delta);
   // The element's own tags and, without children, its value: all it writes
   // but its children's text.
   size_t OwnLengthWith(bool children) const {
-    const size_t start = 2 + Indent() + name_length_ + attributes_length_;
+    const size_t start = 2 + Indent() + name_length_ + AttributesLength();
     if (children) return start + 1 + 1 + Indent() + 3 + name_length_;
     if (value_length_ == 0) return start + 2;
     return start + 1 + value_length_ + 3 + name_length_;
   }
+  size_t AttributesLength() const { return attributes_ ? attributes_->length : 0; }
+  // The text is in the element's own allocation, right after it.
+  bool TextInline() const;
   size_t Indent() const { return level_ > 0 ? static_cast<size_t>(level_) * 2 : 0; }
   size_t GetStartTagLength() const;
   size_t GetEndTagLength() const;
@@ -126,7 +132,6 @@ class CXmlElement {
   // both are empty.
   char* text_ = nullptr;
   size_t length_ = 0;            // bytes of this element and its subtree
-  size_t attributes_length_ = 0; // bytes of the attributes in the start tag
   int level_ = 0;
   uint32_t name_length_ = 0;
   uint32_t value_length_ = 0;
