@@ -121,15 +121,18 @@ std::string BuildOurs(const Batch& b) {
   function->SetAttribute("BEGIN", "1");
   CXmlElement* function_element = function.get();
   document.AddToRoot(std::move(function));
+  std::vector<CXmlName> names;
+  names.reserve(kColumns);
+  for (const std::string& name : kColumnNames) names.emplace_back(name);
   for (const auto& row : b.rows) {
     const std::string* ident = Identifier(row);
     if (ident == nullptr) continue;
     std::unique_ptr<CXmlElement> row_element = document.CreateElement(*ident);
     CXmlElement* target = row_element.get();
     function_element->AddChild(std::move(row_element));
-    target->ReserveChildren(kColumns);
     for (int c = 0; c < kColumns; ++c) {
-      target->AddChild(document.CreateElement(kColumnNames[c], row[static_cast<size_t>(c)]));
+      target->AddChild(document.CreateElement(names[static_cast<size_t>(c)],
+                                              row[static_cast<size_t>(c)]));
     }
   }
   return document.BuildInMemory();

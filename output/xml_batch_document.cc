@@ -37,7 +37,7 @@ void CXmlBatchDocument::Build() {
   // as a lookup by name in the table does.
   struct NamedColumn {
     int position;
-    std::string name;
+    CXmlName name;  // escaped and trimmed once, not once per row
   };
   std::vector<NamedColumn> named;
   int h_ident = kNoColumn;
@@ -47,7 +47,7 @@ void CXmlBatchDocument::Build() {
   for (int column = 0; column < columns; ++column) {
     const char* name = table_->GetColumnName(column);
     if (name == nullptr) continue;
-    named.push_back({column, name});
+    named.push_back({column, CXmlName(name)});
     if (std::strcmp(name, "H_IDENT") == 0) h_ident = column;
     if (std::strcmp(name, "T_IDENT") == 0) t_ident = column;
     if (std::strcmp(name, "IDENT") == 0) ident = column;
@@ -70,7 +70,6 @@ void CXmlBatchDocument::Build() {
     CXmlElement* row_target = row_element.get();
     // Levels are fixed when a child is added, so the row joins the tree first.
     function_element->AddChild(std::move(row_element));
-    row_target->ReserveChildren(named.size());
     for (const NamedColumn& column : named) {
       row_target->AddChild(CreateElement(column.name, table_->GetValue(column.position)));
     }

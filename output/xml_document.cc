@@ -20,6 +20,11 @@ std::unique_ptr<CXmlElement> CXmlDocument::CreateElement(std::string_view name,
   return std::make_unique<CXmlElement>(name, value);
 }
 
+std::unique_ptr<CXmlElement> CXmlDocument::CreateElement(const CXmlName& name,
+                                                         std::string_view value) const {
+  return std::make_unique<CXmlElement>(name, value);
+}
+
 void CXmlDocument::AddToRoot(std::unique_ptr<CXmlElement> element) {
   root_->AddChild(std::move(element));
 }

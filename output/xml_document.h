@@ -19,6 +19,7 @@ class CXmlDocument {
   // A new, unattached element.
   std::unique_ptr<CXmlElement> CreateElement(std::string_view name) const;
   std::unique_ptr<CXmlElement> CreateElement(std::string_view name, std::string_view value) const;
+  std::unique_ptr<CXmlElement> CreateElement(const CXmlName& name, std::string_view value) const;
   void AddToRoot(std::unique_ptr<CXmlElement> element);
 
   // The whole document: declaration, two line feeds, the root element, no

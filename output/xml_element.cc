@@ -414,9 +414,18 @@ class CXmlElement::Releaser {
   int64_t count_ = 0;
 };
 
-CXmlElement::CXmlElement(std::string_view name) { SetText(name, std::string_view()); }
+CXmlElement::CXmlElement(std::string_view name) { SetText(name, false, std::string_view()); }
 
-CXmlElement::CXmlElement(std::string_view name, std::string_view value) { SetText(name, value); }
+CXmlElement::CXmlElement(std::string_view name, std::string_view value) {
+  SetText(name, false, value);
+}
+
+CXmlElement::CXmlElement(const CXmlName& name, std::string_view value) {
+  SetText(name.GetText(), true, value);
+}
+
+CXmlName::CXmlName(std::string_view name)
+    : text_(CXmlElement::Trim(CXmlElement::Escape(name))) {}
 
 CXmlElement::~CXmlElement() {
   Releaser releaser;
@@ -456,11 +465,11 @@ void CXmlElement::DestroyChildren(Releaser& releaser) noexcept {
 // Escaping neither makes nor removes white space, and every entity that
 // protects an "&" lies within the text's non-blank part, so trimming first and
 // escaping what is left gives what escaping first and trimming then gives.
-void CXmlElement::SetText(std::string_view name, std::string_view value) {
-  name = Trimmed(name);
+void CXmlElement::SetText(std::string_view name, bool name_ready, std::string_view value) {
+  if (!name_ready) name = Trimmed(name);
   value = Trimmed(value);
   // Most names and values have nothing to escape and are copied as they are.
-  const bool plain_name = FindEscapable(name) == name.size();
+  const bool plain_name = name_ready || FindEscapable(name) == name.size();
   const bool plain_value = FindEscapable(value) == value.size();
   name_length_ = TextLength(plain_name ? name.size() : EscapedLength(name));
   value_length_ = TextLength(plain_value ? value.size() : EscapedLength(value));

@@ -21,11 +21,16 @@
 #include <utility>
 #include <vector>
 
+class CXmlName;
+
 class CXmlElement {
  public:
   // Name and value are escaped, then stripped of surrounding white space.
   explicit CXmlElement(std::string_view name);
   CXmlElement(std::string_view name, std::string_view value);
+  // The name as prepared once for many elements; only the value is escaped
+  // and trimmed here.
+  CXmlElement(const CXmlName& name, std::string_view value);
   virtual ~CXmlElement();
 
   CXmlElement(const CXmlElement&) = delete;
@@ -96,7 +101,8 @@ class CXmlElement {
 
   class Releaser;
 
-  void SetText(std::string_view name, std::string_view value);
+  // `name_ready`: the name is escaped and trimmed already.
+  void SetText(std::string_view name, bool name_ready, std::string_view value);
   // Destroys the subtree below this element; its memory goes back through
   // `releaser`, one block at a time instead of one element at a time.
   void DestroyChildren(Releaser& releaser) noexcept;
@@ -136,4 +142,16 @@ class CXmlElement {
   uint32_t name_length_ = 0;
   uint32_t value_length_ = 0;
   uint32_t child_count_ = 0;
+};
+
+// An element name escaped and trimmed once, for the many elements that carry
+// it (a batch's column names repeat in every row).
+class CXmlName {
+ public:
+  explicit CXmlName(std::string_view name);
+
+  const std::string& GetText() const { return text_; }
+
+ private:
+  std::string text_;
 };
