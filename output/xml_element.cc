@@ -1,5 +1,6 @@
 #include "output/xml_element.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <limits>
@@ -41,6 +42,10 @@ constexpr size_t kGap = 0;
 #endif
 // Requests larger than this (long texts) get a block of their own.
 constexpr size_t kLargestShared = 16 * 1024;
+// Every block ends in this many bytes that are never handed out, so a text
+// may be read a whole 16 bytes at a time, past its end, without leaving the
+// block.
+constexpr size_t kReadSlack = 16;
 // Emptied blocks kept for reuse (16 MiB), so that the next document of a few
 // thousand rows finds its memory ready instead of faulting in fresh pages. A
 // larger document's blocks beyond these go back to the system at once.
@@ -87,6 +92,7 @@ BlockHeader* NewBlock(size_t size, int64_t live) {
   }
   if (memory == nullptr) memory = ::operator new(size, std::align_val_t{kBlockSize});
   g_blocks_in_use.fetch_add(1, std::memory_order_relaxed);
+  BS_UNPOISON(memory, kHeaderSize);
   BS_POISON(static_cast<char*>(memory) + kHeaderSize, size - kHeaderSize);
   return new (memory) BlockHeader{{live}, size};
 }
@@ -98,6 +104,9 @@ void FreeBlock(BlockHeader* block) noexcept {
   if (size == kBlockSize) {
     std::lock_guard<std::mutex> lock(g_spare_lock);
     if (Spares().size() < kSpareBlocks) {
+      // A tree's elements are not poisoned one by one when it goes; a
+      // kept block is, so that use after free is still caught.
+      BS_POISON(static_cast<void*>(block), kBlockSize);
       Spares().push_back(block);
       return;
     }
@@ -135,7 +144,7 @@ struct Cursor {
     Leave();
     block = fresh;
     next = reinterpret_cast<char*>(fresh) + kHeaderSize;
-    end = reinterpret_cast<char*>(fresh) + kBlockSize;
+    end = reinterpret_cast<char*>(fresh) + kBlockSize - kReadSlack;
   }
 };
 
@@ -144,10 +153,11 @@ thread_local Cursor t_cursor;
 // `bytes` aligned for pointers; std::bad_alloc when the system has no block.
 void* ArenaAllocate(size_t bytes) {
   if (bytes > kLargestShared) {
-    if (bytes > std::numeric_limits<size_t>::max() - kHeaderSize - kBlockSize) {
+    if (bytes > std::numeric_limits<size_t>::max() - kHeaderSize - kBlockSize - kReadSlack) {
       throw std::bad_alloc();
     }
-    char* memory = reinterpret_cast<char*>(NewBlock(kHeaderSize + bytes, 1)) + kHeaderSize;
+    char* memory =
+        reinterpret_cast<char*>(NewBlock(kHeaderSize + bytes + kReadSlack, 1)) + kHeaderSize;
     BS_UNPOISON(memory, bytes);
     return memory;
   }
@@ -161,7 +171,15 @@ void* ArenaAllocate(size_t bytes) {
   return memory;
 }
 
-BlockHeader* BlockOf(void* memory) {
+// Room for `more` entries, growing by doubling so that adding one at a time
+// stays cheap.
+template <typename T>
+void Room(std::vector<T>& list, size_t more) {
+  if (list.capacity() - list.size() >= more) return;
+  list.reserve(std::max(list.capacity() * 2, list.size() + more));
+}
+
+BlockHeader* BlockOf(const void* memory) {
   const auto address = reinterpret_cast<std::uintptr_t>(memory);
   return reinterpret_cast<BlockHeader*>(address & ~(std::uintptr_t{kBlockSize} - 1));
 }
@@ -326,6 +344,21 @@ char* Put(char* out, std::string_view text) {
   return out + text.size();
 }
 
+// An element's text into the output: most are short and go as one 16-byte
+// copy, which the arena's read slack and the writer's write slack allow for.
+// Under AddressSanitizer the bytes past the text are poisoned, so the exact
+// copy is used there.
+char* PutText(char* out, const char* text, size_t n) {
+#if !defined(BS_XML_ARENA_ASAN)
+  if (n <= kReadSlack) {
+    std::memcpy(out, text, kReadSlack);
+    return out + n;
+  }
+#endif
+  Copy(out, text, n);
+  return out + n;
+}
+
 char* Put(char* out, char c) {
   *out = c;
   return out + 1;
@@ -382,38 +415,6 @@ size_t CXmlElement::GetArenaBlockCount() {
   return g_blocks_in_use.load(std::memory_order_relaxed);
 }
 
-// Gives memory back to the arena a block at a time: a tree's elements lie
-// side by side in few blocks, so one atomic update covers a run of them.
-class CXmlElement::Releaser {
- public:
-  Releaser() = default;
-  Releaser(const Releaser&) = delete;
-  Releaser& operator=(const Releaser&) = delete;
-  ~Releaser() { Flush(); }
-
-  void Release(void* memory, size_t bytes) noexcept {
-    if (memory == nullptr) return;
-    BS_POISON(memory, bytes);
-    (void)bytes;
-    BlockHeader* block = BlockOf(memory);
-    if (block != block_) {
-      Flush();
-      block_ = block;
-    }
-    ++count_;
-  }
-
-  void Flush() noexcept {
-    if (block_ != nullptr) Drop(block_, count_);
-    block_ = nullptr;
-    count_ = 0;
-  }
-
- private:
-  BlockHeader* block_ = nullptr;
-  int64_t count_ = 0;
-};
-
 CXmlElement::CXmlElement(std::string_view name) { SetText(name, false, std::string_view()); }
 
 CXmlElement::CXmlElement(std::string_view name, std::string_view value) {
@@ -427,38 +428,33 @@ CXmlElement::CXmlElement(const CXmlName& name, std::string_view value) {
 CXmlName::CXmlName(std::string_view name)
     : text_(CXmlElement::Trim(CXmlElement::Escape(name))) {}
 
-CXmlElement::~CXmlElement() {
-  Releaser releaser;
-  DestroyChildren(releaser);
-  ReleaseText(releaser);
-}
-
 bool CXmlElement::TextInline() const {
   return text_ == reinterpret_cast<const char*>(this) + ArenaStep(sizeof(CXmlElement));
 }
 
-void CXmlElement::ReleaseText(Releaser& releaser) noexcept {
+void CXmlElement::Ledger::Add(const void* memory) {
+  void* block = BlockOf(memory);
+  if (!blocks.empty() && blocks.back().first == block) {
+    ++blocks.back().second;
+  } else {
+    blocks.emplace_back(block, 1);
+  }
+}
+
+// Only a tree's top element is ever destroyed (the others are owned by their
+// parent): it frees the attribute tables of the tree and gives the tree's
+// memory back per block, without visiting the elements.
+CXmlElement::~CXmlElement() {
   const size_t length = size_t{name_length_} + value_length_;
   if (TextInline()) {
     BS_POISON(text_, length);  // goes back with the element
   } else {
-    releaser.Release(text_, length);
+    ArenaRelease(text_, length);
   }
-  text_ = nullptr;
-}
-
-void CXmlElement::DestroyChildren(Releaser& releaser) noexcept {
-  CXmlElement* child = first_child_;
-  first_child_ = last_child_ = nullptr;
-  child_count_ = 0;
-  while (child != nullptr) {
-    CXmlElement* next = child->next_sibling_;
-    child->DestroyChildren(releaser);
-    child->ReleaseText(releaser);
-    // Only an attribute table is left for the destructor to free.
-    if (child->attributes_) child->~CXmlElement();
-    releaser.Release(child, sizeof(CXmlElement));
-    child = next;
+  if (!ledger_) return;
+  for (CXmlElement* element : ledger_->attributed) element->attributes_.reset();
+  for (const auto& [block, count] : ledger_->blocks) {
+    Drop(static_cast<BlockHeader*>(block), count);
   }
 }
 
@@ -506,7 +502,18 @@ unsigned CXmlElement::AttributeBucket(const std::string& name) {
 }
 
 void CXmlElement::SetAttribute(const std::string& name, const std::string& value) {
-  if (!attributes_) attributes_ = std::make_unique<AttributeTable>();
+  if (!attributes_) {
+    if (parent_ != nullptr) {
+      CXmlElement* top = parent_;
+      while (top->parent_ != nullptr) top = top->parent_;
+      std::vector<CXmlElement*>& attributed = TopLedger(top).attributed;
+      Room(attributed, 1);  // no throw once the table exists
+      attributes_ = std::make_unique<AttributeTable>();
+      attributed.push_back(this);
+    } else {
+      attributes_ = std::make_unique<AttributeTable>();
+    }
+  }
   auto& bucket = attributes_->buckets[AttributeBucket(name)];
   for (auto& entry : bucket) {
     if (entry.first == name) {
@@ -527,7 +534,24 @@ void CXmlElement::SetAttribute(const std::string& name, const std::string& value
 
 void CXmlElement::AddChild(std::unique_ptr<CXmlElement> child) {
   if (!child) return;
+  // The tree's top takes over what the child's destruction would free: the
+  // child's memory, its text, its attribute table and its own subtree's.
+  CXmlElement* top = this;
+  while (top->parent_ != nullptr) top = top->parent_;
+  Ledger& ledger = TopLedger(top);
+  const bool text_apart = child->text_ != nullptr && !child->TextInline();
+  Room(ledger.blocks, 2 + (child->ledger_ ? child->ledger_->blocks.size() : 0));
+  Room(ledger.attributed, 1 + (child->ledger_ ? child->ledger_->attributed.size() : 0));
+  // Nothing below throws: the child is in the tree, or still in `child`.
   CXmlElement* added = child.release();
+  ledger.Add(added);
+  if (text_apart) ledger.Add(added->text_);
+  if (added->attributes_) ledger.attributed.push_back(added);
+  if (added->ledger_) {
+    for (const auto& entry : added->ledger_->blocks) ledger.blocks.push_back(entry);
+    for (CXmlElement* element : added->ledger_->attributed) ledger.attributed.push_back(element);
+    added->ledger_.reset();
+  }
   // The child's indentation changes with its level: once in a self-closed or
   // leaf element, twice (start and end tag) with children. Its own children
   // keep theirs, as their levels were fixed when they were added.
@@ -551,10 +575,18 @@ void CXmlElement::AddChild(std::unique_ptr<CXmlElement> child) {
   Grow(delta);
 }
 
-void CXmlElement::Grow(std::ptrdiff_t delta) {
-  for (CXmlElement* element = this; element != nullptr; element = element->parent_) {
+CXmlElement* CXmlElement::Grow(std::ptrdiff_t delta) {
+  CXmlElement* element = this;
+  for (;;) {
     element->length_ += static_cast<size_t>(delta);
+    if (element->parent_ == nullptr) return element;
+    element = element->parent_;
   }
+}
+
+CXmlElement::Ledger& CXmlElement::TopLedger(CXmlElement* top) {
+  if (!top->ledger_) top->ledger_ = std::make_unique<Ledger>();
+  return *top->ledger_;
 }
 
 const CXmlElement* CXmlElement::GetChild(size_t i) const {
@@ -625,15 +657,15 @@ char* CXmlElement::WriteLeaf(char* out) const {
   std::memcpy(out, kLine.text, kWriteSlack);
   out += indent + 1;
   *out++ = '<';
-  out = Put(out, GetName());
+  out = PutText(out, text_, name_length_);
   if (value_length_ == 0) {
     std::memcpy(out, "/>", 2);
     return out + 2;
   }
   *out++ = '>';
-  out = Put(out, GetValue());
+  out = PutText(out, text_ + name_length_, value_length_);
   std::memcpy(out, "</", 2);
-  out = Put(out + 2, GetName());
+  out = PutText(out + 2, text_, name_length_);
   *out = '>';
   return out + 1;
 }

@@ -99,16 +99,22 @@ class CXmlElement {
     size_t length = 0;  // bytes of the attributes in the start tag
   };
 
-  class Releaser;
+  // What a tree's top element frees for its whole tree: the arena
+  // allocations below it, counted per block, and the attribute tables below
+  // it. Elements inside a tree are never destroyed one by one; the tree goes
+  // back a block at a time.
+  struct Ledger {
+    std::vector<std::pair<void*, int64_t>> blocks;  // block, allocations in it
+    std::vector<CXmlElement*> attributed;
+    void Add(const void* memory);
+  };
 
   // `name_ready`: the name is escaped and trimmed already.
   void SetText(std::string_view name, bool name_ready, std::string_view value);
-  // Destroys the subtree below this element; its memory goes back through
-  // `releaser`, one block at a time instead of one element at a time.
-  void DestroyChildren(Releaser& releaser) noexcept;
-  void ReleaseText(Releaser& releaser) noexcept;
-  // Adds `delta` to the length of this element and of every ancestor.
-  void Grow(std::ptrdiff_t delta);
+  // Adds `delta` to the length of this element and of every ancestor;
+  // returns the top of the tree.
+  CXmlElement* Grow(std::ptrdiff_t delta);
+  Ledger& TopLedger(CXmlElement* top);
   // The element's own tags and, without children, its value: all it writes
   // but its children's text.
   size_t OwnLengthWith(bool children) const {
@@ -128,6 +134,7 @@ class CXmlElement {
   char* WriteLeaf(char* out) const;
 
   std::unique_ptr<AttributeTable> attributes_;  // null until the first attribute
+  std::unique_ptr<Ledger> ledger_;  // top of a tree only, once it has children
   // Owned children, first to last; each links to its next sibling. The parent
   // link lets length changes reach the ancestors.
   CXmlElement* first_child_ = nullptr;
