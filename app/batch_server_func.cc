@@ -2,6 +2,8 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <deque>
+#include <unordered_set>
 
 #include "access/sap_table.h"
 #include "app/batch_server_app.h"
@@ -96,20 +98,27 @@ std::string CBatchServerFunc::FormatBatchId(int64_t seconds, uint32_t millisecon
 }
 
 std::string CBatchServerFunc::MakeBatchId() {
-  // The id names the batch's file: a second batch within the same millisecond
-  // would overwrite the first one's document. So an id equal to the last one
-  // this process gave out is not used; the clock is read again once it has
-  // moved on. Each id is still two readings, one after the other, used as
-  // they come.
+  // The id names the batch's file, so an id this process gave out lately is
+  // not used again: the clock is read again once it has moved on. Two batches
+  // within one millisecond would repeat an id, and so would a reading taken
+  // just across a second boundary (the seconds of one second, the
+  // milliseconds of the next). Each id is still two readings, one after the
+  // other, used as they come.
   static platform::CriticalSection section;
-  static std::string last;
+  static std::deque<std::string> recent;            // oldest first
+  static std::unordered_set<std::string> recent_set;
+  constexpr size_t kRemembered = 4096;               // at least two seconds of ids
   platform::CriticalSectionLock lock(section);
   for (;;) {
     const int64_t seconds = platform::CalendarSeconds();
     const uint32_t milliseconds = platform::CalendarMilliseconds();
     std::string id = FormatBatchId(seconds, milliseconds);
-    if (id != last) {
-      last = id;
+    if (recent_set.insert(id).second) {
+      recent.push_back(id);
+      if (recent.size() > kRemembered) {
+        recent_set.erase(recent.front());
+        recent.pop_front();
+      }
       return id;
     }
     platform::Sleep(0);

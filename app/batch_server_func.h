@@ -51,7 +51,8 @@ class CBatchServerFunc : public CRfcServerFunc {
   const std::vector<CRfcFieldInfo>& GetFieldInfos() const { return field_infos_; }
 
   // "%012ld%03u": calendar seconds, then the milliseconds of a second
-  // reading, as they come; never the same id twice in a row in one process.
+  // reading, as they come; never an id this process gave out in the last
+  // 4,096 batches.
   static std::string MakeBatchId();
   static std::string FormatBatchId(int64_t seconds, uint32_t milliseconds);
 
