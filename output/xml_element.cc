@@ -689,7 +689,8 @@ char* CXmlElement::WriteElement(char* out) const {
     out = Put(out, GetValue());
   } else {
     for (const CXmlElement* child = first_child_; child != nullptr; child = child->next_sibling_) {
-      out = child->WriteElement(out);
+      out = (child->first_child_ == nullptr && !child->attributes_) ? child->WriteLeaf(out)
+                                                                    : child->WriteElement(out);
     }
   }
   return WriteEndTag(out);
