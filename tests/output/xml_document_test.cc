@@ -183,6 +183,52 @@ TEST(XmlDocument, TreeMemoryReturnsFromAnyThread) {
   EXPECT_EQ(CXmlElement::GetArenaBlockCount(), before);
 }
 
+// A name prepared once gives the same element as the name given each time.
+TEST(XmlElement, PreparedNameMatchesPlainName) {
+  for (const std::string name : {"MATNR", "  A<B & C ", "&amp;\"x\"", " \t "}) {
+    const CXmlName prepared(name);
+    const CXmlElement once(prepared, " v&w ");
+    const CXmlElement each(name, " v&w ");
+    EXPECT_EQ(once.GetName(), each.GetName()) << name;
+    EXPECT_EQ(once.GetValue(), each.GetValue()) << name;
+    EXPECT_EQ(once.GetStartTag(), each.GetStartTag()) << name;
+    EXPECT_EQ(once.GetEndTag(), each.GetEndTag()) << name;
+  }
+}
+
+// The length kept while the tree grows must match what is written, however
+// the tree is put together: subtrees built apart and added later, attributes
+// set on elements already inside a tree, values replaced.
+TEST(XmlDocument, LengthAndMemoryFollowEveryWayOfBuilding) {
+  const size_t before = CXmlElement::GetArenaBlockCount();
+  {
+    CXmlDocument doc("BATCH");
+    auto sub = doc.CreateElement("SUB");
+    sub->SetAttribute("K", "v");
+    CXmlElement* sp = sub.get();
+    auto inner = doc.CreateElement("IN");
+    CXmlElement* ip = inner.get();
+    sp->AddChild(std::move(inner));
+    ip->AddChild(doc.CreateElement("LEAF", std::string(30000, 'l')));  // text of its own
+    ip->SetAttribute("A", "1");  // attribute inside a tree that is not yet attached
+    doc.AddToRoot(std::move(sub));
+    sp->SetAttribute("K", "longer value");
+    ip->AddChild(doc.CreateElement("X"));
+    doc.GetRoot()->SetAttribute("R", "r");
+    const std::string text = doc.BuildInMemory();
+    EXPECT_EQ(text.size(), std::string(CXmlDocument::kDeclaration).size() + 2 +
+                               doc.GetRoot()->GetElementLength());
+    EXPECT_EQ(text, std::string(CXmlDocument::kDeclaration) + "\n\n" +
+                        "\n<BATCH R=\"r\">\n  <SUB K=\"longer value\">\n  <IN A=\"1\">"
+                        "\n    <LEAF>" + std::string(30000, 'l') +
+                        "</LEAF>\n    <X/>\n  </IN>\n  </SUB>\n</BATCH>");
+    // An element never added is freed by its owner alone.
+    auto loose = doc.CreateElement("LOOSE", "x");
+    loose->AddChild(doc.CreateElement("C", "y"));
+  }
+  EXPECT_LE(CXmlElement::GetArenaBlockCount(), before + 1);
+}
+
 TEST(XmlDocument, SaveWritesTheBytesAndReplacesAnOldFile) {
   testutil::TempDir dir;
   const std::string path = dir.File("b.xml");
