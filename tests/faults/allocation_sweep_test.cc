@@ -37,6 +37,7 @@
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
 #include "tests/sapsim/support/system_files.h"
+#include "tests/support/field_info.h"
 
 namespace faults {
 namespace {
@@ -95,14 +96,7 @@ std::unique_ptr<CRfcConnection> Borrowed() {
   return connection;
 }
 
-CRfcFieldInfo Field(const char* name, int column, int type, int length) {
-  CRfcFieldInfo field{};
-  SetFieldName(field, name);
-  field.column = column;
-  field.type = type;
-  field.length = length;
-  return field;
-}
+using test_support::Field;
 
 class NoOpServerFunc : public CRfcServerFunc {
  public:

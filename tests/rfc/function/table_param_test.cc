@@ -16,6 +16,7 @@
 #include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/function/fake_library_fixture.h"
 #include "tests/rfc/trace_capture.h"
+#include "tests/support/field_info.h"
 
 namespace {
 
@@ -23,14 +24,7 @@ using rfc_function_test::FakeLibraryTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
-CRfcFieldInfo Field(const char* name, int column, int type, int length) {
-  CRfcFieldInfo field{};
-  std::strncpy(field.name, name, sizeof field.name - 1);
-  field.column = column;
-  field.type = type;
-  field.length = length;
-  return field;
-}
+using test_support::Field;
 
 class TableParamTest : public FakeLibraryTest {
  protected:
