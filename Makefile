@@ -1,49 +1,71 @@
-# Thin wrapper over CMake + Ninja. `make test` is what CI runs.
+# Thin wrapper over CMake + Ninja. `make demo` and `make test` are all a new user
+# types: every target that builds first installs what it needs (tools/deps.sh).
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
+COV_BUILD  ?= build-cov
 JOBS       ?= 2
 CMAKE_FLAGS ?=
+DEPS       := tools/deps.sh
+# ccache, where present, makes the second build of a tree (and of a sibling
+# worktree) cheap; the build works the same without it.
+LAUNCHER   := $(if $(shell command -v ccache 2>/dev/null),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 
-.PHONY: all build test sanitize demo bench fuzz soak clean
+.PHONY: all deps build test sanitize demo bench fuzz soak coverage clean
 
 all: build
 
-$(BUILD)/build.ninja:
-	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
+deps:
+	@$(DEPS) build
 
-build: $(BUILD)/build.ninja
+$(BUILD)/build.ninja: | deps
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo $(LAUNCHER) $(CMAKE_FLAGS)
+
+build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
-$(ASAN_BUILD)/build.ninja:
-	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBS_SANITIZE=ON -DBS_BENCH=OFF $(CMAKE_FLAGS)
+$(ASAN_BUILD)/build.ninja: | deps
+	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBS_SANITIZE=ON -DBS_BENCH=OFF $(LAUNCHER) $(CMAKE_FLAGS)
 
-sanitize: $(ASAN_BUILD)/build.ninja
+sanitize: deps $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
 demo: build
+	@$(DEPS) demo
 	./examples/demo.sh $(BUILD)
 
 bench: build
 	./bench/run.sh $(BUILD)
 
-$(FUZZ_BUILD)/build.ninja:
+$(FUZZ_BUILD)/build.ninja: | deps
+	@$(DEPS) fuzz
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DBS_FUZZ=ON -DBS_TESTS=OFF -DBS_BENCH=OFF $(CMAKE_FLAGS)
+	  -DBS_FUZZ=ON -DBS_TESTS=OFF -DBS_BENCH=OFF $(LAUNCHER) $(CMAKE_FLAGS)
 
 # FUZZ_SECONDS per target; not part of CI.
 FUZZ_SECONDS ?= 60
-fuzz: $(FUZZ_BUILD)/build.ninja
+fuzz: deps $(FUZZ_BUILD)/build.ninja
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	./fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 soak: build
 	./bench/soak.sh $(BUILD)
 
+# Line and branch coverage of the whole ctest suite, per folder.
+$(COV_BUILD)/build.ninja: | deps
+	cmake -S . -B $(COV_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBS_COVERAGE=ON -DBS_BENCH=OFF $(LAUNCHER) $(CMAKE_FLAGS)
+
+coverage: deps $(COV_BUILD)/build.ninja
+	@$(DEPS) coverage
+	cmake --build $(COV_BUILD) -j $(JOBS)
+	find $(COV_BUILD) -name '*.gcda' -delete
+	ctest --test-dir $(COV_BUILD) --output-on-failure -j $(JOBS)
+	./tests/coverage_report.sh $(COV_BUILD)
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(COV_BUILD)
