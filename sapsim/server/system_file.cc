@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "sapsim/server/builtin_structures.h"
+#include "sapsim/server/code_page.h"
 #include "sapsim/wire/rfc_types.h"
 #include "sapsim/wire/value_converter.h"
 
@@ -51,9 +52,17 @@ class Checker {
     return *it;
   }
 
+  // A text of the file (UTF-8) in the system's code page.
+  std::string InCodePage(const std::string& utf8, const std::string& pointer) const {
+    std::string text;
+    std::string why;
+    if (!ToSystemCodePage(utf8, &text, &why)) Fail(pointer, why);
+    return text;
+  }
+
   std::string Text(const json& value, const std::string& pointer, size_t max_length, bool allow_empty) const {
     if (!value.is_string()) Fail(pointer, "must be a text");
-    std::string text = value.get<std::string>();
+    std::string text = InCodePage(value.get<std::string>(), pointer);
     if (!allow_empty && text.empty()) Fail(pointer, "must not be empty");
     if (text.size() > max_length) {
       Fail(pointer, "\"" + text + "\" is longer than " + std::to_string(max_length) + " characters");
@@ -157,7 +166,7 @@ TableContent ReadTable(const Checker& check, const StructureDefinition& structur
       if (field == nullptr) check.Fail(field_at, "field " + it.key() + " is not in structure " + structure.name);
       std::string text;
       if (it->is_string()) {
-        text = it->get<std::string>();
+        text = check.InCodePage(it->get<std::string>(), field_at);
       } else if (it->is_number()) {
         text = it->dump();
       } else {

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "sapsim/server/code_page.h"
 #include "sapsim/wire/line_converter.h"
 #include "sapsim/wire/rfc_types.h"
 #include "sapsim/wire/value_converter.h"
@@ -52,17 +53,22 @@ bool BuildBatchRows(const std::vector<CsvRecord>& records, const std::string& st
     rows->bytes.insert(rows->bytes.end(), initial.begin(), initial.end());
     uint8_t* line = rows->bytes.data() + start;
     for (size_t c = 0; c < record.fields.size(); ++c) {
-      const std::string& text = record.fields[c];
-      if (text.empty()) continue;
+      if (record.fields[c].empty()) continue;
       const wire::FieldDesc& field = *columns[c];
       std::string where = "line " + std::to_string(record.line) + ", column " + std::to_string(c + 1) + " (" +
                           field.name + ")";
+      // The system holds its text in its code page: lengths count its characters.
+      std::string text;
+      std::string why;
+      if (!server::ToSystemCodePage(record.fields[c], &text, &why)) {
+        *error = where + ": " + why;
+        return false;
+      }
       if (field.type == wire::kTypeChar && text.size() > field.length) {
         *error = where + ": value too long: " + std::to_string(text.size()) + " characters, the field holds " +
                  std::to_string(field.length);
         return false;
       }
-      std::string why;
       if (!wire::ConvertValue(wire::SimpleType{wire::kTypeChar, static_cast<uint32_t>(text.size()), 0},
                               reinterpret_cast<const uint8_t*>(text.data()),
                               wire::SimpleType{field.type, field.length, field.decimals}, line + field.offset,

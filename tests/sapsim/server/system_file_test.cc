@@ -35,7 +35,7 @@ TEST(SystemFile, ReadsSystemLogonsGroupsStructuresAndTables) {
     "structures": {"ZS": [{"name": "A", "type": "C", "length": 3, "text": "First"},
                           {"name": "F", "type": "F"},
                           {"name": "P", "type": "P", "length": 4, "decimals": 2}]},
-    "tables": {"ZS": [{"A": "xy", "F": 1.5, "P": "-12.34"}, {}]}
+    "tables": {"ZS": [{"A": "xé", "F": 1.5, "P": "-12.34"}, {}]}
   })", "sys.json");
   EXPECT_EQ("QAS", system.system_id);
   EXPECT_EQ("46D", system.kernel_release);
@@ -47,7 +47,7 @@ TEST(SystemFile, ReadsSystemLogonsGroupsStructuresAndTables) {
   EXPECT_EQ("First", zs.field_texts.at("A"));
   const TableContent& table = system.tables.at("ZS");
   ASSERT_EQ(2u, table.row_count);
-  EXPECT_EQ("xy ", std::string(reinterpret_cast<const char*>(table.rows.data()), 3));
+  EXPECT_EQ("x\xE9 ", std::string(reinterpret_cast<const char*>(table.rows.data()), 3));  // UTF-8 in, ISO-8859-1 out
   double f;
   std::memcpy(&f, table.rows.data() + 8, 8);
   EXPECT_DOUBLE_EQ(1.5, f);
@@ -90,6 +90,8 @@ TEST(SystemFile, NamesThePlaceAndTheMistake) {
   EXPECT_EQ("sys.json: /tables/ZX: table ZX has no structure of the same name under /structures",
             ErrorOf(WithStructure(R"([{"name": "A", "type": "C", "length": 2}])", R"({"ZX": []})")));
   EXPECT_EQ("sys.json: /: missing \"system_id\"", ErrorOf(R"({"release": "46C"})"));
+  EXPECT_EQ("sys.json: /tables/ZS/0/A: character 2 \"€\" (U+20AC) has no place in ISO-8859-1",
+            ErrorOf(WithStructure(R"([{"name": "A", "type": "C", "length": 2}])", R"({"ZS": [{"A": "5€"}]})")));
   EXPECT_EQ("sys.json: /release: \"46CDE\" is longer than 4 characters",
             ErrorOf(R"({"system_id": "DEV", "release": "46CDE"})"));
   EXPECT_EQ("sys.json: /colour: unknown key", ErrorOf(R"({"system_id": "DEV", "release": "", "colour": 1})"));

@@ -55,8 +55,8 @@ class BatchRowsTest : public ::testing::Test {
 
 TEST_F(BatchRowsTest, ConvertsEveryValueToItsFieldsType) {
   BatchRows rows;
-  ASSERT_EQ("", Build("PRICE,NAME,QTY\n1.5,<&>,-7\n,,\n", &rows));
-  ASSERT_EQ(2u, rows.row_count);
+  ASSERT_EQ("", Build("PRICE,NAME,QTY\n1.5,<&>,-7\n,,\n,äöüßé,\n", &rows));
+  ASSERT_EQ(3u, rows.row_count);
   ASSERT_EQ(structure.layout.length, rows.line_length);
   const uint8_t* first = rows.bytes.data();
   EXPECT_EQ("<&>  ", std::string(reinterpret_cast<const char*>(first), 5));
@@ -69,6 +69,8 @@ TEST_F(BatchRowsTest, ConvertsEveryValueToItsFieldsType) {
   EXPECT_EQ("00000000", std::string(reinterpret_cast<const char*>(first) + 15, 8));  // no column: initial
   const uint8_t* second = first + rows.line_length;
   EXPECT_EQ("     ", std::string(reinterpret_cast<const char*>(second), 5));  // empty cells: initial
+  // Five characters in ten UTF-8 bytes fit five places, sent in ISO-8859-1.
+  EXPECT_EQ("\xE4\xF6\xFC\xDF\xE9", std::string(reinterpret_cast<const char*>(second + rows.line_length), 5));
 }
 
 TEST_F(BatchRowsTest, MistakesNameLineAndColumn) {
@@ -77,6 +79,9 @@ TEST_F(BatchRowsTest, MistakesNameLineAndColumn) {
   EXPECT_EQ("line 2, column 1 (PRICE): 1234 does not fit a packed number of 3 bytes with 2 decimals",
             Build("PRICE\n1234\n", &rows));
   EXPECT_EQ("line 2: 3 values, the header names 2 columns", Build("NAME,QTY\na,1,2\n", &rows));
+  EXPECT_EQ("line 3, column 1 (NAME): character 2 \"Ω\" (U+03A9) has no place in ISO-8859-1",
+            Build("NAME\nok\naΩ\n", &rows));
+  EXPECT_EQ("line 2, column 1 (NAME): character 1 is not UTF-8 (byte 1)", Build("NAME\n\xFF\n", &rows));
   EXPECT_EQ("line 1, column 2: column NAME appears twice", Build("NAME,NAME\n", &rows));
   EXPECT_EQ("no header line (the first line names the fields of ZLINE)", Build("", &rows));
 }
