@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "app/worker_status.h"
 #include "platform/event.h"
 #include "platform/thread.h"
 
@@ -24,6 +25,9 @@ class CWorkerContext {
   std::map<std::string, std::string> properties;
   std::unique_ptr<platform::Thread> thread_handle;
   std::unique_ptr<platform::Event> event_handle;
+  // What the worker publishes about itself; written by the worker only. May
+  // be null (nothing is published then).
+  std::unique_ptr<CWorkerStatus> status;
   // Written by the worker only; read by whoever waits for it to end.
   std::atomic<int32_t> finished{0};
   std::atomic<int32_t> running{1};
