@@ -20,10 +20,10 @@ class StatusRecord {
   // Bytes a record carries; the layout of those bytes is the caller's.
   static constexpr size_t kCapacity = 2048;
 
-  // Makes the record of `name` for publishing; a record left under that name
-  // (by a process that died, or one that runs under the same name) is
-  // replaced. The record goes when the returned object is destroyed. Null
-  // when the system refuses.
+  // Makes the record of `name` for publishing; one left by a process that
+  // died is taken over. The record goes when the returned object is
+  // destroyed. Null while another live process publishes under that name (it
+  // keeps its record), for an empty name, or when the system refuses.
   static std::unique_ptr<StatusRecord> Create(const std::string& name);
   // Opens the record of a live writer for reading. Null when there is none.
   static std::unique_ptr<StatusRecord> Open(const std::string& name);

@@ -33,8 +33,9 @@ std::string StatusObjectName(const std::string& name) {
 namespace {
 
 constexpr size_t kSize = sizeof(StatusRecord::Shared);
-// Rounds of losing a freshly removed name to another creator.
+// A writer that holds its record this long (100 x 1 ms) is alive.
 constexpr int kMaxAttempts = 100;
+constexpr useconds_t kRetryPauseUs = 1000;
 
 bool Flock(int fd, int operation) {
   for (;;) {
@@ -61,8 +62,8 @@ class PosixStatusRecord final : public StatusRecord {
 
   ~PosixStatusRecord() override {
     munmap(address_, kSize);
-    // A later process of the same name may have replaced the record; only
-    // our own goes.
+    // Removed while still locked, so that no new writer takes it over in
+    // between; and only while the name still means this record.
     if (owner_ && SameObject(fd_.get(), object_name_)) shm_unlink(object_name_.c_str());
   }
 
@@ -86,23 +87,23 @@ std::unique_ptr<StatusRecord> StatusRecord::Create(const std::string& name) {
   try {
     const std::string object_name = posix::StatusObjectName(name);
     for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
-      shm_unlink(object_name.c_str());
-      posix::UniqueFd fd(
-          shm_open(object_name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-      if (!fd.valid()) {
-        if (errno == EEXIST) continue;  // another creator came between
-        return nullptr;
+      posix::UniqueFd fd(shm_open(object_name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+      if (!fd.valid()) return nullptr;
+      if (!Flock(fd.get(), LOCK_EX | LOCK_NB)) {
+        if (errno != EWOULDBLOCK) return nullptr;
+        // A live writer, or a reader testing for one for a moment.
+        usleep(kRetryPauseUs);
+        continue;
       }
-      // A reader may hold the lock for a moment to test for a writer.
-      if (!Flock(fd.get(), LOCK_EX) || ftruncate(fd.get(), static_cast<off_t>(kSize)) != 0) {
-        shm_unlink(object_name.c_str());
+      struct stat info {};
+      if (fstat(fd.get(), &info) != 0) return nullptr;
+      if (info.st_nlink == 0) continue;  // its owner removed it meanwhile
+      // New, or left by a writer that died: start from zero bytes.
+      if (ftruncate(fd.get(), 0) != 0 || ftruncate(fd.get(), static_cast<off_t>(kSize)) != 0) {
         return nullptr;
       }
       void* address = Map(fd.get(), PROT_READ | PROT_WRITE);
-      if (address == nullptr) {
-        shm_unlink(object_name.c_str());
-        return nullptr;
-      }
+      if (address == nullptr) return nullptr;
       static_cast<Shared*>(address)->writer_process = getpid();
       return std::make_unique<PosixStatusRecord>(address, std::move(fd), object_name, true);
     }
