@@ -13,8 +13,7 @@
 
 static_assert(sizeof(WorkerStatusData) <= platform::StatusRecord::kCapacity,
               "the status must fit its record");
-static_assert(std::is_trivially_copyable<WorkerStatusData>::value,
-              "the status is copied as bytes");
+static_assert(std::is_trivially_copyable<WorkerStatusData>::value, "the status is copied as bytes");
 
 namespace {
 
@@ -49,11 +48,16 @@ std::string OneLine(std::string text) {
 
 const char* WorkerStateName(uint32_t state) {
   switch (static_cast<WorkerState>(state)) {
-    case WorkerState::kPreparing: return "preparing";
-    case WorkerState::kServing: return "serving";
-    case WorkerState::kRetrying: return "retrying";
-    case WorkerState::kStopping: return "stopping";
-    case WorkerState::kEnded: return "ended";
+    case WorkerState::kPreparing:
+      return "preparing";
+    case WorkerState::kServing:
+      return "serving";
+    case WorkerState::kRetrying:
+      return "retrying";
+    case WorkerState::kStopping:
+      return "stopping";
+    case WorkerState::kEnded:
+      return "ended";
   }
   return "unknown";
 }
@@ -115,7 +119,8 @@ std::string DescribeCurrentException() {
 
 CWorkerStatus::CWorkerStatus(const std::string& instance, const std::string& program_id,
                              const std::string& gateway_host, const std::string& gateway_service)
-    : data_(), record_(platform::StatusRecord::Create(instance)),
+    : data_(),
+      record_(platform::StatusRecord::Create(instance)),
       manager_address_(platform::ServiceManagerAddress()) {
   data_.layout = kWorkerStatusLayout;
   data_.process_id = record_ ? record_->WriterProcessId() : 0;

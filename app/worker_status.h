@@ -24,8 +24,8 @@ enum class WorkerState : uint32_t {
 
 // The record's bytes. Texts are cut to fit and always end in a zero byte.
 struct WorkerStatusData {
-  uint32_t layout;  // kWorkerStatusLayout; another build's record is not misread
-  uint32_t state;   // a WorkerState
+  uint32_t layout;   // kWorkerStatusLayout; another build's record is not misread
+  uint32_t state;    // a WorkerState
   int64_t since_ms;  // calendar milliseconds since 1970 when the state began
   int64_t process_id;
   uint64_t failed_cycles;  // since the last cycle that reached serving

@@ -28,7 +28,8 @@ void StatusRecord::Publish(const void* data, size_t size) {
   __atomic_store_n(&shared_->sequence, sequence + 1, __ATOMIC_RELAXED);
   // The odd number must be visible before any word changes.
   __atomic_thread_fence(__ATOMIC_RELEASE);
-  for (size_t i = 0; i < kWords; ++i) __atomic_store_n(&shared_->words[i], words[i], __ATOMIC_RELAXED);
+  for (size_t i = 0; i < kWords; ++i)
+    __atomic_store_n(&shared_->words[i], words[i], __ATOMIC_RELAXED);
   __atomic_store_n(&shared_->sequence, sequence + 2, __ATOMIC_RELEASE);
   __atomic_store_n(&shared_->published, 1u, __ATOMIC_RELEASE);
 }
@@ -39,7 +40,8 @@ bool StatusRecord::Read(void* data, size_t size) const {
     if (__atomic_load_n(&shared_->published, __ATOMIC_ACQUIRE) == 0) return false;
     const uint32_t before = __atomic_load_n(&shared_->sequence, __ATOMIC_ACQUIRE);
     if ((before & 1u) == 0) {
-      for (size_t i = 0; i < kWords; ++i) words[i] = __atomic_load_n(&shared_->words[i], __ATOMIC_RELAXED);
+      for (size_t i = 0; i < kWords; ++i)
+        words[i] = __atomic_load_n(&shared_->words[i], __ATOMIC_RELAXED);
       // The words must be read before the sequence is read again.
       __atomic_thread_fence(__ATOMIC_ACQUIRE);
       if (__atomic_load_n(&shared_->sequence, __ATOMIC_RELAXED) == before) {

@@ -54,8 +54,8 @@ class StatusRecord {
 };
 
 struct StatusRecord::Shared {
-  uint32_t sequence;   // odd while an update is under way
-  uint32_t published;  // 1 once the first update is complete
+  uint32_t sequence;       // odd while an update is under way
+  uint32_t published;      // 1 once the first update is complete
   int64_t writer_process;  // set before the record can be found
   uint64_t words[kCapacity / 8];
 };

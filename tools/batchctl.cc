@@ -74,12 +74,15 @@ WorkerState StateOf(const Report& report) {
 
 int ExitCodeOf(const Report& report) {
   if (!report.running) return kStatusNotRunning;
-  if (!report.has_status) return kStatusNotServingYet;
+  if (!report.has_status) return report.stop_signalled ? kStatusEnded : kStatusNotServingYet;
   switch (StateOf(report)) {
-    case WorkerState::kServing: return kStatusServing;
+    case WorkerState::kServing:
+      return kStatusServing;
     case WorkerState::kStopping:
-    case WorkerState::kEnded: return kStatusEnded;
-    default: return kStatusNotServingYet;
+    case WorkerState::kEnded:
+      return kStatusEnded;
+    default:
+      return kStatusNotServingYet;
   }
 }
 
@@ -91,8 +94,11 @@ std::string Text(const char (&field)[N]) {
 bool IsUtf8(const std::string& text) {
   for (size_t i = 0; i < text.size();) {
     const auto byte = static_cast<unsigned char>(text[i]);
-    const size_t length = byte < 0x80 ? 1 : (byte >> 5) == 0x6 ? 2 : (byte >> 4) == 0xE ? 3
-                                          : (byte >> 3) == 0x1E ? 4 : 0;
+    const size_t length = byte < 0x80           ? 1
+                          : (byte >> 5) == 0x6  ? 2
+                          : (byte >> 4) == 0xE  ? 3
+                          : (byte >> 3) == 0x1E ? 4
+                                                : 0;
     if (length == 0 || i + length > text.size()) return false;
     for (size_t k = 1; k < length; ++k) {
       if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
@@ -130,7 +136,7 @@ void PrintJson(const std::string& name, const Report& report) {
   if (!report.running) {
     out += ",\"state\":\"not running\"}";
   } else if (!report.has_status) {
-    out += ",\"state\":\"unknown\"}";
+    out += report.stop_signalled ? ",\"state\":\"stopping\"}" : ",\"state\":\"unknown\"}";
   } else {
     const WorkerStatusData& d = report.data;
     const WorkerState state = StateOf(report);
@@ -147,8 +153,8 @@ void PrintJson(const std::string& name, const Report& report) {
     out += ",\"failed_cycles\":" + std::to_string(d.failed_cycles);
     out += ",\"last_error_key\":" + (retrying ? Json(Text(d.error_key)) : "null");
     out += ",\"last_error_message\":" + (retrying ? Json(Text(d.error_message)) : "null");
-    out += ",\"ended_reason\":" +
-           (state == WorkerState::kEnded ? Json(Text(d.ended_reason)) : "null");
+    out +=
+        ",\"ended_reason\":" + (state == WorkerState::kEnded ? Json(Text(d.ended_reason)) : "null");
     out += "}";
   }
   std::puts(out.c_str());
@@ -159,14 +165,17 @@ void PrintForPerson(const Report& report) {
     std::puts("not running");
     return;
   }
-  if (!report.has_status) {
+  const WorkerStatusData& d = report.data;
+  // The worker sees a stop only at its next idle moment.
+  const bool signalled_unseen =
+      report.stop_signalled &&
+      (!report.has_status || d.state < static_cast<uint32_t>(WorkerState::kStopping));
+  if (signalled_unseen) {
+    std::puts("stopping: the stop event is set; the worker ends at its next idle moment");
+    if (!report.has_status) return;
+  } else if (!report.has_status) {
     std::puts("running, state unknown: the server publishes no status");
     return;
-  }
-  WorkerStatusData d = report.data;
-  if (StateOf(report) == WorkerState::kStopping && d.state != static_cast<uint32_t>(WorkerState::kStopping)) {
-    // Signalled, not yet seen by the worker.
-    std::puts("stopping: the stop event is set; the worker ends at its next idle moment");
   } else {
     std::puts(WorkerStatusLine(d).c_str());
   }
@@ -212,8 +221,8 @@ int main(int argc, char** argv) {
   if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
     return Usage(stdout, kExitOk);
   }
-  const bool json = argc == 4 && std::strcmp(argv[1], "status") == 0 &&
-                    std::strcmp(argv[2], "--json") == 0;
+  const bool json =
+      argc == 4 && std::strcmp(argv[1], "status") == 0 && std::strcmp(argv[2], "--json") == 0;
   if (argc != 3 && !json) return Usage(stderr, kExitUsage);
   const std::string command = argv[1];
   const std::string name = argv[argc - 1];

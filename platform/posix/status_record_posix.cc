@@ -3,8 +3,6 @@
 // the kernel drops that lock when the writer ends in any way, so a reader
 // that can take the lock knows the record is a leftover and ignores it.
 
-#include "platform/status_record.h"
-
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -17,6 +15,7 @@
 
 #include "platform/posix/event_name_posix.h"
 #include "platform/posix/unique_fd_posix.h"
+#include "platform/status_record.h"
 
 namespace platform {
 namespace posix {
@@ -46,7 +45,8 @@ bool Flock(int fd, int operation) {
 
 bool SameObject(int fd, const std::string& object_name) {
   posix::UniqueFd current(shm_open(object_name.c_str(), O_RDONLY | O_CLOEXEC, 0));
-  struct stat ours {}, theirs {};
+  struct stat ours {
+  }, theirs{};
   return current.valid() && fstat(fd, &ours) == 0 && fstat(current.get(), &theirs) == 0 &&
          ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino;
 }

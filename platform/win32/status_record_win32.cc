@@ -2,12 +2,12 @@
 // The system frees it with the last handle, so a record never outlives the
 // processes that hold it; a reader's handle is held only while it reads.
 
-#include "platform/status_record.h"
-
 #include <windows.h>
 
 #include <new>
 #include <utility>
+
+#include "platform/status_record.h"
 
 namespace platform {
 namespace {
@@ -30,7 +30,8 @@ uint64_t Fnv1a(const std::string& text, uint64_t basis) {
 
 void AppendHex(std::string* out, uint64_t value, int digits) {
   static const char kHex[] = "0123456789abcdef";
-  for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) out->push_back(kHex[(value >> shift) & 0xF]);
+  for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
+    out->push_back(kHex[(value >> shift) & 0xF]);
 }
 
 // Any instance name gives a valid object name (a backslash would name a
@@ -59,7 +60,8 @@ std::string MappingName(const std::string& name) {
 
 class Win32StatusRecord final : public StatusRecord {
  public:
-  Win32StatusRecord(HANDLE mapping, void* view) : StatusRecord(view), mapping_(mapping), view_(view) {}
+  Win32StatusRecord(HANDLE mapping, void* view)
+      : StatusRecord(view), mapping_(mapping), view_(view) {}
   ~Win32StatusRecord() override {
     UnmapViewOfFile(view_);
     CloseHandle(mapping_);

@@ -60,16 +60,17 @@ TEST(WorkerStatusTest, ManagerHearsReadyThenEveryChangedLineAndTheRecordFollows)
 
     EXPECT_TRUE(manager.Received().empty()) << "nothing before the worker runs";
     status.Started();
-    EXPECT_EQ(manager.Received(), std::vector<std::string>{"READY=1\nSTATUS=preparing since " + since()});
+    EXPECT_EQ(manager.Received(),
+              std::vector<std::string>{"READY=1\nSTATUS=preparing since " + since()});
 
     status.CycleFailed("RFC_ERROR_COMMUNICATION", "partner not\nreached");
-    const std::string retrying = "STATUS=retrying since " + since() +
-                                 ": RFC_ERROR_COMMUNICATION: partner not reached";
+    const std::string retrying =
+        "STATUS=retrying since " + since() + ": RFC_ERROR_COMMUNICATION: partner not reached";
     status.CycleStarting();
     status.CycleFailed("RFC_ERROR_COMMUNICATION", "partner not\nreached");
     status.CycleFailed("", "Failed to get pointer to function: RfcListen");
-    const std::string other = "STATUS=retrying since " + since() +
-                              ": Failed to get pointer to function: RfcListen";
+    const std::string other =
+        "STATUS=retrying since " + since() + ": Failed to get pointer to function: RfcListen";
     EXPECT_EQ(manager.Received(), (std::vector<std::string>{retrying, other}));
 
     status.Serving();
@@ -90,10 +91,9 @@ TEST(WorkerStatusTest, ManagerHearsReadyThenEveryChangedLineAndTheRecordFollows)
     status.Stopping();
     status.Ended("stopped through the stop event");
     EXPECT_EQ(manager.Received(),
-              (std::vector<std::string>{"STATUS=preparing since " + since(),
-                                        "STATUS=stopping since " + since(),
-                                        "STATUS=ended at " + since() +
-                                            ": stopped through the stop event"}));
+              (std::vector<std::string>{
+                  "STATUS=preparing since " + since(), "STATUS=stopping since " + since(),
+                  "STATUS=ended at " + since() + ": stopped through the stop event"}));
   }
   unlink(path.c_str());
 }

@@ -1,5 +1,7 @@
 // The status record: one writer, readers in other processes, no lock.
 
+#include "platform/status_record.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -11,7 +13,6 @@
 
 #include "gtest/gtest.h"
 #include "platform/posix/event_name_posix.h"
-#include "platform/status_record.h"
 #include "tests/platform/test_support.h"
 
 namespace {
