@@ -5,44 +5,14 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "tests/support/notify_socket.h"
+
 namespace {
-
-// A datagram socket bound to `address` ("/path" or "@abstract"), playing the
-// service manager.
-class ManagerSocket {
- public:
-  explicit ManagerSocket(const std::string& address) : fd_(socket(AF_UNIX, SOCK_DGRAM, 0)) {
-    sockaddr_un where{};
-    where.sun_family = AF_UNIX;
-    std::memcpy(where.sun_path, address.data(), address.size());
-    if (address[0] == '@') where.sun_path[0] = '\0';
-    bound_ = bind(fd_, reinterpret_cast<sockaddr*>(&where),
-                  static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size())) == 0;
-  }
-  ~ManagerSocket() { close(fd_); }
-  bool bound() const { return bound_; }
-  // Every datagram that has arrived, one string each.
-  std::vector<std::string> Received() {
-    std::vector<std::string> messages;
-    char buffer[4096];
-    for (ssize_t n; (n = recv(fd_, buffer, sizeof buffer, MSG_DONTWAIT)) >= 0;) {
-      messages.emplace_back(buffer, static_cast<size_t>(n));
-    }
-    return messages;
-  }
-
- private:
-  int fd_;
-  bool bound_ = false;
-};
 
 TEST(WorkerStatusTest, ManagerHearsReadyThenEveryChangedLineAndTheRecordFollows) {
   const std::string path = "/tmp/bs_notify_" + std::to_string(getpid());
@@ -50,7 +20,7 @@ TEST(WorkerStatusTest, ManagerHearsReadyThenEveryChangedLineAndTheRecordFollows)
   for (const std::string& address : {path, "@" + path}) {
     SCOPED_TRACE(address);
     unlink(path.c_str());
-    ManagerSocket manager(address);
+    testutil::NotifySocket manager(address);
     ASSERT_TRUE(manager.bound());
     setenv("NOTIFY_SOCKET", address.c_str(), 1);
     CWorkerStatus status(instance, "BATCHSRV", "sapgw1", "sapgw00");
