@@ -18,6 +18,8 @@ class CSettings;
 class CWorkerContext {
  public:
   CWorkerContext() = default;
+  // The event goes before the status: whoever finds the event finds a status.
+  ~CWorkerContext() { event_handle.reset(); }
   CWorkerContext(const CWorkerContext&) = delete;
   CWorkerContext& operator=(const CWorkerContext&) = delete;
 
@@ -25,12 +27,12 @@ class CWorkerContext {
   std::map<std::string, std::string> properties;
   std::unique_ptr<platform::Thread> thread_handle;
   std::unique_ptr<platform::Event> event_handle;
-  // What the worker publishes about itself; written by the worker only. May
-  // be null (nothing is published then).
-  std::unique_ptr<CWorkerStatus> status;
   // Written by the worker only; read by whoever waits for it to end.
   std::atomic<int32_t> finished{0};
   std::atomic<int32_t> running{1};
+  // What the worker publishes about itself; written by the worker only. May
+  // be null (nothing is published then).
+  std::unique_ptr<CWorkerStatus> status;
 };
 
 using WorkerContextList = std::vector<std::unique_ptr<CWorkerContext>>;
