@@ -25,6 +25,11 @@ CBatchApp::~CBatchApp() {
 
 int CBatchApp::Start() {
   auto context = std::make_unique<CWorkerContext>();
+  const CSettings& settings = ProcessSettings();
+  // Before the event, so that whoever finds the event finds a status too.
+  context->status = std::make_unique<CWorkerStatus>(
+      settings.GetInstanceName(), settings.GetProgramId(), settings.GetGatewayHost(),
+      settings.GetGatewayService());
 
   // Open-or-create, then reset: a stop left over from an earlier run of the
   // same instance must not stop this one.

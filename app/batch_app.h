@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "app/worker_status.h"
 #include "platform/event.h"
 #include "platform/thread.h"
 
@@ -17,6 +18,8 @@ class CSettings;
 class CWorkerContext {
  public:
   CWorkerContext() = default;
+  // The event goes before the status: whoever finds the event finds a status.
+  ~CWorkerContext() { event_handle.reset(); }
   CWorkerContext(const CWorkerContext&) = delete;
   CWorkerContext& operator=(const CWorkerContext&) = delete;
 
@@ -27,6 +30,9 @@ class CWorkerContext {
   // Written by the worker only; read by whoever waits for it to end.
   std::atomic<int32_t> finished{0};
   std::atomic<int32_t> running{1};
+  // What the worker publishes about itself; written by the worker only. May
+  // be null (nothing is published then).
+  std::unique_ptr<CWorkerStatus> status;
 };
 
 using WorkerContextList = std::vector<std::unique_ptr<CWorkerContext>>;

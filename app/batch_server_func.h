@@ -47,6 +47,7 @@ class CBatchServerFunc : public CRfcServerFunc {
   int32_t GetRowWidth() const { return row_width_; }
   CRfcTableParam* GetTableParam() const { return table_param_.get(); }
   CRfcSimpleParam* GetReturnCodeParam() const { return return_code_param_.get(); }
+  CBatchServerApp* GetServerApp() const { return app_; }
   // The descriptor array: n records by 0-based column, then two zero records.
   const std::vector<CRfcFieldInfo>& GetFieldInfos() const { return field_infos_; }
 

@@ -43,11 +43,12 @@ void PrepareLog() {
 
 // The library is loaded again in every cycle and never unloaded. A
 // library that cannot be loaded is the one failure not worth retrying.
-bool LoadLibrary() {
+bool LoadLibrary(CWorkerStatus* status) {
   const std::string library = ProcessSettings().GetLibrary();
   if (LoadRfcLibrary(library.c_str())) return true;
   const std::string text = "Failed to load dll: '" + library + "'";
   ProcessLog().WriteFormat(LOG_TIME | LOG_NEWLINE1, "Exception: %s", text.c_str());
+  if (status != nullptr) status->Ended(text);
   return false;
 }
 
@@ -112,6 +113,13 @@ void AddBatchFunctions(CClientConnection& client, CReadTable& batches, CBatchSer
   }
 }
 
+// The status of the worker that serves `function`, if it keeps one.
+CWorkerStatus* StatusOf(const CBatchServerFunc& function) {
+  const CBatchServerApp* app = function.GetServerApp();
+  CWorkerContext* context = app != nullptr ? app->GetWorkerContext() : nullptr;
+  return context != nullptr ? context->status.get() : nullptr;
+}
+
 // The lines that say the cycle is ready to serve.
 void WriteWaitingLines() {
   CLogFile& log = ProcessLog();
@@ -126,8 +134,10 @@ void WriteWaitingLines() {
 // cycle's objects are destroyed on the way out, also by an exception, which
 // ends the registration and the logon before the next cycle.
 bool RunServiceCycle(CWorkerContext& context) {
+  CWorkerStatus* status = context.status.get();
+  if (status != nullptr) status->CycleStarting();
   PrepareLog();
-  if (!LoadLibrary()) return false;
+  if (!LoadLibrary(status)) return false;
 
   const CSettings& settings = ProcessSettings();
   CGatewayConnection gateway(settings.GetProgramId(), settings.GetGatewayHost(),
@@ -147,6 +157,7 @@ bool RunServiceCycle(CWorkerContext& context) {
   WriteWaitingLines();
 
   app.SetListenCallback(&ListenCallback);
+  if (status != nullptr) status->Serving();
   app.Run(0);
   return true;
 }
@@ -186,6 +197,7 @@ int32_t ListenCallback(CRfcConnection* connection, CWorkerContext* context) {
   if (CBatchApp::IsRunning(ProcessSettings().GetInstanceName()) == 1) return 1;
   // Closing makes the server loop return; the cycle then ends, and the
   // worker with it.
+  if (context != nullptr && context->status) context->status->Stopping();
   if (connection != nullptr) connection->Close();
   if (context != nullptr) context->running = 0;
   return 0;
@@ -202,13 +214,17 @@ int32_t OnReceiveData(CBatchServerFunc* function) {
   if (!directory.empty()) log.SetPath(directory + "/" + CLogFile::GetDate() + ".log");
   log.SetDescription(settings.GetInstanceName());
   log.Write(LOG_TIME | LOG_NEWLINE1, "Receive data: " + function->GetBatchId() + ".xml");
+  if (CWorkerStatus* status = StatusOf(*function)) status->BatchReceived(function->GetBatchId());
   return 1;
 }
 
 uint32_t WorkerThread(void* argument) {
   CWorkerContext& context = *static_cast<CWorkerContext*>(argument);
+  CWorkerStatus* status = context.status.get();
+  if (status != nullptr) status->Started();
   for (;;) {
     if (StopRequested(context)) {
+      if (status != nullptr) status->Ended("stopped through the stop event");
       context.finished = 1;
       return 0;
     }
@@ -219,8 +235,10 @@ uint32_t WorkerThread(void* argument) {
         return 0;
       }
     } catch (RFC_ERROR_INFO error) {
+      if (status != nullptr) status->CycleFailed(FieldText(error.key), FieldText(error.message));
       ReportFailure("RFC_ERROR_INFO\n" + DescribeRfcError(error));
     } catch (...) {
+      if (status != nullptr) status->CycleFailed("", DescribeCurrentException());
       ReportFailure("UNKNOWN EXEPTION\n");
     }
   }

@@ -61,7 +61,8 @@ wait_for() {
 for f in "$sapsim" "$server" "$batchctl" "$library"; do
   [ -e "$f" ] || fail "$f is missing; build first (make demo builds, then runs this)"
 done
-if "$batchctl" status "$instance" >/dev/null 2>&1; then
+"$batchctl" status "$instance" >/dev/null 2>&1
+if [ $? -ne 3 ]; then
   fail "a batch server named $instance is already running; stop it with: $batchctl stop $instance"
 fi
 
@@ -150,8 +151,9 @@ echo " example structures carry an H_IDENT that is an XML name: see docs/operati
 
 say "Stopping the batch server: $batchctl stop $instance"
 "$batchctl" stop "$instance" || fail "batchctl stop $instance failed"
-stopping() { [ "$("$batchctl" status "$instance" 2>/dev/null)" = "stopping" ]; }
-wait_for 50 stopping || fail "batchctl status did not report the worker stopping"
+# Exit code 2: the worker has ended (or is ending); the process stays.
+worker_ended() { "$batchctl" status "$instance" >/dev/null 2>&1; [ $? -eq 2 ]; }
+wait_for 50 worker_ended || fail "batchctl status did not report the worker ended"
 "$batchctl" status "$instance"
 # The process never ends by itself; SIGTERM ends it in order.
 kill -TERM "$server_pid" || fail "cannot signal the batch server"

@@ -139,7 +139,8 @@ e2e_log_text() { cat "$1"/*.log 2>/dev/null | tr -d '\r'; }
 # standard output and error into $4. Waits until it serves. Sets SERVER_PID.
 e2e_start_server() {
   local instance=$1 ini=$2 logdir=$3 out=$4
-  if "$E2E_BUILD/bin/batchctl" status "$instance" 2>/dev/null | grep -q '^running'; then
+  "$E2E_BUILD/bin/batchctl" status "$instance" >/dev/null 2>&1
+  if [ $? -ne 3 ]; then
     e2e_die "a batch server named $instance is already running"
   fi
   "$E2E_BUILD/bin/batchserver" "$instance" "$ini" >"$out" 2>&1 &

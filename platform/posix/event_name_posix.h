@@ -12,6 +12,8 @@ namespace posix {
 // one to one, long ones through a hash (the object keeps the full name so a
 // collision is detected rather than shared).
 std::string EventObjectName(const std::string& name);
+// The same for the status record that lives beside the event.
+std::string StatusObjectName(const std::string& name);
 
 }  // namespace posix
 }  // namespace platform

@@ -9,12 +9,14 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tests/e2e/batchserver_e2e_fixture.h"
+#include "tests/support/notify_socket.h"
 
 namespace e2e {
 namespace {
@@ -203,11 +205,90 @@ TEST_F(BatchServerE2eTest, StopEventEndsTheWorkerAtTheNextIdleMomentAndTheProces
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   EXPECT_FALSE(server_->Poll().has_value());
   EXPECT_EQ(Cycles().size(), 1u);
-  EXPECT_EQ(Batchctl("status").out, "stopping\n");
+  EXPECT_EQ(Batchctl("status").exit_code, 2);
 
   const std::optional<int> status = server_->Terminate();
   ASSERT_TRUE(status.has_value());
   EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+}
+
+// batchctl status against the real server through its life, and what a
+// service manager hears from it.
+TEST_F(BatchServerE2eTest, StatusTellsWhatTheWorkerDoesInEveryState) {
+  const std::string notify = dir_.File("notify");
+  testutil::NotifySocket manager(notify);
+  ASSERT_TRUE(manager.bound());
+  std::string batch_id;
+  const std::string gateway = "gateway 127.0.0.1 " + sapsim_->port_text() + "\\)";
+  const struct {
+    const char* step;
+    std::function<void()> action;
+    int exit_code;
+    std::string first_line;  // a regular expression
+    const char* json_state;
+  } steps[] = {
+      {"before the start", [] {}, 3, "not running", "not running"},
+      {"started",
+       [&] {
+         setenv("NOTIFY_SOCKET", notify.c_str(), 1);
+         StartServer();
+         unsetenv("NOTIFY_SOCKET");
+       },
+       0, "serving since [-0-9: ]+ \\(program id BATCHE2E, " + gateway, "serving"},
+      {"a batch",
+       [&] {
+         ASSERT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n").exit_code, 0);
+         batch_id = XmlFiles().at(0).substr(0, 15);
+       },
+       0, "serving since .*", "serving"},
+      {"SAP gone", [&] { sapsim_.reset(); }, 1, "retrying since [-0-9: ]+: RFC_ERROR_\\w+: .+",
+       "retrying"},
+      {"stopped", [&] { ASSERT_EQ(Batchctl("stop").exit_code, 0); }, 2,
+       "ended at [-0-9: ]+: stopped through the stop event", "ended"},
+      {"terminated",
+       [&] {
+         ASSERT_TRUE(server_->Terminate().has_value());
+         batch_id.clear();
+       },
+       3, "not running",
+       "not running"},
+      {"library missing",
+       [&] {
+         settings_["sap.library"] = dir_.File("nowhere.so");
+         StartServer();
+       },
+       2, "ended at [-0-9: ]+: Failed to load dll: '" + dir_.File("nowhere.so") + "'", "ended"},
+  };
+  const std::string batchctl = sapsim::testing::BuildDir() + "/bin/batchctl";
+  for (const auto& s : steps) {
+    SCOPED_TRACE(s.step);
+    s.action();
+    sapsim::testing::RunResult person;
+    ASSERT_TRUE(Eventually([&] {
+      person = Batchctl("status");
+      return person.exit_code == s.exit_code &&
+             std::regex_match(person.out.substr(0, person.out.find('\n')), std::regex(s.first_line));
+    })) << person.exit_code << "\n" << person.out << Tail(LogText());
+    const sapsim::testing::RunResult json =
+        sapsim::testing::RunCommand({batchctl, "status", "--json", instance_});
+    EXPECT_EQ(json.exit_code, s.exit_code);
+    EXPECT_NE(json.out.find("\"state\":\"" + std::string(s.json_state) + "\""), std::string::npos)
+        << json.out;
+    if (!batch_id.empty() && s.exit_code != 3) {
+      EXPECT_NE(person.out.find("\nbatches:        1 since start, the last " + batch_id + " at "),
+                std::string::npos)
+          << person.out;
+    }
+  }
+  // Ready at once, then the line of every state the worker went through.
+  std::string states;
+  for (const std::string& message : manager.Received()) {
+    const std::string line = message.substr(message.find("STATUS=") + 7);
+    states += (states.empty() ? message.substr(0, 8) : " ") + line.substr(0, line.find(' '));
+  }
+  EXPECT_TRUE(std::regex_match(
+      states, std::regex("READY=1\npreparing serving (preparing )?(retrying )+(stopping )?ended")))
+      << states;
 }
 
 TEST_F(BatchServerE2eTest, RetriesWhileTheSystemIsGoneAndServesAgainOnceItIsBack) {
