@@ -52,6 +52,8 @@ bool ValidPacked(int length, int decimals) {
 // The longest text of a double as std::to_chars writes it shortest
 // (-2.2250738585072014e-308 is 24 characters), with room to spare.
 constexpr size_t kFloatTextSize = 32;
+// The smallest text buffer kept, so that the short cells of a line share one.
+constexpr size_t kMinTextSize = 64;
 
 // The characters operator CSTR needs for a value of `type` and `length`,
 // terminator included.
@@ -170,7 +172,8 @@ CRfcData::CRfcData(CRfcData&& other) noexcept
       length_(other.length_),
       decimals_(other.decimals_),
       data_(std::exchange(other.data_, nullptr)),
-      text_(std::move(other.text_)) {}
+      text_(std::move(other.text_)),
+      text_size_(std::exchange(other.text_size_, 0)) {}
 
 void CRfcData::Init(void* data, int type, int length, int decimals) {
   data_ = static_cast<unsigned char*>(data);
@@ -484,16 +487,24 @@ CRfcData::operator RFC_FLOAT() const {
 }
 
 CRfcData::operator CSTR() {
-  text_.reset();
   const size_t length = static_cast<size_t>(std::max(length_, 0));
   const size_t size = TextSize(type_, length);
-  // Zero-filled, so ITAB and unknown types read as the empty text.
-  text_ = rfc::RfcAllocateArray<char>(size);
-  if (!text_) {
-    ThrowRfcFailure("CRfcData::operator CSTR(void) called", {kToPackFailed, kRfcAllocationFailed},
-                    kRfcAllocationFailed);
+  // The buffer is kept while it is large enough: a table is read through one
+  // value, cell after cell, and a fresh buffer per cell cost more than most
+  // conversions do.
+  if (size > text_size_) {
+    text_.reset();
+    text_size_ = 0;
+    text_ = rfc::RfcAllocateArray<char>(std::max(size, kMinTextSize));
+    if (!text_) {
+      ThrowRfcFailure("CRfcData::operator CSTR(void) called", {kToPackFailed, kRfcAllocationFailed},
+                      kRfcAllocationFailed);
+    }
+    text_size_ = std::max(size, kMinTextSize);
   }
   char* text = text_.get();
+  // ITAB and unknown types read as the empty text.
+  text[0] = '\0';
   if (data_ == nullptr) return text;
   switch (type_) {
     case TYPE_CHAR:
@@ -501,13 +512,17 @@ CRfcData::operator CSTR() {
       size_t used = length;
       while (used > 0 && data_[used - 1] == ' ') --used;
       std::memcpy(text, data_, used);
+      text[used] = '\0';
       break;
     }
     case TYPE_DATE:
     case TYPE_TIME: {
       // All blanks is the empty date or time.
       const bool blank = std::all_of(data_, data_ + length, [](unsigned char c) { return c == ' '; });
-      if (!blank) std::memcpy(text, data_, length);
+      if (!blank) {
+        std::memcpy(text, data_, length);
+        text[length] = '\0';
+      }
       break;
     }
     case TYPE_BCD:
@@ -534,6 +549,7 @@ CRfcData::operator CSTR() {
         text[2 * i] = kHex[data_[i] >> 4];
         text[2 * i + 1] = kHex[data_[i] & 0x0F];
       }
+      text[2 * length] = '\0';
       break;
     }
     default:

@@ -17,6 +17,7 @@
 //   "Failed to allocate memory!"
 // and leave the value's bytes as they were.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -110,4 +111,5 @@ class CRfcData {
   int decimals_ = 0;
   unsigned char* data_ = nullptr;
   std::unique_ptr<char[]> text_;
+  size_t text_size_ = 0;  // characters text_ holds
 };
