@@ -21,16 +21,30 @@ void Check(bool condition) {
 }
 
 bool Valid(int length, int decimals) {
-  return length >= 1 && length <= 64 && decimals >= 0 && decimals <= 2 * length - 2;
+  return length >= 1 && length <= 64 && decimals >= 0 && decimals <= 2 * length - 1;
 }
 
 struct Packed {
   Packed(int length, int decimals) : bytes(static_cast<size_t>(length), 0x5A), data(1) {
     data.Init(bytes.data(), TYPE_BCD, length, decimals);
   }
+  // Assigns a text the packed-to-text conversion wrote. Through the operator,
+  // which drops the 0 before the point that an all-fraction value reads with
+  // and Str2BCD would count as an integer digit.
+  bool Assign(const char* text) {
+    try {
+      data = text;
+    } catch (const char*) {
+      return false;
+    }
+    return true;
+  }
   std::vector<unsigned char> bytes;
   CRfcData data;
 };
+
+// Sign, a 0 before the point, the point, every digit, the terminator.
+size_t TextSize(int length) { return 2 * static_cast<size_t>(length) + 3; }
 
 // Text to packed, then back: the text the packed value reads as must give
 // the same bytes again.
@@ -44,11 +58,11 @@ void TextToPacked(int length, int decimals, const std::string& input) {
     return;
   }
   Check(Valid(length, decimals));
-  std::vector<char> out(2 * static_cast<size_t>(length) + 2, '\x7F');
+  std::vector<char> out(TextSize(length), '\x7F');
   Check(value.data.BCD2Str(out.data(), value.bytes.data()) == 1);
   Check(std::memchr(out.data(), '\0', out.size()) != nullptr);
   Packed again(length, decimals);
-  Check(again.data.Str2BCD(out.data(), again.bytes.data()) == 1);
+  Check(again.Assign(out.data()));
   Check(again.bytes == value.bytes);
 }
 
@@ -56,11 +70,11 @@ void TextToPacked(int length, int decimals, const std::string& input) {
 void PackedToText(int length, int decimals, const uint8_t* data, size_t size) {
   Packed value(length, decimals);
   for (size_t i = 0; i < value.bytes.size() && i < size; ++i) value.bytes[i] = data[i];
-  std::vector<char> out(2 * static_cast<size_t>(length) + 2, '\x7F');
+  std::vector<char> out(TextSize(length), '\x7F');
   if (value.data.BCD2Str(out.data(), value.bytes.data()) == 0) return;
   Check(std::memchr(out.data(), '\0', out.size()) != nullptr);
   Packed again(length, decimals);
-  Check(again.data.Str2BCD(out.data(), again.bytes.data()) == 1);
+  Check(again.Assign(out.data()));
   std::vector<unsigned char> expected = value.bytes;
   unsigned char& last = expected.back();
   last = static_cast<unsigned char>((last & 0xF0) | ((last & 0x0F) == 0x0D ? 0x0D : 0x0C));
@@ -87,7 +101,7 @@ void Operators(int length, int decimals, const std::string& input) {
     Check(value.bytes == before);
     return;
   }
-  Check(text.size() <= 2 * static_cast<size_t>(length) + 1);
+  Check(text.size() < TextSize(length));
   Packed again(length, decimals);
   again.data = text.c_str();
   Check(again.bytes == value.bytes);

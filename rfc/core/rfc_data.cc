@@ -21,6 +21,7 @@
 #include <array>
 #include <charconv>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -33,8 +34,9 @@
 namespace {
 
 constexpr int kMaxPackedLength = 64;
-// Sign, every digit, the point and the terminator of the largest packed value.
-constexpr size_t kPackedTextSize = 2 * kMaxPackedLength + 2;
+// Sign, a 0 before the point, the point, every digit and the terminator of
+// the largest packed value.
+constexpr size_t kPackedTextSize = 2 * kMaxPackedLength + 3;
 // A text assigned to a packed value may also carry a leading plus sign.
 constexpr size_t kPackedInputSize = 2 * kMaxPackedLength + 3;
 
@@ -43,10 +45,53 @@ constexpr const char kFromPackFailed[] = "CRfcData: Conversion from PACK type (B
 constexpr const char kTooLong[] = "CRfcData:operator=(CSTR) Input string too long, exceeding ";
 
 bool ValidPacked(int length, int decimals) {
-  // With all 2L-1 digits in the fraction the text would need a leading 0 more
-  // than the 2L+2 characters a caller provides.
   return length >= 1 && length <= kMaxPackedLength && decimals >= 0 &&
-         decimals <= 2 * length - 2;
+         decimals <= 2 * length - 1;
+}
+
+// The longest text of a double as std::to_chars writes it shortest
+// (-2.2250738585072014e-308 is 24 characters), with room to spare.
+constexpr size_t kFloatTextSize = 32;
+// The smallest text buffer kept, so that the short cells of a line share one.
+constexpr size_t kMinTextSize = 64;
+
+// The characters operator CSTR needs for a value of `type` and `length`,
+// terminator included.
+size_t TextSize(int type, size_t length) {
+  switch (type) {
+    case TYPE_BCD:
+      return 2 * length + 3;
+    case TYPE_BYTE:
+      return 2 * length + 1;
+    case TYPE_FLOAT:
+      return kFloatTextSize;
+    case TYPE_INT:
+      return sizeof "-2147483648";
+    case TYPE_INT2:
+      return sizeof "-32768";
+    case TYPE_INT1:
+      return sizeof "255";
+    default:
+      return length + 1;
+  }
+}
+
+// A double as the shortest text that reads back as the same value; the two
+// kinds that have no digits take XML Schema's forms, which a schema-aware
+// reader and strtod both accept: INF, -INF, NaN (whatever its sign or payload).
+void FloatText(char* text, double value) {
+  if (std::isnan(value)) {
+    std::memcpy(text, "NaN", sizeof "NaN");
+  } else if (std::isinf(value)) {
+    const char* form = value < 0 ? "-INF" : "INF";
+    std::memcpy(text, form, std::strlen(form) + 1);
+  } else {
+    *std::to_chars(text, text + kFloatTextSize - 1, value).ptr = '\0';
+  }
+}
+
+void IntegerText(char* text, size_t size, long value) {
+  *std::to_chars(text, text + size - 1, value).ptr = '\0';
 }
 
 template <typename T>
@@ -127,7 +172,8 @@ CRfcData::CRfcData(CRfcData&& other) noexcept
       length_(other.length_),
       decimals_(other.decimals_),
       data_(std::exchange(other.data_, nullptr)),
-      text_(std::move(other.text_)) {}
+      text_(std::move(other.text_)),
+      text_size_(std::exchange(other.text_size_, 0)) {}
 
 void CRfcData::Init(void* data, int type, int length, int decimals) {
   data_ = static_cast<unsigned char*>(data);
@@ -441,16 +487,24 @@ CRfcData::operator RFC_FLOAT() const {
 }
 
 CRfcData::operator CSTR() {
-  text_.reset();
   const size_t length = static_cast<size_t>(std::max(length_, 0));
-  const size_t size = type_ == TYPE_BCD ? 2 * length + 2 : length + 1;
-  // Zero-filled, so types without a text form read as the empty text.
-  text_ = rfc::RfcAllocateArray<char>(size);
-  if (!text_) {
-    ThrowRfcFailure("CRfcData::operator CSTR(void) called", {kToPackFailed, kRfcAllocationFailed},
-                    kRfcAllocationFailed);
+  const size_t size = TextSize(type_, length);
+  // The buffer is kept while it is large enough: a table is read through one
+  // value, cell after cell, and a fresh buffer per cell cost more than most
+  // conversions do.
+  if (size > text_size_) {
+    text_.reset();
+    text_size_ = 0;
+    text_ = rfc::RfcAllocateArray<char>(std::max(size, kMinTextSize));
+    if (!text_) {
+      ThrowRfcFailure("CRfcData::operator CSTR(void) called", {kToPackFailed, kRfcAllocationFailed},
+                      kRfcAllocationFailed);
+    }
+    text_size_ = std::max(size, kMinTextSize);
   }
   char* text = text_.get();
+  // ITAB and unknown types read as the empty text.
+  text[0] = '\0';
   if (data_ == nullptr) return text;
   switch (type_) {
     case TYPE_CHAR:
@@ -458,18 +512,46 @@ CRfcData::operator CSTR() {
       size_t used = length;
       while (used > 0 && data_[used - 1] == ' ') --used;
       std::memcpy(text, data_, used);
+      text[used] = '\0';
       break;
     }
     case TYPE_DATE:
     case TYPE_TIME: {
       // All blanks is the empty date or time.
       const bool blank = std::all_of(data_, data_ + length, [](unsigned char c) { return c == ' '; });
-      if (!blank) std::memcpy(text, data_, length);
+      if (!blank) {
+        std::memcpy(text, data_, length);
+        text[length] = '\0';
+      }
       break;
     }
     case TYPE_BCD:
       PackedText(text, "CRfcData::operator CSTR(void) called");
       break;
+    case TYPE_INT:
+      IntegerText(text, size, static_cast<RFC_INT>(*this));
+      break;
+    case TYPE_INT2:
+      // Signed in either byte order (RFC_INT would not sign-extend a
+      // reversed one, and RFC_INT2 traces every call).
+      IntegerText(text, size, Load<RFC_INT2>(data_, native_order_ == 0));
+      break;
+    case TYPE_INT1:
+      IntegerText(text, size, *data_);
+      break;
+    case TYPE_FLOAT:
+      FloatText(text, static_cast<RFC_FLOAT>(*this));
+      break;
+    case TYPE_BYTE: {
+      // Every byte as two upper-case hexadecimal digits, leading zeros kept.
+      static constexpr char kHex[] = "0123456789ABCDEF";
+      for (size_t i = 0; i < length; ++i) {
+        text[2 * i] = kHex[data_[i] >> 4];
+        text[2 * i + 1] = kHex[data_[i] & 0x0F];
+      }
+      text[2 * length] = '\0';
+      break;
+    }
     default:
       break;
   }

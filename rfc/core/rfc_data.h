@@ -6,8 +6,9 @@
 // Packed decimals (TYPE_BCD) of L bytes with D decimals hold 2L-1 digits, two
 // per byte, high nibble first; the last byte holds the last digit and the sign
 // (0xC written for positive, 0xD for negative; only 0xD reads as negative).
-// The last D digits are the fraction. L is 1 to 64 and D 0 to 2L-2, so that
-// the text (sign, digits, point, terminator) fits in 2L+2 characters.
+// The last D digits are the fraction. L is 1 to 64 and D 0 to 2L-1; the text
+// (sign, a 0 before the point when all digits are decimals, point, digits,
+// terminator) takes at most 2L+3 characters.
 //
 // Failed conversions write their trace lines and throw const char* texts:
 //   "CRfcData: Conversion to PACK type (BCD) failed"
@@ -16,6 +17,7 @@
 //   "Failed to allocate memory!"
 // and leave the value's bytes as they were.
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -80,11 +82,15 @@ class CRfcData {
   operator RFC_INT2() const;
   operator RFC_FLOAT() const;
   // The text stays valid until the next text conversion of this value or its
-  // destruction. Types without a text form give the empty text.
+  // destruction. CHAR and NUM lose their trailing blanks; all-blank DATE and
+  // TIME read as empty; INT, INT2 and INT1 as signed (INT1 unsigned) decimal;
+  // FLOAT as the shortest text that reads back the same (INF, -INF, NaN for
+  // the values without digits); BYTE as two upper-case hex digits per byte;
+  // ITAB and unknown types as the empty text.
   operator CSTR();
 
   // Packed to text with this value's length and decimals; `text` must hold
-  // 2L+2 characters. 1 on success, 0 on failure.
+  // 2L+3 characters. 1 on success, 0 on failure.
   int BCD2Str(char* text, const unsigned char* bcd) const;
   // Text to packed. Blanks in `text` are taken as the digit 0 and overwritten
   // with it. 1 on success; 0 on failure with `bcd` untouched.
@@ -95,7 +101,7 @@ class CRfcData {
   void* GetData() const { return data_; }
 
  private:
-  // Reads the packed value as text into `text` (2L+2 characters) or reports
+  // Reads the packed value as text into `text` (2L+3 characters) or reports
   // the failure of `operation` and throws.
   void PackedText(char* text, const char* operation) const;
 
@@ -105,4 +111,5 @@ class CRfcData {
   int decimals_ = 0;
   unsigned char* data_ = nullptr;
   std::unique_ptr<char[]> text_;
+  size_t text_size_ = 0;  // characters text_ holds
 };

@@ -55,7 +55,8 @@ inline std::string TestSystem() {
       {"name": "WEIGHT", "type": "F"},
       {"name": "PRIO", "type": "s"},
       {"name": "FLAGS", "type": "b"},
-      {"name": "RAW", "type": "X", "length": 2}
+      {"name": "RAW", "type": "X", "length": 2},
+      {"name": "SHARE", "type": "P", "length": 2, "decimals": 3}
     ],
     "ZE2E_ALL_TEXT": [
       {"name": "H_IDENT", "type": "C", "length": 10},

@@ -26,13 +26,14 @@ const std::regex kDateTime(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)");
 constexpr const char* kWaiting = "\r\n\r\n...WAITING FOR BATCHES...\r\n\r\n\r\n";
 
 // A batch for ZE2E_ALL: special characters, blanks, identifiers from each of
-// the three columns, a row without any, and every field type.
+// the three columns, a row without any, and every field type (SHARE is a
+// packed value whose digits are all decimals).
 constexpr const char* kAllTypesCsv =
-    "H_IDENT,T_IDENT,IDENT,NOTE,DAY,AT,AMOUNT,CODE,QTY,WEIGHT,PRIO,FLAGS,RAW\n"
-    "A<1>&,T1,I1,\"  a<b & \"\"c\"\" 'd' &amp; >  \",20240131,235959,12.34,42,42,2.5,-3,7,ABCD\n"
-    ",T2,,,,,-0.5,0,0,0,0,0,\n"
-    ",,I3,inner  blanks stay,20000229,000000,,9999,1,1,1,1,01\n"
-    ",,,no identifier: left out,,,5,5,5,5,5,5,05\n";
+    "H_IDENT,T_IDENT,IDENT,NOTE,DAY,AT,AMOUNT,CODE,QTY,WEIGHT,PRIO,FLAGS,RAW,SHARE\n"
+    "A<1>&,T1,I1,\"  a<b & \"\"c\"\" 'd' &amp; >  \",20240131,235959,12.34,42,42,2.5,-3,7,ABCD,0.125\n"
+    ",T2,,,,,-0.5,0,0,0,0,0,,-0.125\n"
+    ",,I3,inner  blanks stay,20000229,000000,,9999,1,1,1,1,01,\n"
+    ",,,no identifier: left out,,,5,5,5,5,5,5,05,0.5\n";
 
 // The rows of kAllTypesCsv as the server writes them.
 constexpr const char* kAllTypesRows =
@@ -45,11 +46,12 @@ constexpr const char* kAllTypesRows =
     "      <AT>235959</AT>\n"
     "      <AMOUNT>12.34</AMOUNT>\n"
     "      <CODE>0042</CODE>\n"
-    "      <QTY/>\n"
-    "      <WEIGHT/>\n"
-    "      <PRIO/>\n"
-    "      <FLAGS/>\n"
-    "      <RAW/>\n"
+    "      <QTY>42</QTY>\n"
+    "      <WEIGHT>2.5</WEIGHT>\n"
+    "      <PRIO>-3</PRIO>\n"
+    "      <FLAGS>7</FLAGS>\n"
+    "      <RAW>ABCD</RAW>\n"
+    "      <SHARE>0.125</SHARE>\n"
     "    </A&lt;1&gt;&amp;>\n"
     "    <T2>\n"
     "      <H_IDENT/>\n"
@@ -60,11 +62,12 @@ constexpr const char* kAllTypesRows =
     "      <AT>000000</AT>\n"
     "      <AMOUNT>-0.50</AMOUNT>\n"
     "      <CODE>0000</CODE>\n"
-    "      <QTY/>\n"
-    "      <WEIGHT/>\n"
-    "      <PRIO/>\n"
-    "      <FLAGS/>\n"
-    "      <RAW/>\n"
+    "      <QTY>0</QTY>\n"
+    "      <WEIGHT>0</WEIGHT>\n"
+    "      <PRIO>0</PRIO>\n"
+    "      <FLAGS>0</FLAGS>\n"
+    "      <RAW>0000</RAW>\n"
+    "      <SHARE>-0.125</SHARE>\n"
     "    </T2>\n"
     "    <I3>\n"
     "      <H_IDENT/>\n"
@@ -75,11 +78,12 @@ constexpr const char* kAllTypesRows =
     "      <AT>000000</AT>\n"
     "      <AMOUNT>0.00</AMOUNT>\n"
     "      <CODE>9999</CODE>\n"
-    "      <QTY/>\n"
-    "      <WEIGHT/>\n"
-    "      <PRIO/>\n"
-    "      <FLAGS/>\n"
-    "      <RAW/>\n"
+    "      <QTY>1</QTY>\n"
+    "      <WEIGHT>1</WEIGHT>\n"
+    "      <PRIO>1</PRIO>\n"
+    "      <FLAGS>1</FLAGS>\n"
+    "      <RAW>0100</RAW>\n"
+    "      <SHARE>0.000</SHARE>\n"
     "    </I3>\n";
 
 std::string XmlStart(const std::string& function, const std::string& id,
