@@ -1,115 +1,64 @@
 // Runs the built batchctl against events this test creates.
 
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "gtest/gtest.h"
 #include "platform/event.h"
-#include "tests/platform/child_process.h"
+#include "tests/support/processes.h"
 
 namespace {
 
 using platform::Event;
 using platform::WaitResult;
-using platform_test::RunResult;
 
-std::string BatchctlPath() {
-  if (const char* build = getenv("BS_BUILD_DIR")) return std::string(build) + "/bin/batchctl";
-  return BS_BATCHCTL;
-}
-
-RunResult Batchctl(const std::vector<std::string>& args) {
-  std::vector<std::string> argv{BatchctlPath()};
+testutil::RunResult Batchctl(const std::vector<std::string>& args) {
+  std::vector<std::string> argv{getenv("BS_BUILD_DIR") != nullptr ? testutil::BuildDir() + "/bin/batchctl"
+                                                                 : std::string(BS_BATCHCTL)};
   argv.insert(argv.end(), args.begin(), args.end());
-  return platform_test::Run(argv);
+  return testutil::RunCommand(argv);
 }
 
-std::string UniqueName(const std::string& stem) {
-  static int counter = 0;
-  return "bs_ctl_" + stem + "_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+// "exit code|output|error" of one run.
+std::string Outcome(const std::vector<std::string>& args) {
+  const testutil::RunResult result = Batchctl(args);
+  return std::to_string(result.exit_code) + "|" + result.out + "|" + result.err;
 }
 
-TEST(BatchctlTest, NoEventMeansNotRunning) {
-  const std::string name = UniqueName("none");
-  RunResult status = Batchctl({"status", name});
-  EXPECT_EQ(status.exit_code, 3);
-  EXPECT_EQ(status.out, "not running\n");
-  EXPECT_EQ(status.err, "");
+TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
+  const std::string none = testutil::UniqueName("bs_ctl_none_");
+  EXPECT_EQ(Outcome({"status", none}), "3|not running\n|");
+  EXPECT_EQ(Outcome({"stop", none}), "1||batchctl: no running batch server named '" + none + "'\n");
+  EXPECT_EQ(Event::Open(none), nullptr) << "a refused stop must not leave an event behind";
 
-  RunResult stop = Batchctl({"stop", name});
-  EXPECT_EQ(stop.exit_code, 1);
-  EXPECT_EQ(stop.out, "");
-  EXPECT_EQ(stop.err, "batchctl: no running batch server named '" + name + "'\n");
-  EXPECT_EQ(Event::Open(name), nullptr) << "a refused stop must not leave an event behind";
-}
-
-TEST(BatchctlTest, StopSetsTheEventAndStatusFollows) {
-  const std::string name = UniqueName("srv");
-  auto event = Event::Create(name, false);
-  ASSERT_NE(event, nullptr);
-
-  RunResult status = Batchctl({"status", name});
-  EXPECT_EQ(status.exit_code, 0);
-  EXPECT_EQ(status.out, "running\n");
-  EXPECT_EQ(event->Wait(0), WaitResult::kTimeout) << "asking must not stop the server";
-
-  RunResult stop = Batchctl({"stop", name});
-  EXPECT_EQ(stop.exit_code, 0);
-  EXPECT_EQ(stop.out, "batchctl: stop signalled to " + name + "\n");
-  EXPECT_EQ(stop.err, "");
-  EXPECT_EQ(event->Wait(0), WaitResult::kSignaled);
-
-  status = Batchctl({"status", name});
-  EXPECT_EQ(status.exit_code, 0);
-  EXPECT_EQ(status.out, "stopping\n");
-  EXPECT_EQ(Batchctl({"stop", name}).exit_code, 0) << "stopping twice is no error";
-
-  // The server resets its event when it starts again.
-  event->Reset();
-  EXPECT_EQ(Batchctl({"status", name}).out, "running\n");
-  event.reset();
-  EXPECT_EQ(Batchctl({"status", name}).out, "not running\n");
-}
-
-TEST(BatchctlTest, OddNamesWork) {
-  const std::string base = UniqueName("odd");
-  const std::vector<std::string> names = {
-      base + "/a/b", base + "..", base + ".ini", "." + base,
-      base + "\xc3\xa4\xe2\x82\xac",  // umlaut and euro sign in UTF-8
-      base + std::string(300, 'L'), base + "\\c:\\x"};
-  for (const std::string& name : names) {
+  const std::string base = testutil::UniqueName("bs_ctl_odd_");
+  for (const std::string& name : {base, base + "/a/b", base + "..", "." + base,
+                                  base + "\xc3\xa4\xe2\x82\xac", base + std::string(300, 'L'), base + "\\c:\\x"}) {
     auto event = Event::Create(name, false);
     ASSERT_NE(event, nullptr);
-    EXPECT_EQ(Batchctl({"status", name}).out, "running\n") << name;
-    EXPECT_EQ(Batchctl({"stop", name}).exit_code, 0) << name;
-    EXPECT_EQ(event->Wait(0), WaitResult::kSignaled) << name;
-    EXPECT_EQ(Batchctl({"status", name}).out, "stopping\n") << name;
+    EXPECT_EQ(Outcome({"status", name}), "0|running\n|");
+    EXPECT_EQ(event->Wait(0), WaitResult::kTimeout) << "asking must not stop the server";
+    EXPECT_EQ(Outcome({"stop", name}), "0|batchctl: stop signalled to " + name + "\n|");
+    EXPECT_EQ(event->Wait(0), WaitResult::kSignaled);
+    EXPECT_EQ(Outcome({"status", name}), "0|stopping\n|");
+    EXPECT_EQ(Batchctl({"stop", name}).exit_code, 0) << "stopping twice is no error";
+    event->Reset();  // as a server starting again does
+    EXPECT_EQ(Batchctl({"status", name}).out, "running\n");
   }
-}
 
-TEST(BatchctlTest, ServerThatDiedIsNotRunning) {
-  const std::string name = UniqueName("dead");
-  // The child takes the event and ends without closing it, as a crash would.
+  // A server that died without closing its event is not running.
+  const std::string dead = testutil::UniqueName("bs_ctl_dead_");
   const pid_t pid = fork();
   ASSERT_GE(pid, 0);
-  if (pid == 0) {
-    auto event = Event::Create(name, false);
-    _exit(event != nullptr ? 0 : 1);
-  }
+  if (pid == 0) _exit(Event::Create(dead, false) != nullptr ? 0 : 1);
   int status = 0;
   ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(WEXITSTATUS(status), 0);
-
-  RunResult result = Batchctl({"status", name});
-  EXPECT_EQ(result.exit_code, 3);
-  EXPECT_EQ(result.out, "not running\n");
-  EXPECT_EQ(Batchctl({"stop", name}).exit_code, 1);
+  ASSERT_EQ(testutil::ExitCode(status), 0);
+  EXPECT_EQ(Outcome({"status", dead}), "3|not running\n|");
+  EXPECT_EQ(Batchctl({"stop", dead}).exit_code, 1);
 }
 
 TEST(BatchctlTest, WrongUseShowsTheUsage) {
@@ -117,12 +66,12 @@ TEST(BatchctlTest, WrongUseShowsTheUsage) {
       {}, {"stop"}, {"status"}, {"stop", "a", "b"}, {"stop", ""}, {"status", ""},
       {"halt", "x"}, {"STOP", "x"}, {"--help", "x"}};
   for (const auto& args : wrong) {
-    RunResult result = Batchctl(args);
+    const testutil::RunResult result = Batchctl(args);
     EXPECT_EQ(result.exit_code, 2) << args.size();
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err.rfind("Usage: batchctl stop NAME\n", 0), 0u) << result.err;
   }
-  RunResult help = Batchctl({"--help"});
+  const testutil::RunResult help = Batchctl({"--help"});
   EXPECT_EQ(help.exit_code, 0);
   EXPECT_EQ(help.out.rfind("Usage: batchctl stop NAME\n", 0), 0u);
   EXPECT_NE(help.out.find("batchctl status NAME"), std::string::npos);
