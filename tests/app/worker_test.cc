@@ -1,47 +1,35 @@
+// The worker's pieces that its cycles cannot show on their own: the library
+// error as the log writes it, the idle pause and the logon choice.
+
 #include "app/worker.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <climits>
 #include <cstring>
 #include <string>
 
+#include "app/decimal_text.h"
 #include "app/globals.h"
 #include "app/settings.h"
 
 namespace {
 
-void CopyField(char* field, std::size_t size, const std::string& text) {
-  std::memset(field, 0, size);
-  std::memcpy(field, text.data(), std::min(size, text.size()));
-}
-
-TEST(WorkerTest, LibraryErrorIsDescribedFieldByField) {
-  RFC_ERROR_INFO error;
-  CopyField(error.key, sizeof error.key, "RFC_ERROR_LOGON_FAILURE");
-  CopyField(error.status, sizeof error.status, "CONNECT to SAP gateway failed");
-  CopyField(error.message, sizeof error.message, "Name or password is incorrect");
-  CopyField(error.intstat, sizeof error.intstat, "");
+TEST(WorkerTest, LibraryErrorIsDescribedFieldByFieldEachReadOnlyToItsEnd) {
+  RFC_ERROR_INFO error{};
+  std::strcpy(error.key, "RFC_ERROR_LOGON_FAILURE");
+  std::strcpy(error.status, "CONNECT to SAP gateway failed");
+  std::strcpy(error.message, "Name or password is incorrect");
   EXPECT_EQ(DescribeRfcError(error),
             "Key: RFC_ERROR_LOGON_FAILURE\nStatus: CONNECT to SAP gateway failed\n"
             "Message: Name or password is incorrect\nInitstate: ");
-}
-
-TEST(WorkerTest, UnterminatedLibraryErrorFieldsAreReadOnlyToTheirEnd) {
-  RFC_ERROR_INFO error;
   std::memset(&error, 'X', sizeof error);  // no terminator anywhere
-  const std::string described = DescribeRfcError(error);
-  EXPECT_EQ(described, "Key: " + std::string(33, 'X') + "\nStatus: " + std::string(128, 'X') +
-                           "\nMessage: " + std::string(256, 'X') +
-                           "\nInitstate: " + std::string(128, 'X'));
+  EXPECT_EQ(DescribeRfcError(error), "Key: " + std::string(33, 'X') + "\nStatus: " + std::string(128, 'X') +
+                                         "\nMessage: " + std::string(256, 'X') + "\nInitstate: " +
+                                         std::string(128, 'X'));
 }
 
-class WorkerSettingsTest : public ::testing::Test {
- protected:
-  void TearDown() override { ProcessSettings() = CSettings(); }
-};
-
-TEST_F(WorkerSettingsTest, IdlePauseIsTheListenTimerPlusOne) {
+TEST(WorkerTest, IdlePauseIsTheListenTimerPlusOneAndOnlyAnExactYesBalancesTheLoad) {
   const struct {
     const char* timer;
     uint32_t pause;
@@ -53,15 +41,28 @@ TEST_F(WorkerSettingsTest, IdlePauseIsTheListenTimerPlusOne) {
     ProcessSettings().Set(CSettings::kListenTimer, c.timer);
     EXPECT_EQ(IdlePauseMs(), c.pause) << "timer '" << c.timer << "'";
   }
-}
-
-TEST_F(WorkerSettingsTest, OnlyAnExactYesSelectsTheMessageServer) {
   ProcessSettings().Set(CSettings::kLoadBalancing, "Yes");
   EXPECT_TRUE(LogonThroughMessageServer());
   for (const char* other : {"yes", "YES", "Yes ", " Yes", "", "1", "true"}) {
     ProcessSettings().Set(CSettings::kLoadBalancing, other);
     EXPECT_FALSE(LogonThroughMessageServer()) << "'" << other << "'";
   }
+  ProcessSettings() = CSettings();
+}
+
+TEST(DecimalTextTest, ReadsLeadingDigitsAfterWhiteSpaceAndSignClampedToTheRange) {
+  const struct {
+    const char* text;
+    int value;
+  } cases[] = {
+      {"250", 250}, {"  250", 250}, {"\t\r\n 7", 7}, {"250ms", 250}, {"00", 0}, {"08", 8}, {"-5", -5},
+      {"+12", 12}, {"1 2", 1},
+      // No digits give 0.
+      {"", 0}, {"abc", 0}, {"   ", 0}, {"-", 0}, {"- 5", 0}, {"x250", 0},
+      {"2147483647", INT_MAX}, {"2147483648", INT_MAX}, {"-2147483648", INT_MIN}, {"-2147483649", INT_MIN},
+      {"99999999999999999999999999999999", INT_MAX}, {"-99999999999999999999999999999999", INT_MIN},
+  };
+  for (const auto& c : cases) EXPECT_EQ(DecimalTextToInt(c.text), c.value) << "'" << c.text << "'";
 }
 
 }  // namespace

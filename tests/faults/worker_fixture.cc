@@ -8,7 +8,7 @@
 #include "app/globals.h"
 #include "platform/event.h"
 #include "tests/sapsim/support/rfc_library.h"
-#include "tests/support/temp_dir.h"
+#include "tests/support/log_reading.h"
 
 namespace faults {
 
@@ -38,30 +38,16 @@ constexpr const char* kSystem = R"({
   }
 })";
 
-const std::string kRule = std::string(65, '#') + "\r\n";
-
 }  // namespace
-
-int CountOf(const std::string& text, const std::string& part) {
-  int count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
-  return count;
-}
 
 int LoggedCycle::ErrorEntries() const { return CountOf(body, " - RFC_ERROR_INFO\nKey: "); }
 int LoggedCycle::UnknownEntries() const { return CountOf(body, " - UNKNOWN EXEPTION\n\r\n"); }
 bool LoggedCycle::Serving() const { return body.find("\r\n...WAITING FOR BATCHES...\r\n") != std::string::npos; }
 
 bool LoggedCycle::IsOneLibraryError() const {
-  // The time stamp: digits where "00/00/00 00:00:00" has them.
-  const std::string stamp = "00/00/00 00:00:00";
-  if (body.size() < stamp.size()) return false;
-  for (size_t i = 0; i < stamp.size(); ++i) {
-    const bool digit = std::isdigit(static_cast<unsigned char>(body[i])) != 0;
-    if (stamp[i] == '0' ? !digit : body[i] != stamp[i]) return false;
-  }
+  if (!testutil::StartsWithLogTime(body)) return false;
   // The record's four fields, one line each, and the entry's only line end.
-  size_t at = stamp.size();
+  size_t at = 17;
   for (const char* label : {" - RFC_ERROR_INFO\nKey: ", "\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
     if (body.compare(at, std::string(label).size(), label) != 0) return false;
     at = body.find_first_of("\n\r", at + std::string(label).size());
@@ -125,28 +111,11 @@ bool WorkerFixture::StopWorker() {
   return true;
 }
 
-std::string WorkerFixture::LogText() const {
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(logs_)) files.push_back(entry.path().string());
-  std::sort(files.begin(), files.end());
-  std::string text;
-  for (const std::string& file : files) text += testutil::ReadBytes(file);
-  return text;
-}
+std::string WorkerFixture::LogText() const { return testutil::FilesText(logs_); }
 
 std::vector<LoggedCycle> WorkerFixture::Cycles() const {
-  const std::string log = LogText();
-  const std::string header = kRule + "# HEADER\r\n";
   std::vector<LoggedCycle> cycles;
-  for (size_t start = log.find(header); start != std::string::npos;) {
-    // The block ends with the second rule and an empty line.
-    const size_t end = log.find(kRule + "\r\n", start + header.size());
-    if (end == std::string::npos) break;
-    const size_t body = end + kRule.size() + 2;
-    const size_t next = log.find(header, body);
-    cycles.push_back({log.substr(body, next == std::string::npos ? std::string::npos : next - body)});
-    start = next;
-  }
+  for (std::string& body : testutil::ServiceCycles(LogText())) cycles.push_back({std::move(body)});
   return cycles;
 }
 

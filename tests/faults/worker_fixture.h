@@ -6,14 +6,13 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "app/batch_app.h"
 #include "tests/sapsim/support/sapsim_process.h"
+#include "tests/support/polling.h"
 
 namespace faults {
 
@@ -21,17 +20,8 @@ inline constexpr const char* kProgramId = "BATCHFAULT";
 inline constexpr const char* kFunction = "Z_FAULT_BATCH";
 inline constexpr const char* kStructure = "ZFAULT_LINE";
 
-template <typename Predicate>
-bool Eventually(Predicate done, std::chrono::milliseconds patience = std::chrono::seconds(20)) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
-int CountOf(const std::string& text, const std::string& part);
+using testutil::CountOf;
+using testutil::Eventually;
 
 // One service cycle as the log shows it: the entries after a header block.
 struct LoggedCycle {

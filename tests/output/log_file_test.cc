@@ -1,8 +1,12 @@
+// The daily log: the header block's bytes, every flag of an entry, the
+// stopwatch, the names, and the error message with its cause numbers.
+
 #include "output/log_file.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <string>
 
@@ -13,7 +17,7 @@
 namespace {
 
 const std::string kRule = std::string(65, '#') + "\r\n";
-const char kDateTime[] = "\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d";
+const std::string kDateTime = "\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d";
 
 class LogFileTest : public ::testing::Test {
  protected:
@@ -23,14 +27,21 @@ class LogFileTest : public ::testing::Test {
     log_.SetDescription("SRV1");
   }
   void TearDown() override { platform::testing::ClearFileFaults(); }
-
   std::string Contents() const { return testutil::ReadBytes(path_); }
-
   // Writes `text` with `flags` into a fresh file and returns what landed there.
   std::string Entry(uint32_t flags, const std::string& text) {
     std::filesystem::remove(path_);
     log_.Write(flags, text);
     return Contents();
+  }
+  std::string ErrorOf(const std::function<void()>& write) {
+    try {
+      write();
+    } catch (const std::string& message) {
+      EXPECT_EQ(log_.GetLastError(), message);
+      return message;
+    }
+    return "no exception";
   }
 
   testutil::TempDir dir_;
@@ -38,87 +49,58 @@ class LogFileTest : public ::testing::Test {
   CLogFile log_;
 };
 
-TEST_F(LogFileTest, HeaderBlockBytes) {
-  log_.WriteHeader();
-  const std::string expected = kRule + "# HEADER\r\n# Path: " + path_ + "\r\n# Date/Time: " +
-                               log_.GetDateTimeText() +
-                               "\r\n# DESCRIPTION: SRV1\r\n# CLOCKS_PER_SEC: 1000\r\n" + kRule +
-                               "\r\n";
-  EXPECT_EQ(Contents(), expected);
-  EXPECT_TRUE(std::regex_match(log_.GetDateTimeText(), std::regex(kDateTime)));
-  EXPECT_EQ(kRule.size(), 67u);
-}
-
-TEST_F(LogFileTest, HeadersAndEntriesAreAppendedNeverTruncated) {
+TEST_F(LogFileTest, HeaderBlockIsAppendedByteForByte) {
   testutil::WriteBytes(path_, "earlier\r\n");
   log_.WriteHeader();
-  log_.Write(LOG_NEWLINE1, "line");
-  log_.WriteHeader();
-  {
-    // A second object, as after a restart, appends to the same day's file.
-    CLogFile restarted;
-    restarted.SetPath(path_);
-    restarted.Write(0, "tail");
+  EXPECT_TRUE(std::regex_match(log_.GetDateTimeText(), std::regex(kDateTime)));
+  EXPECT_EQ(Contents(), "earlier\r\n" + kRule + "# HEADER\r\n# Path: " + path_ + "\r\n# Date/Time: " +
+                            log_.GetDateTimeText() + "\r\n# DESCRIPTION: SRV1\r\n# CLOCKS_PER_SEC: 1000\r\n" + kRule +
+                            "\r\n");
+  CLogFile restarted;  // as after a restart: the same day's file goes on
+  restarted.SetPath(path_);
+  restarted.Write(0, "tail");
+  EXPECT_EQ(Contents().substr(Contents().size() - 6), "\r\ntail");
+}
+
+TEST_F(LogFileTest, FlagsShapeTheEntry) {
+  const struct {
+    uint32_t flags;
+    const char* text;
+    std::string expected;  // a regular expression
+  } cases[] = {
+      {0, "a\tb\nc", "a\tb\nc"},
+      {LOG_INDENT1, "T", "\tT"},
+      {LOG_INDENT2, "T", "\t\tT"},
+      {LOG_INDENT3, "T", "\t\t\tT"},
+      {LOG_INDENT4, "T", "\t\t\t\tT"},
+      {LOG_INDENT5, "T", "\t\t\t\t\tT"},
+      {LOG_INDENT6, "T", "\t\t\t\t\t\tT"},
+      {0x0003, "T", "\t\tT"},  // the highest indentation bit wins
+      {0x0021, "T", "\t\t\t\t\t\tT"},
+      {0x0005, "T", "\t\t\tT"},
+      {LOG_STARS, "T", "\\*{8} T\\*{8}"},
+      {LOG_HASHES, "T", "#{8} T#{8}"},
+      {0x00C0, "T", "\\*{8} #{8} T\\*{8}#{8}"},  // frames close in the order they open
+      {0x0C00, "T", kDateTime + " - T\r\n"},
+      {LOG_NEWLINE1, "T", "T\r\n"},
+      {LOG_NEWLINE2, "T", "T\r\n\r\n"},
+      {LOG_NEWLINE3, "T", "T\r\n\r\n\r\n"},
+      {0x1800, "T", "T\r\n\r\n\r\n"},  // line ends add up
+      {0x3800, "T", "T(\r\n){6}"},
+      {0x0800, "", "\r\n"},
+      {0x08C1 | LOG_TIME | LOG_ELAPSED, "T", "\\t\\*{8} #{8} " + kDateTime + " - T \\(\\d+\\)\\*{8}#{8}\r\n"},
+  };
+  for (const auto& c : cases) {
+    const std::string entry = Entry(c.flags, c.text);
+    EXPECT_TRUE(std::regex_match(entry, std::regex(c.expected))) << std::hex << c.flags << ": " << entry;
   }
-  const std::string text = Contents();
-  EXPECT_EQ(text.rfind("earlier\r\n" + kRule, 0), 0u);
-  EXPECT_NE(text.find(kRule + "\r\nline\r\n" + kRule), std::string::npos);
-  EXPECT_EQ(text.substr(text.size() - 6), "\r\ntail");
-}
-
-TEST_F(LogFileTest, NoFlagsWriteTheTextExactly) {
-  EXPECT_EQ(Entry(0, "a\tb\nc"), "a\tb\nc");
-  std::string text = "kept";
-  log_.Write(0, text);
-  EXPECT_EQ(text, "kept");
-}
-
-TEST_F(LogFileTest, HighestIndentationBitWins) {
-  EXPECT_EQ(Entry(LOG_INDENT1, "T"), "\tT");
-  EXPECT_EQ(Entry(LOG_INDENT2, "T"), "\t\tT");
-  EXPECT_EQ(Entry(LOG_INDENT3, "T"), "\t\t\tT");
-  EXPECT_EQ(Entry(LOG_INDENT4, "T"), "\t\t\t\tT");
-  EXPECT_EQ(Entry(LOG_INDENT5, "T"), "\t\t\t\t\tT");
-  EXPECT_EQ(Entry(LOG_INDENT6, "T"), "\t\t\t\t\t\tT");
-  EXPECT_EQ(Entry(0x0003, "T"), "\t\tT");
-  EXPECT_EQ(Entry(0x0021, "T"), "\t\t\t\t\t\tT");
-  EXPECT_EQ(Entry(0x0005, "T"), "\t\t\tT");
-}
-
-TEST_F(LogFileTest, FramesOpenAndCloseInTheSameOrder) {
-  EXPECT_EQ(Entry(0x00C0, "T"), "******** ######## T********########");
-  EXPECT_EQ(Entry(LOG_STARS, "T"), "******** T********");
-  EXPECT_EQ(Entry(LOG_HASHES, "T"), "######## T########");
-}
-
-TEST_F(LogFileTest, TimeStampedLine) {
-  const std::string entry = Entry(0x0C00, "T");
-  EXPECT_TRUE(std::regex_match(entry, std::regex(std::string("^") + kDateTime + " - T\r\n$")))
-      << entry;
-  EXPECT_EQ(entry.substr(0, 17), log_.GetDateTimeText());
-}
-
-TEST_F(LogFileTest, LineEndsAddUp) {
-  EXPECT_EQ(Entry(LOG_NEWLINE1, "T"), "T\r\n");
-  EXPECT_EQ(Entry(LOG_NEWLINE2, "T"), "T\r\n\r\n");
-  EXPECT_EQ(Entry(LOG_NEWLINE3, "T"), "T\r\n\r\n\r\n");
-  EXPECT_EQ(Entry(0x1800, "T"), "T\r\n\r\n\r\n");
-  EXPECT_EQ(Entry(0x3800, "T"), "T\r\n\r\n\r\n\r\n\r\n\r\n");
-  EXPECT_EQ(Entry(0x0800, ""), "\r\n");
-}
-
-TEST_F(LogFileTest, AllPiecesInTheirOrder) {
-  const std::string entry = Entry(0x08C1 | LOG_TIME | LOG_ELAPSED, "T");
-  const std::regex expected(std::string("^\\t\\*{8} #{8} ") + kDateTime +
-                            " - T \\(\\d+\\)\\*{8}#{8}\r\n$");
-  EXPECT_TRUE(std::regex_match(entry, expected)) << entry;
-}
-
-TEST_F(LogFileTest, CallersTextIsReplacedByTheEntry) {
   std::string text = "T";
   log_.Write(LOG_INDENT1 | LOG_NEWLINE1, text);
-  EXPECT_EQ(text, "\tT\r\n");
-  EXPECT_EQ(Contents(), "\tT\r\n");
+  EXPECT_EQ(text, "\tT\r\n");  // the caller's text is replaced by the entry
+  std::filesystem::remove(path_);
+  const std::string big(20000, 'x');
+  log_.WriteFormat(LOG_NEWLINE1, "%s|%d|%u|%s", big.c_str(), -7, 42u, "end");
+  EXPECT_EQ(Contents(), big + "|-7|42|end\r\n");
 }
 
 int FigureOf(const std::string& entry) {
@@ -129,138 +111,58 @@ int FigureOf(const std::string& entry) {
 
 TEST_F(LogFileTest, ElapsedFiguresGrowUntilRestarted) {
   const int first = FigureOf(Entry(LOG_ELAPSED, "a"));
-  const int second = FigureOf(Entry(LOG_ELAPSED, "b"));
   EXPECT_GE(first, 0);
-  EXPECT_GE(second, first);
-
-  // Let the stopwatch run well past anything the next entries take.
-  platform::Sleep(300);
+  platform::Sleep(300);  // well past anything the next entries take
+  EXPECT_GE(log_.Elapsed(0), 300);
   const uint32_t before = platform::ProcessClock();
-  const int at_restart = FigureOf(Entry(LOG_ELAPSED | LOG_RESTART, "c"));
+  EXPECT_GE(FigureOf(Entry(LOG_ELAPSED | LOG_RESTART, "c")), 300);
   const int after_restart = FigureOf(Entry(LOG_ELAPSED, "d"));
-  const uint32_t after = platform::ProcessClock();
-  EXPECT_GE(at_restart, 300);
-  // Counted from the restart, so no more than the time these two entries took.
-  EXPECT_LE(after_restart, static_cast<int>(after - before));
-}
-
-TEST_F(LogFileTest, ElapsedReadsAndRestartsTheStopwatch) {
-  platform::Sleep(50);
-  const int32_t running = log_.Elapsed(0);
-  EXPECT_GE(running, 50);
-  EXPECT_GE(log_.Elapsed(0), running);
-  const uint32_t before = platform::ProcessClock();
+  EXPECT_LE(after_restart, static_cast<int>(platform::ProcessClock() - before));
   log_.Elapsed(1);
-  const int32_t fresh = log_.Elapsed(0);
-  EXPECT_LE(fresh, static_cast<int32_t>(platform::ProcessClock() - before));
+  EXPECT_LE(log_.Elapsed(0), static_cast<int32_t>(platform::ProcessClock() - before));
 }
 
-TEST_F(LogFileTest, FormattedTextOfAnyLength) {
-  const std::string big(20000, 'x');
-  log_.WriteFormat(LOG_NEWLINE1, "%s|%d|%u|%s", big.c_str(), -7, 42u, "end");
-  EXPECT_EQ(Contents(), big + "|-7|42|end\r\n");
-
-  std::filesystem::remove(path_);
-  log_.WriteFormat(LOG_NEWLINE1, "%s", "");
-  EXPECT_EQ(Contents(), "\r\n");
-}
-
-TEST_F(LogFileTest, UniqueNameIsSecondsThenUnpaddedMilliseconds) {
+TEST_F(LogFileTest, NamesDatesAndTheStartUpLog) {
   const int64_t low = platform::CalendarSeconds();
   const std::string name = CLogFile::MakeUniqueName();
   const int64_t high = platform::CalendarSeconds();
-  ASSERT_TRUE(std::regex_match(name, std::regex("\\d+"))) << name;
-
-  bool matched = false;
-  for (int64_t seconds = low; seconds <= high; ++seconds) {
+  bool matched = false;  // seconds, then milliseconds without padding
+  for (int64_t seconds = low; seconds <= high && !matched; ++seconds) {
     const std::string prefix = std::to_string(seconds);
-    if (name.compare(0, prefix.size(), prefix) != 0) continue;
-    const std::string milliseconds = name.substr(prefix.size());
-    matched = std::regex_match(milliseconds, std::regex("0|[1-9]\\d{0,2}"));
-    if (matched) break;
+    matched = name.compare(0, prefix.size(), prefix) == 0 &&
+              std::regex_match(name.substr(prefix.size()), std::regex("0|[1-9]\\d{0,2}"));
   }
   EXPECT_TRUE(matched) << name << " against " << low << ".." << high;
+  EXPECT_TRUE(std::regex_match(CLogFile().GetPath(), std::regex("/tmp/\\d+\\.log"))) << CLogFile().GetPath();
+  const platform::LocalTime today = platform::LocalNow();
+  char date[16];
+  std::snprintf(date, sizeof date, "%04d%02d%02d", today.year, today.month, today.day);
+  EXPECT_EQ(CLogFile::GetDate(), date);
 }
 
-TEST_F(LogFileTest, StartUpNameLivesInTmp) {
-  const CLogFile fresh;
-  EXPECT_TRUE(std::regex_match(fresh.GetPath(), std::regex("/tmp/\\d+\\.log"))) << fresh.GetPath();
-}
-
-TEST_F(LogFileTest, DateIsTodayAsEightDigits) {
-  const platform::LocalTime before = platform::LocalNow();
-  const std::string date = CLogFile::GetDate();
-  const platform::LocalTime after = platform::LocalNow();
-  auto text = [](const platform::LocalTime& t) {
-    char buffer[16];
-    std::snprintf(buffer, sizeof buffer, "%04d%02d%02d", t.year, t.month, t.day);
-    return std::string(buffer);
-  };
-  EXPECT_TRUE(date == text(before) || date == text(after)) << date;
-  EXPECT_TRUE(std::regex_match(date, std::regex("\\d{8}")));
-}
-
-TEST_F(LogFileTest, MissingDirectoryIsReportedAndNothingIsCreated) {
-  const std::string missing = dir_.File("no_such_dir/20030307.log");
-  log_.SetPath(missing);
-  try {
-    log_.Write(LOG_NEWLINE1, "T");
-    ADD_FAILURE() << "no exception";
-  } catch (const std::string& message) {
-    EXPECT_TRUE(message == "Error in log file for: 'SRV1', file name: '" + missing + "', cause: '3'" ||
-                message == "Error in log file for: 'SRV1', file name: '" + missing + "', cause: '2'")
-        << message;
-    EXPECT_EQ(log_.GetLastError(), message);
-  }
-  EXPECT_THROW(log_.WriteHeader(), std::string);
-  EXPECT_FALSE(std::filesystem::exists(missing));
-  EXPECT_FALSE(std::filesystem::exists(dir_.File("no_such_dir")));
-}
-
-TEST_F(LogFileTest, FileHeldByAnotherWriterFailsAtOnceWithSharingViolation) {
+TEST_F(LogFileTest, FailuresNameInstanceFileAndCauseAndLeaveNoTrace) {
+  const std::string prefix = "Error in log file for: 'SRV1', file name: '" + path_ + "', cause: '";
   log_.Write(0, "before|");
   {
     int cause = -1;
-    std::unique_ptr<platform::File> holder =
-        platform::File::Open(path_, platform::File::Mode::kAppendExclusive, &cause);
-    ASSERT_TRUE(holder) << cause;
-    try {
-      log_.Write(LOG_NEWLINE1, "blocked");
-      ADD_FAILURE() << "no exception";
-    } catch (const std::string& message) {
-      EXPECT_EQ(message, "Error in log file for: 'SRV1', file name: '" + path_ + "', cause: '11'");
-    }
+    auto holder = platform::File::Open(path_, platform::File::Mode::kAppendExclusive, &cause);
+    EXPECT_EQ(ErrorOf([&] { log_.Write(LOG_NEWLINE1, "blocked"); }), prefix + "11'");
   }
-  // Usable again once the holder is gone; the failed entry left no trace.
-  log_.Write(0, "after");
-  EXPECT_EQ(Contents(), "before|after");
-  EXPECT_EQ(log_.GetLastError(),
-            "Error in log file for: 'SRV1', file name: '" + path_ + "', cause: '11'");
-}
-
-TEST_F(LogFileTest, InjectedDiskFullAndAccessDenied) {
-  log_.Write(0, "start|");
   platform::testing::InjectFileFault(path_, platform::testing::FileOp::kWrite,
                                      platform::testing::FileFault::kDiskFull);
-  try {
-    log_.WriteHeader();
-    ADD_FAILURE() << "no exception";
-  } catch (const std::string& message) {
-    EXPECT_EQ(message, "Error in log file for: 'SRV1', file name: '" + path_ + "', cause: '13'");
-  }
-
-  log_.SetDescription("SRV2");
+  EXPECT_EQ(ErrorOf([&] { log_.WriteHeader(); }), prefix + "13'");
   platform::testing::InjectFileFault(path_, platform::testing::FileOp::kOpen,
                                      platform::testing::FileFault::kAccessDenied);
-  try {
-    log_.Write(LOG_NEWLINE1, "denied");
-    ADD_FAILURE() << "no exception";
-  } catch (const std::string& message) {
-    EXPECT_EQ(message, "Error in log file for: 'SRV2', file name: '" + path_ + "', cause: '5'");
-  }
+  EXPECT_EQ(ErrorOf([&] { log_.Write(LOG_NEWLINE1, "denied"); }), prefix + "5'");
+  log_.Write(0, "after");
+  EXPECT_EQ(Contents(), "before|after");
 
-  log_.Write(0, "end");
-  EXPECT_EQ(Contents(), "start|end");
+  const std::string missing = dir_.File("no_such_dir/20030307.log");
+  log_.SetPath(missing);
+  log_.SetDescription("SRV2");
+  EXPECT_EQ(ErrorOf([&] { log_.WriteHeader(); }),
+            "Error in log file for: 'SRV2', file name: '" + missing + "', cause: '3'");
+  EXPECT_FALSE(std::filesystem::exists(dir_.File("no_such_dir")));
 }
 
 }  // namespace

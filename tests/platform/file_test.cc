@@ -8,25 +8,22 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <filesystem>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "gtest/gtest.h"
-#include "tests/platform/child_process.h"
-#include "tests/platform/test_support.h"
+#include "platform/posix/file_cause_posix.h"
+#include "tests/platform/helper.h"
 
 namespace {
 
 using platform::File;
-using platform_test::ChildProcess;
-using platform_test::ReadFile;
+using platform_test::Helper;
+const auto ReadFile = testutil::ReadBytes;
 using platform_test::TempDir;
-using platform_test::WriteFile;
+const auto WriteFile = testutil::WriteBytes;
 namespace fault = platform::testing;
-
-const std::string kChild = BS_TEST_CHILD;
 
 int Append(const std::string& path, const std::string& text) {
   return platform::AppendToFile(path, text.data(), text.size());
@@ -34,7 +31,6 @@ int Append(const std::string& path, const std::string& text) {
 
 class FileTest : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_FALSE(dir_.path().empty()); }
   void TearDown() override { fault::ClearFileFaults(); }
   TempDir dir_;
 };
@@ -92,18 +88,16 @@ TEST_F(FileTest, AWriterMeetsTheLockOfAnotherAtOnce) {
   int thread_cause = -1;
   std::thread([&] { thread_cause = Append(path, "lost"); }).join();
   EXPECT_EQ(thread_cause, platform::kFileSharingViolation);
-  EXPECT_EQ(platform_test::Run({kChild, "append", path, "lost"}).exit_code,
-            platform::kFileSharingViolation);
+  EXPECT_EQ(platform_test::Run({"append", path, "lost"}).exit_code, platform::kFileSharingViolation);
   EXPECT_EQ(ReadFile(path), "kept") << "a refused opener must not have truncated the file";
   holder.reset();
 
   // The same against a writer in another process, which holds the file
   // until we let it go: a waiting open would never come back here.
-  ChildProcess writer;
-  ASSERT_TRUE(writer.Start({kChild, "append-hold", path}));
-  ASSERT_EQ(writer.ReadLine(), "ready");
+  Helper writer({"append-hold", path});
+  ASSERT_TRUE(writer.Says("ready"));
   EXPECT_EQ(Append(path, "lost"), platform::kFileSharingViolation);
-  writer.CloseInput();
+  writer.Release();
   EXPECT_EQ(writer.Wait(), 0);
   EXPECT_EQ(Append(path, "+parent"), platform::kFileOk);
   EXPECT_EQ(ReadFile(path), "keptchild\n+parent");
@@ -146,9 +140,8 @@ TEST_F(FileTest, SystemErrorsBecomeCauses) {
   WriteFile(readonly, "x");
   ASSERT_EQ(chmod(dir_.path().c_str(), 0755), 0);
   ASSERT_EQ(chmod(readonly.c_str(), 0444), 0);
-  EXPECT_EQ(platform_test::Run({kChild, "as-nobody-append", readonly, "y"}).exit_code,
-            platform::kFileAccessDenied);
-  const auto limited = platform_test::Run({kChild, "open-limited", dir_.File("limited.log")});
+  EXPECT_EQ(platform_test::Run({"as-nobody-append", readonly, "y"}).exit_code, platform::kFileAccessDenied);
+  const auto limited = platform_test::Run({"open-limited", dir_.File("limited.log")});
   EXPECT_EQ(limited.out, "4\n");
   EXPECT_EQ(limited.exit_code, platform::kFileTooManyOpen);
 }
@@ -200,28 +193,6 @@ TEST_F(FileTest, InjectedFaultsFailLikeTheSystem) {
   EXPECT_EQ(ReadFile(path), "xy!");
 }
 
-TEST_F(FileTest, InjectedFaultsAreSharedSafelyBetweenThreads) {
-  const std::string path = dir_.File("threads.log");
-  constexpr int kFaults = 200;
-  fault::InjectFileFault("threads", fault::FileOp::kWrite, fault::FileFault::kDiskFull, kFaults);
-  std::atomic<int> disk_full{0};
-  std::atomic<int> written{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 150; ++i) {
-        int cause = platform::kFileSharingViolation;
-        while (cause == platform::kFileSharingViolation) cause = Append(path, "x");
-        (cause == platform::kFileDiskFull ? disk_full : written) += 1;
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(disk_full.load(), kFaults);
-  EXPECT_EQ(written.load(), 4 * 150 - kFaults);
-  EXPECT_EQ(ReadFile(path).size(), static_cast<size_t>(written.load()));
-}
-
 TEST_F(FileTest, FailuresLeakNoDescriptors) {
   const std::string held = dir_.File("held.log");
   int cause = -1;
@@ -231,7 +202,10 @@ TEST_F(FileTest, FailuresLeakNoDescriptors) {
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const int fifo_reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   ASSERT_GE(fifo_reader, 0);
-  const int before = platform_test::OpenDescriptorCount();
+  const auto descriptors = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+  };
+  const auto before = descriptors();
   for (int i = 0; i < 50; ++i) {
     EXPECT_EQ(Append(held, "x"), platform::kFileSharingViolation);
     EXPECT_EQ(platform::WriteWholeFile(held, "x", 1), platform::kFileSharingViolation);
@@ -244,8 +218,66 @@ TEST_F(FileTest, FailuresLeakNoDescriptors) {
     ASSERT_NE(File::Open(dir_.File("dropped.log"), File::Mode::kAppendExclusive, &cause), nullptr)
         << "closed by its destructor, without Close";
   }
-  EXPECT_EQ(platform_test::OpenDescriptorCount(), before);
+  EXPECT_EQ(descriptors(), before);
   close(fifo_reader);
+}
+
+using platform::posix::FileCauseFromErrno;
+using platform::posix::FileStep;
+
+struct Row {
+  int error_number;
+  FileStep step;
+  int cause;
+};
+
+TEST(FileCauseTest, ErrnoMapsToTheLogsCauseNumbers) {
+  const Row rows[] = {
+      {0, FileStep::kOpen, platform::kFileOk},
+      {ENOTDIR, FileStep::kOpen, platform::kFileBadPath},
+      {ENAMETOOLONG, FileStep::kOpen, platform::kFileBadPath},
+      {ELOOP, FileStep::kOpen, platform::kFileBadPath},
+      {EMFILE, FileStep::kOpen, platform::kFileTooManyOpen},
+      {ENFILE, FileStep::kOpen, platform::kFileTooManyOpen},
+      {EACCES, FileStep::kOpen, platform::kFileAccessDenied},
+      {EPERM, FileStep::kOpen, platform::kFileAccessDenied},
+      {EISDIR, FileStep::kOpen, platform::kFileAccessDenied},
+      {EROFS, FileStep::kOpen, platform::kFileAccessDenied},
+      {EBADF, FileStep::kWrite, platform::kFileInvalid},
+      {EBUSY, FileStep::kOpen, platform::kFileRemoveCurrentDir},
+      {ENOSPC, FileStep::kWrite, platform::kFileDiskFull},
+      {EDQUOT, FileStep::kWrite, platform::kFileDiskFull},
+      {EIO, FileStep::kWrite, platform::kFileHardIo},
+      {EIO, FileStep::kClose, platform::kFileHardIo},
+      {ESPIPE, FileStep::kSeek, platform::kFileBadSeek},
+      {EINVAL, FileStep::kSeek, platform::kFileBadSeek},
+      {EWOULDBLOCK, FileStep::kLock, platform::kFileSharingViolation},
+      // The same numbers from other steps mean something else.
+      {EINVAL, FileStep::kOpen, platform::kFileGeneric},
+      {EINVAL, FileStep::kWrite, platform::kFileGeneric},
+      {EWOULDBLOCK, FileStep::kWrite, platform::kFileGeneric},
+      {EWOULDBLOCK, FileStep::kOpen, platform::kFileGeneric},
+      // Everything not named above.
+      {EFBIG, FileStep::kWrite, platform::kFileGeneric},
+      {ENXIO, FileStep::kOpen, platform::kFileGeneric},
+      {EEXIST, FileStep::kOpen, platform::kFileGeneric},
+      {ENOMEM, FileStep::kOpen, platform::kFileGeneric},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(FileCauseFromErrno(row.error_number, row.step, "/tmp/x.log"), row.cause)
+        << "errno " << row.error_number << " at step " << static_cast<int>(row.step);
+  }
+}
+
+TEST(FileCauseTest, AMissingFileInAMissingDirectoryIsABadPath) {
+  TempDir dir;
+  WriteFile(dir.File("plain"), "x");
+  const std::pair<std::string, int> cases[] = {{dir.File("missing.log"), platform::kFileNotFound},
+                                               {dir.File("nodir/missing.log"), platform::kFileBadPath},
+                                               {dir.File("plain/missing.log"), platform::kFileBadPath},
+                                               {"bare_missing_name.log", platform::kFileNotFound},
+                                               {"/bare_root_name.log", platform::kFileNotFound}};
+  for (const auto& [path, cause] : cases) EXPECT_EQ(FileCauseFromErrno(ENOENT, FileStep::kOpen, path), cause) << path;
 }
 
 }  // namespace

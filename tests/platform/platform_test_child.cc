@@ -1,6 +1,7 @@
 // The second process of the cross-process platform tests. Each sub-command
 // does one thing with an event or a file and reports through its output and
-// exit code; "hold" commands keep what they hold until their input closes.
+// exit code; "hold" commands keep what they hold until their release file
+// (the last argument) exists.
 
 #include <signal.h>
 #include <sys/resource.h>
@@ -8,8 +9,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <string>
 
 #include "platform/clock.h"
@@ -24,73 +23,47 @@ void Say(const std::string& line) {
   std::fflush(stdout);
 }
 
-// Returns when the test closes our input (or dies).
-void HoldUntilInputCloses() {
-  char buffer[64];
-  while (read(0, buffer, sizeof buffer) != 0) {
-  }
-}
-
-int EventSet(const std::string& name) {
-  auto event = platform::Event::Open(name);
-  if (event == nullptr) return 2;
-  return event->Set() ? 0 : 3;
+void HoldUntil(const std::string& release) {
+  while (access(release.c_str(), F_OK) != 0) usleep(2000);
 }
 
 int EventWait(const std::string& name, uint32_t timeout_ms) {
   auto event = platform::Event::Open(name);
   if (event == nullptr) return 2;
   Say("waiting");
-  switch (event->Wait(timeout_ms)) {
-    case platform::WaitResult::kSignaled:
-      return 0;
-    case platform::WaitResult::kTimeout:
-      return 1;
-    case platform::WaitResult::kFailed:
-      break;
-  }
-  return 3;
+  const platform::WaitResult result = event->Wait(timeout_ms);
+  return result == platform::WaitResult::kSignaled ? 0 : result == platform::WaitResult::kTimeout ? 1 : 3;
 }
 
-int EventHold(const std::string& name, bool set_it) {
+int EventHold(const std::string& name, const std::string& release) {
   bool existed = false;
   auto event = platform::Event::Create(name, false, &existed);
   if (event == nullptr) return 2;
-  if (set_it) event->Set();
   Say(existed ? "ready existed=1" : "ready existed=0");
-  HoldUntilInputCloses();
+  HoldUntil(release);
   return 0;
 }
 
 // Creates and closes the event over and over. With `held`, the test keeps the
 // event open and set all along, so every create must find it, set.
 int EventChurn(const std::string& name, int count, bool held) {
-  Say("ready");
   for (int i = 0; i < count; ++i) {
     bool existed = false;
     auto event = platform::Event::Create(name, false, &existed);
     if (event == nullptr) return 2;
     if (held && (!existed || event->Wait(0) != platform::WaitResult::kSignaled)) return 1;
-    if (!held && i % 3 == 0) {
-      auto opened = platform::Event::Open(name);
-      if (opened == nullptr) return 1;  // our own handle keeps it alive
-    }
+    if (!held && i % 3 == 0 && platform::Event::Open(name) == nullptr) return 1;  // ours keeps it alive
   }
   return 0;
 }
 
-int AppendHold(const std::string& path) {
+int AppendHold(const std::string& path, const std::string& release) {
   int cause = 0;
   auto file = platform::File::Open(path, platform::File::Mode::kAppendExclusive, &cause);
-  if (file == nullptr) {
-    Say("failed " + std::to_string(cause));
-    return cause;
-  }
+  if (file == nullptr) return cause;
   Say("ready");
-  HoldUntilInputCloses();
-  const char text[] = "child\n";
-  if (file->Write(text, sizeof text - 1) != platform::kFileOk) return 1;
-  return file->Close();
+  HoldUntil(release);
+  return file->Write("child\n", 6) != platform::kFileOk ? 1 : file->Close();
 }
 
 int Append(const std::string& path, const std::string& text) {
@@ -105,8 +78,7 @@ int OpenLimited(const std::string& path) {
   if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return 100;
   int cause = 0;
   auto file = platform::File::Open(path, platform::File::Mode::kAppendExclusive, &cause);
-  // Put the limit back for whatever runs at exit (the leak checker opens files).
-  setrlimit(RLIMIT_NOFILE, &old_limit);
+  setrlimit(RLIMIT_NOFILE, &old_limit);  // the leak checker opens files at exit
   Say(std::to_string(cause));
   return file == nullptr ? cause : 0;
 }
@@ -118,10 +90,9 @@ int AsNobodyAppend(const std::string& path, const std::string& text) {
 }
 
 int Termination(const std::string& which) {
-  const int signal_number = which == "INT" ? SIGINT : SIGTERM;
   platform::InstallTerminationHandler();
   Say(platform::TerminationRequested() ? "before=1" : "before=0");
-  raise(signal_number);
+  raise(which == "INT" ? SIGINT : SIGTERM);
   Say(platform::TerminationRequested() ? "after=1" : "after=0");
   return 0;
 }
@@ -132,12 +103,14 @@ int main(int argc, char** argv) {
   if (argc < 2) return 64;
   const std::string command = argv[1];
   auto arg = [&](int i) { return i < argc ? std::string(argv[i]) : std::string(); };
-  if (command == "event-set") return EventSet(arg(2));
+  if (command == "event-set") {
+    auto event = platform::Event::Open(arg(2));
+    return event == nullptr ? 2 : event->Set() ? 0 : 3;
+  }
   if (command == "event-wait") return EventWait(arg(2), static_cast<uint32_t>(std::atoi(arg(3).c_str())));
-  if (command == "event-hold") return EventHold(arg(2), false);
-  if (command == "crash-holding") return EventHold(arg(2), true);
+  if (command == "event-hold") return EventHold(arg(2), arg(3));
   if (command == "event-churn") return EventChurn(arg(2), std::atoi(arg(3).c_str()), arg(4) == "held");
-  if (command == "append-hold") return AppendHold(arg(2));
+  if (command == "append-hold") return AppendHold(arg(2), arg(3));
   if (command == "append") return Append(arg(2), arg(3));
   if (command == "open-limited") return OpenLimited(arg(2));
   if (command == "as-nobody-append") return AsNobodyAppend(arg(2), arg(3));

@@ -12,8 +12,7 @@
 #include <string>
 
 #include "gtest/gtest.h"
-#include "tests/platform/child_process.h"
-#include "tests/platform/test_support.h"
+#include "tests/platform/helper.h"
 
 namespace {
 
@@ -58,7 +57,7 @@ TEST(ProcessTest, UpperCaseUnderTheCLocale) {
 
 TEST(ProcessTest, TerminationSignalsOnlyRecordTheRequest) {
   for (const char* which : {"TERM", "INT"}) {
-    const auto result = platform_test::Run({BS_TEST_CHILD, "termination", which});
+    const auto result = platform_test::Run({"termination", which});
     EXPECT_EQ(result.exit_code, 0) << which << ": the signal must not end the process";
     EXPECT_EQ(result.out, "before=0\nafter=1\n") << which;
   }

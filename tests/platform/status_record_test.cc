@@ -13,7 +13,7 @@
 
 #include "gtest/gtest.h"
 #include "platform/posix/event_name_posix.h"
-#include "tests/platform/test_support.h"
+#include "tests/platform/helper.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 // Threads: the exit code reads "still active" until the end and the result
 // after it, joins time out or succeed from several threads, a dropped handle
-// lets the thread run on, and thread ids are the system's.
+// lets the thread run on, thread ids are the system's, and critical sections
+// are re-entrant.
 
 #include "platform/thread.h"
 
@@ -20,7 +21,6 @@ namespace {
 
 using platform::Event;
 using platform::Thread;
-using platform::WaitResult;
 
 struct Gate {
   std::unique_ptr<Event> go = Event::Create("", false);
@@ -37,20 +37,19 @@ uint32_t WaitForGate(void* arg) {
   return gate->result;
 }
 
-// The thread owns its share of the gate, so the gate outlives whichever of
-// the test and the detached thread finishes last.
+// The thread owns its share of the gate, which outlives whichever of the
+// test and the detached thread finishes last.
 uint32_t WaitForSharedGate(void* arg) {
   std::unique_ptr<std::shared_ptr<Gate>> gate(static_cast<std::shared_ptr<Gate>*>(arg));
   return WaitForGate(gate->get());
 }
 
-TEST(ThreadTest, ExitCodeJoinAndIds) {
+TEST(ThreadTest, ExitCodeJoinIdsAndDroppedHandles) {
   EXPECT_EQ(Thread::Start(nullptr, nullptr), nullptr);
   for (uint32_t result : {42u, platform::kStillActive}) {
     Gate gate;
     gate.result = result;
     auto thread = Thread::Start(WaitForGate, &gate);
-    ASSERT_NE(thread, nullptr);
     uint32_t code = 0;
     ASSERT_TRUE(thread->GetExitCode(&code));
     EXPECT_EQ(code, platform::kStillActive);
@@ -65,21 +64,18 @@ TEST(ThreadTest, ExitCodeJoinAndIds) {
     ASSERT_TRUE(thread->GetExitCode(&code));
     EXPECT_EQ(code, result) << "a result of 259 is reported as it is";
     EXPECT_FALSE(thread->GetExitCode(nullptr));
-    // The id is the system's thread id; the main thread's is the process id.
     EXPECT_NE(gate.thread_id.load(), platform::CurrentThreadId());
   }
+  // The id is the system's thread id; the main thread's is the process id.
   EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(getpid()));
   EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(syscall(SYS_gettid)));
-}
 
-TEST(ThreadTest, DroppingTheHandleLetsTheThreadRunOn) {
   auto gate = std::make_shared<Gate>();
   auto thread = Thread::Start(WaitForSharedGate, new std::shared_ptr<Gate>(gate));
-  ASSERT_NE(thread, nullptr);
   thread.reset();
-  EXPECT_EQ(gate->done->Wait(0), WaitResult::kTimeout);
+  EXPECT_EQ(gate->done->Wait(0), platform::WaitResult::kTimeout);
   gate->go->Set();
-  EXPECT_EQ(gate->done->Wait(600000), WaitResult::kSignaled) << "the thread went on to its end";
+  EXPECT_EQ(gate->done->Wait(600000), platform::WaitResult::kSignaled) << "the thread went on to its end";
 }
 
 TEST(ThreadTest, CriticalSectionsAreReEntrantAndExclusive) {

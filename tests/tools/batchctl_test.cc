@@ -1,76 +1,69 @@
-// Runs the built batchctl against events this test creates.
+// Runs the built batchctl against events and status records this test creates.
 
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "app/worker_status.h"
 #include "gtest/gtest.h"
 #include "platform/event.h"
-#include "tests/platform/child_process.h"
+#include "tests/support/processes.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
 using platform::Event;
 using platform::WaitResult;
-using platform_test::RunResult;
-
-std::string BatchctlPath() {
-  if (const char* build = getenv("BS_BUILD_DIR")) return std::string(build) + "/bin/batchctl";
-  return BS_BATCHCTL;
-}
+using testutil::RunResult;
 
 RunResult Batchctl(const std::vector<std::string>& args) {
-  std::vector<std::string> argv{BatchctlPath()};
+  std::vector<std::string> argv{getenv("BS_BUILD_DIR") != nullptr ? testutil::BuildDir() + "/bin/batchctl"
+                                                                 : std::string(BS_BATCHCTL)};
   argv.insert(argv.end(), args.begin(), args.end());
-  return platform_test::Run(argv);
+  return testutil::RunCommand(argv);
 }
 
-std::string UniqueName(const std::string& stem) {
-  static int counter = 0;
-  return "bs_ctl_" + stem + "_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+// "exit code|output|error" of one run.
+std::string Outcome(const std::vector<std::string>& args) {
+  const RunResult result = Batchctl(args);
+  return std::to_string(result.exit_code) + "|" + result.out + "|" + result.err;
 }
 
-TEST(BatchctlTest, NoEventMeansNotRunning) {
-  const std::string name = UniqueName("none");
-  RunResult status = Batchctl({"status", name});
-  EXPECT_EQ(status.exit_code, 3);
-  EXPECT_EQ(status.out, "not running\n");
-  EXPECT_EQ(status.err, "");
+std::string UniqueName(const std::string& stem) { return testutil::UniqueName("bs_ctl_" + stem + "_"); }
 
-  RunResult stop = Batchctl({"stop", name});
-  EXPECT_EQ(stop.exit_code, 1);
-  EXPECT_EQ(stop.out, "");
-  EXPECT_EQ(stop.err, "batchctl: no running batch server named '" + name + "'\n");
-  EXPECT_EQ(Event::Open(name), nullptr) << "a refused stop must not leave an event behind";
-}
+TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
+  const std::string none = UniqueName("none");
+  EXPECT_EQ(Outcome({"status", none}), "3|not running\n|");
+  EXPECT_EQ(Outcome({"stop", none}), "1||batchctl: no running batch server named '" + none + "'\n");
+  EXPECT_EQ(Event::Open(none), nullptr) << "a refused stop must not leave an event behind";
 
-TEST(BatchctlTest, StopSetsTheEvent) {
-  const std::string name = UniqueName("srv");
-  auto event = Event::Create(name, false);
-  ASSERT_NE(event, nullptr);
+  const std::string base = UniqueName("odd");
+  for (const std::string& name : {base, base + "/a/b", base + "..", "." + base,
+                                  base + "\xc3\xa4\xe2\x82\xac", base + std::string(300, 'L'), base + "\\c:\\x"}) {
+    auto event = Event::Create(name, false);
+    ASSERT_NE(event, nullptr);
+    EXPECT_EQ(Outcome({"status", name}), "1|running, state unknown: the server publishes no status\n|");
+    EXPECT_EQ(event->Wait(0), WaitResult::kTimeout) << "asking must not stop the server";
+    EXPECT_EQ(Outcome({"stop", name}), "0|batchctl: stop signalled to " + name + "\n|");
+    EXPECT_EQ(event->Wait(0), WaitResult::kSignaled);
+    EXPECT_EQ(Batchctl({"stop", name}).exit_code, 0) << "stopping twice is no error";
+    EXPECT_EQ(Outcome({"status", "--json", name}), "2|{\"instance\":\"" + name + "\",\"state\":\"stopping\"}\n|");
+  }
 
-  RunResult status = Batchctl({"status", name});
-  EXPECT_EQ(status.exit_code, 1);
-  EXPECT_EQ(status.out, "running, state unknown: the server publishes no status\n");
-  EXPECT_EQ(event->Wait(0), WaitResult::kTimeout) << "asking must not stop the server";
-
-  RunResult stop = Batchctl({"stop", name});
-  EXPECT_EQ(stop.exit_code, 0);
-  EXPECT_EQ(stop.out, "batchctl: stop signalled to " + name + "\n");
-  EXPECT_EQ(stop.err, "");
-  EXPECT_EQ(event->Wait(0), WaitResult::kSignaled);
-  EXPECT_EQ(Batchctl({"stop", name}).exit_code, 0) << "stopping twice is no error";
-  EXPECT_EQ(Batchctl({"status", "--json", name}).out,
-            "{\"instance\":\"" + name + "\",\"state\":\"stopping\"}\n");
-  event.reset();
-  EXPECT_EQ(Batchctl({"status", "--json", name}).out,
-            "{\"instance\":\"" + name + "\",\"state\":\"not running\"}\n");
+  // A server that died without closing its event is not running.
+  const std::string dead = UniqueName("dead");
+  const pid_t pid = fork();
+  ASSERT_GE(pid, 0);
+  if (pid == 0) _exit(Event::Create(dead, false) != nullptr ? 0 : 1);
+  int status = 0;
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  ASSERT_EQ(testutil::ExitCode(status), 0);
+  EXPECT_EQ(Outcome({"status", dead}), "3|not running\n|");
+  EXPECT_EQ(Outcome({"status", "--json", dead}), "3|{\"instance\":\"" + dead + "\",\"state\":\"not running\"}\n|");
+  EXPECT_EQ(Batchctl({"stop", dead}).exit_code, 1);
 }
 
 // Each state the worker publishes, as a person and a monitor read it.
@@ -150,46 +143,6 @@ TEST(BatchctlTest, StatusReportsTheWorkersStateWithItsExitCode) {
                 FormatLocalTime(data.last_batch_ms) +
                 "\",\"failed_cycles\":1,\"last_error_key\":\"K\",\"last_error_message\":"
                 "\"line\\u000abreak \\\\ \\u00e4\",\"ended_reason\":null}\n");
-}
-
-TEST(BatchctlTest, OddNamesWork) {
-  const std::string base = UniqueName("odd");
-  const std::vector<std::string> names = {
-      base + "/a/b",
-      base + "..",
-      base + ".ini",
-      "." + base,
-      base + "\xc3\xa4\xe2\x82\xac",  // umlaut and euro sign in UTF-8
-      base + std::string(300, 'L'),
-      base + "\\c:\\x"};
-  for (const std::string& name : names) {
-    auto event = Event::Create(name, false);
-    ASSERT_NE(event, nullptr);
-    EXPECT_EQ(Batchctl({"status", name}).exit_code, 1) << name;
-    EXPECT_EQ(Batchctl({"stop", name}).exit_code, 0) << name;
-    EXPECT_EQ(event->Wait(0), WaitResult::kSignaled) << name;
-    EXPECT_EQ(Batchctl({"status", name}).exit_code, 2) << name;
-  }
-}
-
-TEST(BatchctlTest, ServerThatDiedIsNotRunning) {
-  const std::string name = UniqueName("dead");
-  // The child takes the event and ends without closing it, as a crash would.
-  const pid_t pid = fork();
-  ASSERT_GE(pid, 0);
-  if (pid == 0) {
-    auto event = Event::Create(name, false);
-    _exit(event != nullptr ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFEXITED(status));
-  ASSERT_EQ(WEXITSTATUS(status), 0);
-
-  RunResult result = Batchctl({"status", name});
-  EXPECT_EQ(result.exit_code, 3);
-  EXPECT_EQ(result.out, "not running\n");
-  EXPECT_EQ(Batchctl({"stop", name}).exit_code, 1);
 }
 
 TEST(BatchctlTest, WrongUseShowsTheUsage) {

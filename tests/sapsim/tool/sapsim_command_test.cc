@@ -39,17 +39,6 @@ TEST(SapsimServe, RefusesBadStartsWithExitCodeTwoAndTheReason) {
   }
 }
 
-TEST(SapsimServe, PortInUseIsReported) {
-  SapsimProcess::Options options;
-  options.system_file = SourceDir() + "/examples/system.json";
-  SapsimProcess first(options);
-  const RunResult second =
-      RunCommand({SapsimPath(), "serve", "--system", options.system_file, "--port", first.port_text()});
-  EXPECT_EQ(1, second.exit_code);
-  EXPECT_NE(std::string::npos, second.err.find("cannot listen on 127.0.0.1:" + first.port_text())) << second.err;
-  EXPECT_EQ(0, first.Stop());
-}
-
 class SapsimCall : public LibraryTest {
  protected:
   void SetUp() override { StartExample(); }
@@ -62,7 +51,11 @@ class SapsimCall : public LibraryTest {
   }
 };
 
-TEST_F(SapsimCall, RepeatPrintsOneSummaryLine) {
+TEST_F(SapsimCall, RepeatPrintsOneSummaryLineAndASecondServeFindsThePortTaken) {
+  const RunResult second = RunCommand(
+      {SapsimPath(), "serve", "--system", SourceDir() + "/examples/system.json", "--port", sapsim_->port_text()});
+  EXPECT_EQ(1, second.exit_code);
+  EXPECT_NE(std::string::npos, second.err.find("cannot listen on 127.0.0.1:" + sapsim_->port_text())) << second.err;
   int calls = 0;
   SetHandler("Z_BATCH_ORDERS", [&](ConnectionHandle h) {
     ++calls;

@@ -1,0 +1,353 @@
+// librfcsim.so against a running sapsim, for what the batch server's own
+// runs cannot provoke: refused and impossible logons, broken partners, calls
+// that end badly, concurrent clients, registration counts and cancels, and
+// the repository lines of an old release.
+
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <future>
+#include <stdexcept>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "sapsim/wire/control_messages.h"
+#include "sapsim/wire/frame_channel.h"
+#include "tests/sapsim/support/library_test.h"
+#include "tests/support/polling.h"
+
+namespace sapsim::testing {
+namespace {
+
+class Library : public LibraryTest {
+ protected:
+  void SetUp() override { Start(); }
+  bool LastErrorHas(const std::string& part) const { return lib.LastError().find(part) != std::string::npos; }
+  int Answer(ConnectionHandle h) {
+    NoArgs none;
+    return lib.RfcSendData(h, none.params, none.tables);
+  }
+  // RFC_READ_TABLE of ZORDERS with the OPTIONS lines given: the IDENT of each
+  // row read, or the exception raised.
+  std::string ReadOrders(ConnectionHandle handle, const std::vector<std::string>& options,
+                         int32_t rowcount = 0, const char* table = "ZORDERS") {
+    Chars<30> query(table);
+    RfcParameterEntry imports[] = {Param("QUERY_TABLE", RFCTYPE_CHAR, query.text, 30),
+                                   Param("ROWCOUNT", RFCTYPE_INT, &rowcount, 4), EndParam()};
+    TableHandle options_table = lib.ItCreate("OPTIONS", 72, 0, 0);
+    for (size_t i = 0; i < options.size(); ++i) {
+      std::memcpy(lib.ItGupLine(options_table, static_cast<unsigned>(i + 1)), Chars<72>(options[i]).text, 72);
+    }
+    RfcTableEntry tables[] = {Table("OPTIONS", RFCTYPE_CHAR, 72, options_table), Table("DATA", RFCTYPE_CHAR, 512),
+                              EndTable()};
+    NoArgs none;
+    std::string exception, idents;
+    const int rc = CallReceive(handle, "RFC_READ_TABLE", imports, none.params, tables, &exception);
+    for (unsigned n = 1; rc == RFC_OK && n <= lib.ItFill(tables[1].handle); ++n) {
+      idents += LineText(lib.ItGetLine(tables[1].handle, n), 0, 10) + ";";
+    }
+    lib.ItDelete(options_table);
+    lib.ItDelete(tables[1].handle);
+    return rc == RFC_OK ? idents : exception;
+  }
+  CallOutcome ServeOne(ConnectionHandle server, const std::string& function, const std::string& structure = "",
+                       const std::string& csv = "") {
+    std::future<CallOutcome> outcome = CallLater(function, structure, csv);
+    EXPECT_EQ(1, Serve(server, 1).dispatched) << lib.LastError();
+    return outcome.get();
+  }
+};
+
+TEST_F(Library, LogonsThatCannotSucceedSayWhy) {
+  EXPECT_EQ(0u, Open("wrong"));
+  RFC_ERROR_INFO info{};
+  lib.RfcLastError(&info);
+  EXPECT_STREQ("RFC_ERROR_LOGON_FAILURE", info.key);
+  EXPECT_NE(nullptr, std::strstr(info.message, "client 100, user BATCH on system DEV: name or password"));
+  EXPECT_EQ(0u, Open("secret", "200"));
+  EXPECT_TRUE(LastErrorHas("client does not exist"));
+
+  const std::string closed = std::to_string(UnusedPort());
+  GatewayLogonOptions unreachable{"127.0.0.1", closed.c_str()};
+  GatewayLogonOptions empty_gateway{"", "sapgw00"};
+  GatewayLogonOptions odd_service{"127.0.0.1", "no-such-service-here"};
+  ServerLogonOptions no_host{"", 0, 0, nullptr, nullptr, nullptr, 0, 0};
+  ServerLogonOptions number_100{"127.0.0.1", 100, 0, nullptr, nullptr, nullptr, 0, 0};
+  const struct {
+    const char* destination;
+    int mode;
+    void* block;
+    std::string message;
+  } cases[] = {
+      {"", RFC_MODE_GATEWAY, &unreachable, "127.0.0.1:" + closed},
+      {"", RFC_MODE_NONE, nullptr, "mode 2 opens no connection"},
+      {"DEV_DEST", RFC_MODE_DESTINATION, nullptr, "destination 'DEV_DEST'"},
+      {"", RFC_MODE_SERVER_LOGON, &no_host, "host is empty"},
+      {"", RFC_MODE_SERVER_LOGON, &number_100, "system number 100"},
+      {"", RFC_MODE_GATEWAY, &empty_gateway, "gateway host is empty"},
+      {"", RFC_MODE_GATEWAY, &odd_service, "gateway service no-such-service-here is unknown"},
+      {"", 9, nullptr, ""},
+  };
+  for (const auto& c : cases) {
+    OpenOptions options{c.destination, c.mode, c.block, "100", "BATCH", "secret", "E", 0};
+    EXPECT_EQ(0u, lib.RfcOpen(&options)) << c.message;
+    EXPECT_TRUE(LastErrorHas(c.message)) << lib.LastError();
+  }
+  OpenOptions unreachable_again{"", RFC_MODE_GATEWAY, &unreachable, "100", "BATCH", "secret", "E", 0};
+  EXPECT_EQ(0u, lib.RfcOpen(&unreachable_again));
+  EXPECT_EQ(101, lib.LastErrorGroup());
+  EXPECT_EQ(RFC_FAILURE, lib.RfcGetAttributes(0, nullptr));
+}
+
+TEST_F(Library, ReadTableSelectsCountsAndRefusesBadQueries) {
+  const ConnectionHandle handle = Open();
+  ASSERT_NE(0u, handle) << lib.LastError();
+  const struct {
+    std::vector<std::string> options;
+    int32_t rowcount;
+    const char* table;
+    const char* expected;
+  } cases[] = {
+      {{}, 0, "ZORDERS", "A-1;B-2;C-3;"},
+      {{"IDENT = 'B-2'"}, 0, "ZORDERS", "B-2;"},
+      {{"ident ne 'B-2' AND", "QTY <> '000005'"}, 0, "ZORDERS", "C-3;"},
+      {{"IDENT EQ 'it''s'"}, 0, "ZORDERS", ""},
+      {{}, 2, "ZORDERS", "A-1;B-2;"},
+      {{"IDENT LIKE 'A%'"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
+      {{"IDENT = 'A-1' OR"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
+      {{"IDENT = 'A-1' AND"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
+      {{"NOFIELD = 'x'"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
+      {{"IDENT = 'open"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
+      {{"IDENT = A"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
+      {{}, 0, "ZNO_SUCH_TABLE", "TABLE_NOT_AVAILABLE"},
+      {{}, 0, "RS_PARAMS", "TABLE_NOT_AVAILABLE"},  // a built-in structure, no table
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.expected, ReadOrders(handle, c.options, c.rowcount, c.table)) << c.options.size();
+  }
+  NoArgs none;
+  EXPECT_EQ(RFC_SYS_EXCEPTION, CallReceive(handle, "Z_DOES_NOT_EXIST", none.params, none.params, none.tables));
+  EXPECT_TRUE(LastErrorHas("Z_DOES_NOT_EXIST\" not found")) << lib.LastError();
+  EXPECT_EQ(RFC_OK, Ping(handle));
+  char* exception = nullptr;
+  EXPECT_EQ(RFC_FAILURE, lib.RfcReceive(handle, none.params, none.tables, &exception));  // no call made
+}
+
+TEST_F(Library, PartnerThatVanishesDuringACallEndsItWithClosed) {
+  const ConnectionHandle handle = Open();
+  ASSERT_NE(0u, handle) << lib.LastError();
+  NoArgs none;
+  // Stopped, the system cannot answer; the receive ends when the process is gone.
+  ASSERT_TRUE(sapsim_->Pause());
+  ASSERT_EQ(RFC_OK, lib.RfcCall(handle, "RFCPING", none.params, none.tables));
+  std::future<std::pair<int, std::string>> outcome = std::async(std::launch::async, [&] {
+    char* raised = nullptr;
+    const int rc = lib.RfcReceive(handle, none.params, none.tables, &raised);
+    return std::make_pair(rc, lib.LastError());
+  });
+  sapsim_->Signal(SIGKILL);
+  ASSERT_EQ(std::future_status::ready, outcome.wait_for(std::chrono::seconds(20)));
+  const auto [rc, error] = outcome.get();
+  EXPECT_EQ(RFC_CLOSED, rc);
+  EXPECT_NE(std::string::npos, error.find("closed by partner during the call of RFCPING")) << error;
+  EXPECT_EQ(RFC_CLOSED, lib.RfcCall(handle, "RFCPING", none.params, none.tables));
+  sapsim_->Stop();
+  sapsim_.reset();
+}
+
+TEST_F(Library, SeveralClientsCallAtOnceEachOnItsOwnHandle) {
+  std::vector<std::future<int>> clients;
+  for (int c = 0; c < 4; ++c) {
+    clients.push_back(std::async(std::launch::async, [this] {
+      const std::string port = sapsim_->port_text();
+      GatewayLogonOptions gateway{"127.0.0.1", port.c_str()};
+      OpenOptions open{"", RFC_MODE_GATEWAY, &gateway, "100", "BATCH", "secret", "E", 0};
+      const ConnectionHandle handle = lib.RfcOpen(&open);
+      int good = 0;
+      for (int i = 0; handle != 0 && i < 20; ++i) {
+        Chars<30> query("ZORDERS");
+        RfcParameterEntry imports[] = {Param("QUERY_TABLE", RFCTYPE_CHAR, query.text, 30), EndParam()};
+        RfcTableEntry tables[] = {Table("DATA", RFCTYPE_CHAR, 512), EndTable()};
+        NoArgs none;
+        good += CallReceive(handle, "RFC_READ_TABLE", imports, none.params, tables) == RFC_OK &&
+                lib.ItFill(tables[0].handle) == 3;
+        lib.ItDelete(tables[0].handle);
+      }
+      lib.RfcClose(handle);
+      return good;
+    }));
+  }
+  for (auto& client : clients) EXPECT_EQ(20, client.get());
+}
+
+TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEnds) {
+  const ConnectionHandle server = Accept();
+  ASSERT_NE(0u, server) << lib.LastError();
+  RfcTypeElement elements[] = {{"COUNT", RFCTYPE_NUM, 6, 0, 0}};
+  RfcTypeHandle line_type = -1;
+  ASSERT_EQ(RFC_OK, lib.RfcInstallStructure("BATCH_TABLE", elements, 1, &line_type));
+  int after_raise = RFC_OK;
+  std::string conversion_error;
+  SetHandler("Z_REFUSE", [&](ConnectionHandle h) {
+    const int rc = lib.RfcRaise(h, "NOT_ALLOWED");
+    after_raise = Answer(h);  // already answered
+    return rc;
+  });
+  SetHandler("Z_SILENT", [](ConnectionHandle) { return 0; });
+  SetHandler("Z_THROWS", [](ConnectionHandle) -> int { throw std::runtime_error("server function failed"); });
+  SetHandler("Z_NEGATIVE", [&](ConnectionHandle h) {
+    RfcParameterEntry no_imports[] = {EndParam()};
+    RfcTableEntry tables[] = {Table("BATCH_TABLE", line_type, 6), EndTable()};
+    if (lib.RfcGetData(h, no_imports, tables) != RFC_OK) conversion_error = lib.LastError();
+    return lib.RfcRaise(h, "BAD_DATA");
+  });
+  SetHandler("Z_FINE", [&](ConnectionHandle h) { return Answer(h); });
+
+  EXPECT_EQ("NOT_ALLOWED", ServeOne(server, "Z_REFUSE").reply.key);
+  EXPECT_EQ(RFC_FAILURE, after_raise);
+  CallOutcome silent = ServeOne(server, "Z_SILENT");
+  EXPECT_EQ(wire::ReplyStatus::kSystemFailure, silent.reply.status);
+  EXPECT_NE(std::string::npos, silent.reply.message.find("ended without sending data"));
+  // COUNT -2 cannot become this server's NUM field.
+  EXPECT_EQ("BAD_DATA", ServeOne(server, "Z_NEGATIVE", "ZBATCH_LINE", "NAME,COUNT\nx,1\ny,-2\n").reply.key);
+  EXPECT_EQ("RFC_ERROR_CONVERSION: call of Z_NEGATIVE: table BATCH_TABLE, line 2: field COUNT: -2 is negative and "
+            "cannot be a NUM",
+            conversion_error);
+  // The exception passes through RfcDispatch; the caller is answered anyway.
+  std::future<CallOutcome> throws = CallLater("Z_THROWS");
+  ASSERT_TRUE(testutil::Eventually([&] { return lib.RfcListen(server) != RFC_NOTHING_WAITING; }));
+  EXPECT_THROW(lib.RfcDispatch(server), std::runtime_error);
+  EXPECT_NE(std::string::npos, throws.get().reply.message.find("ended with an exception"));
+  // The connection goes on serving; outside a call there is nothing to read or answer.
+  EXPECT_EQ(wire::ReplyStatus::kOk, ServeOne(server, "Z_FINE").reply.status);
+  char name[RFC_FUNCTION_NAME_SIZE];
+  EXPECT_EQ(RFC_FAILURE, lib.RfcGetName(server, name));
+  EXPECT_EQ(RFC_FAILURE, lib.RfcRaise(server, "LATE"));
+  NoArgs none;
+  EXPECT_EQ(RFC_FAILURE, lib.RfcCall(server, "RFCPING", none.params, none.tables));
+}
+
+TEST_F(Library, AcceptNamesWhatIsMissing) {
+  std::string closed = "-x" + std::to_string(UnusedPort());
+  char a[] = "-aTOLERANT", g[] = "-g127.0.0.1", empty_a[] = "-a", empty_g[] = "-g", empty_x[] = "-x";
+  char* no_service[] = {a, g, nullptr};
+  char* empty[] = {empty_a, empty_g, empty_x, nullptr};
+  char* unreachable[] = {a, g, closed.data(), nullptr};
+  const struct {
+    char** argv;
+    const char* message;
+  } refused[] = {{no_service, "missing or empty -x<gateway service>"},
+                 {empty, "-a<program id> -g<gateway host> -x<gateway service>"},
+                 {nullptr, ""},
+                 {unreachable, "registration of program TOLERANT at gateway 127.0.0.1:"}};
+  for (const auto& c : refused) {
+    EXPECT_EQ(0u, lib.RfcAccept(c.argv)) << c.message;
+    EXPECT_NE(std::string::npos, lib.LastError().find(c.message)) << lib.LastError();
+  }
+  int total = 5, cancelled = 5;
+  ErrorInfoEx error{};
+  EXPECT_EQ(RFC_FAILURE, lib.RfcCancelRegisterServer("P", "127.0.0.1", closed.c_str() + 2, &total, &cancelled, &error));
+  EXPECT_EQ(0, cancelled);
+  EXPECT_EQ(101, error.group);
+  EXPECT_EQ(RFC_FAILURE, lib.RfcCheckRegisterServer("P", "", "sapgw00", &total, nullptr, nullptr, nullptr, &error));
+  EXPECT_NE(nullptr, std::strstr(error.message, "gateway host is empty"));
+}
+
+TEST_F(Library, CallerThatBreaksOffMidCallCostsTheServerOnlyItsConnection) {
+  const ConnectionHandle server = Accept();
+  ASSERT_NE(0u, server) << lib.LastError();
+  {
+    // A caller announces a call of a megabyte, sends a little of it and goes.
+    std::string error;
+    wire::FrameChannel channel(wire::Socket::Connect("127.0.0.1", sapsim_->port(), &error));
+    wire::Hello hello;
+    hello.kind = wire::SessionKind::kCaller;
+    wire::FrameWriter frame = hello.Encode();
+    ASSERT_EQ(wire::IoStatus::kOk, channel.Send(frame, &error)) << error;
+    wire::Frame welcome;
+    ASSERT_EQ(wire::IoStatus::kOk, channel.Receive(&welcome, &error));
+    wire::FrameWriter route = wire::BeginRouteCall("TESTPROG");
+    route.String("Z_ANY");
+    std::vector<uint8_t> call = route.Flatten();
+    const uint32_t claimed = 1024 * 1024;
+    std::memcpy(call.data() + 8, &claimed, 4);  // the header's payload length
+    call.resize(call.size() + 1000, 'x');
+    ASSERT_EQ(static_cast<ssize_t>(call.size()), ::send(channel.socket().fd(), call.data(), call.size(), 0));
+  }
+  EXPECT_EQ(RFC_CLOSED, Serve(server, 1).last_rc);
+  EXPECT_NE(0u, Accept()) << lib.LastError();
+}
+
+TEST_F(Library, RegistrationsAreCountedBusyOrReadyAndCancelledWithGroup109) {
+  const std::string port = sapsim_->port_text();
+  const auto counts = [&](const char* id) {
+    int total = -1, initialising = -1, ready = -1, busy = -1;
+    ErrorInfoEx error{};
+    lib.RfcCheckRegisterServer(id, "127.0.0.1", port.c_str(), &total, &initialising, &ready, &busy, &error);
+    return std::vector<int>{total, initialising, ready, busy};
+  };
+  const ConnectionHandle first = Accept("BATCHSRV"), second = Accept("BATCHSRV"), other = Accept("OTHER");
+  ASSERT_TRUE(first != 0 && second != 0 && other != 0) << lib.LastError();
+  // Counted as initialising until the gateway has welcomed them.
+  EXPECT_TRUE(testutil::Eventually([&] { return counts("BATCHSRV") == std::vector<int>{2, 0, 2, 0}; }));
+  std::vector<int> during;
+  SetHandler("Z_COUNT", [&](ConnectionHandle h) {
+    during = counts("BATCHSRV");
+    return Answer(h);
+  });
+  std::future<CallOutcome> outcome = CallLater("Z_COUNT", "", "", "BATCHSRV");
+  // The gateway picks either registration.
+  std::thread serve_first([&] { Serve(first, 1, 2000); });
+  std::thread serve_second([&] { Serve(second, 1, 2000); });
+  EXPECT_EQ(wire::ReplyStatus::kOk, outcome.get().reply.status);
+  serve_first.join();
+  serve_second.join();
+  EXPECT_EQ((std::vector<int>{2, 0, 1, 1}), during);
+
+  std::future<std::pair<int, int>> dispatched = std::async(std::launch::async, [&] {
+    const int rc = lib.RfcDispatch(second);  // blocks until something arrives
+    return std::make_pair(rc, lib.LastErrorGroup());
+  });
+  int total = -1, cancelled = -1;
+  ErrorInfoEx error{};
+  ASSERT_EQ(RFC_OK, lib.RfcCancelRegisterServer("BATCHSRV", "127.0.0.1", port.c_str(), &total, &cancelled, &error));
+  EXPECT_EQ(2, cancelled);
+  ASSERT_EQ(std::future_status::ready, dispatched.wait_for(std::chrono::seconds(20)));
+  EXPECT_EQ((std::pair<int, int>(RFC_CLOSED, RFC_ERROR_GROUP_CANCELLED)), dispatched.get());
+  EXPECT_TRUE(testutil::Eventually([&] { return lib.RfcListen(first) != RFC_NOTHING_WAITING; }));
+  EXPECT_EQ(RFC_CLOSED, lib.RfcListen(first));
+  EXPECT_EQ(RFC_ERROR_GROUP_CANCELLED, lib.LastErrorGroup());
+  EXPECT_EQ(0, counts("BATCHSRV")[0]);
+  EXPECT_EQ(RFC_NOTHING_WAITING, lib.RfcListen(other));
+  EXPECT_NE(std::string::npos, sapsim_->Log().find("cancelled 2 registration(s) of program BATCHSRV"));
+}
+
+// An old release sends the repository's PARAMS lines with 10-character names.
+TEST_F(Library, OldReleaseRepositoryLinesHaveShortNames) {
+  Start(SmallSystem("31I"));
+  const ConnectionHandle handle = Open();
+  ASSERT_NE(0u, handle) << lib.LastError();
+  Chars<30> function("RFC_GET_STRUCTURE_DEFINITION");
+  Chars<1> language("E");
+  RfcParameterEntry imports[] = {Param("FUNCNAME", RFCTYPE_CHAR, function.text, 30),
+                                 Param("LANGUAGE", RFCTYPE_CHAR, language.text, 1), EndParam()};
+  NoArgs none;
+  RfcTableEntry tables[] = {Table("PARAMS", RFCTYPE_BYTE, 168), EndTable()};
+  ASSERT_EQ(RFC_OK, CallReceive(handle, "RFC_GET_FUNCTION_INTERFACE", imports, none.params, tables));
+  ASSERT_EQ(4u, lib.ItFill(tables[0].handle));
+  const char* fields = nullptr;
+  for (unsigned n = 1; n <= 4; ++n) {
+    const char* line = static_cast<const char*>(lib.ItGetLine(tables[0].handle, n));
+    if (LineText(line, 1, 30) == "FIELDS") fields = line;
+  }
+  ASSERT_NE(nullptr, fields);
+  EXPECT_EQ('T', fields[0]);
+  EXPECT_EQ("RS_FIELDS", LineText(fields, 31, 10));
+  EXPECT_EQ('h', fields[51]);      // EXID after two names of 10
+  EXPECT_EQ(40, IntAt(fields, 60));  // the short FIELDS line
+}
+
+}  // namespace
+}  // namespace sapsim::testing

@@ -1,0 +1,192 @@
+// The library's parts that work without a connection: internal tables and
+// registries reached directly (so that allocation failures can be injected),
+// and the entry points reached through dlopen as the batch server reaches them.
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "sapsim/librfcsim/internal_table.h"
+#include "sapsim/librfcsim/structure_registry.h"
+#include "sapsim/librfcsim/table_registry.h"
+#include "tests/sapsim/support/rfc_library.h"
+#include "tests/sapsim/support/sapsim_process.h"
+
+namespace rfcsim {
+namespace {
+
+int g_budget = 0;  // allocations left before FailingMalloc fails
+void* FailingMalloc(size_t size) { return g_budget-- > 0 ? std::malloc(size) : nullptr; }
+
+bool AllZero(const uint8_t* line, size_t length) {
+  return std::all_of(line, line + length, [](uint8_t b) { return b == 0; });
+}
+
+TEST(InternalTable, GrowsInRunsZeroFilledAndSurvivesFailedAllocations) {
+  InternalTable table("T", 1000);  // 65 lines per block
+  for (unsigned n = 1; n <= 200; ++n) std::memcpy(table.LineForUpdate(n), &n, sizeof n);
+  unsigned expected = 1;
+  for (const InternalTable::Run& run : table.Runs()) {
+    for (size_t i = 0; i < run.lines; ++i, ++expected) {
+      unsigned n;
+      std::memcpy(&n, run.data + i * 1000, sizeof n);
+      ASSERT_EQ(expected, n);
+    }
+  }
+  EXPECT_EQ(201u, expected);
+  table.Clear();
+  EXPECT_TRUE(table.Runs().empty());
+  ASSERT_TRUE(table.AppendForWriting(70));
+  for (size_t n = 1; n <= 70; ++n) std::memset(table.Line(n), 0xAB, 1000);
+  // Growing past written lines gives zero lines, also inside their block.
+  ASSERT_NE(nullptr, table.LineForUpdate(72));
+  EXPECT_TRUE(AllZero(table.Line(71), 1000));
+
+  InternalTable limited("T", 1000);
+  g_budget = 1;  // one block of 65 lines, then nothing
+  const InternalTable::Allocator previous = InternalTable::SetAllocator(&FailingMalloc);
+  EXPECT_NE(nullptr, limited.LineForUpdate(65));
+  EXPECT_EQ(nullptr, limited.LineForUpdate(66));
+  EXPECT_FALSE(limited.Reserve(1));
+  EXPECT_FALSE(limited.AppendForWriting(1000));
+  InternalTable::SetAllocator(previous);
+  EXPECT_EQ(65u, limited.fill());
+  InternalTable huge("T", 1024 * 1024);
+  EXPECT_EQ(nullptr, huge.LineForUpdate(static_cast<size_t>(InternalTable::kMaxBytes / (1024 * 1024) + 1)));
+  EXPECT_EQ(0u, huge.fill());
+
+  TableRegistry& registry = TableRegistry::Instance();
+  TableHandle mine = registry.Create("MINE", 10, 0);
+  TableHandle received = registry.Create("RECEIVED", 10, 77);
+  registry.DeleteOwnedBy(77);  // the tables of a connection go with it
+  EXPECT_EQ(nullptr, registry.Find(received));
+  EXPECT_TRUE(registry.Delete(mine));
+}
+
+RfcTypeElement Element(const char* name, int type, int length, int decimals = 0) {
+  return RfcTypeElement{name, type, length, decimals, 0};
+}
+
+TEST(StructureRegistry, LaysOutFieldsAlignedKeepsOldLayoutsAndRefusesTheIndescribable) {
+  StructureRegistry& registry = StructureRegistry::Instance();
+  RfcTypeElement first[] = {Element("NAME", RFCTYPE_CHAR, 3), Element("PRICE", RFCTYPE_FLOAT, 8),
+                            Element("QTY  ", RFCTYPE_INT2, 2), Element("ID", RFCTYPE_INT, 4)};
+  RfcTypeHandle old_handle = -1, new_handle = -1;
+  std::string error;
+  ASSERT_TRUE(registry.Install("ZLINE", first, 4, &old_handle, &error)) << error;
+  const auto layout = registry.Find(old_handle);
+  EXPECT_EQ(24u, layout->desc.length);
+  EXPECT_EQ(8u, layout->desc.fields[1].offset);
+  EXPECT_EQ("QTY", layout->desc.fields[2].name);  // trailing blanks are not part of a name
+  EXPECT_EQ(20u, layout->desc.fields[3].offset);
+  RfcTypeElement second[] = {Element("NAME", RFCTYPE_CHAR, 30)};
+  ASSERT_TRUE(registry.Install("ZLINE", second, 1, &new_handle, &error)) << error;
+  EXPECT_EQ(30u, registry.Find(new_handle)->desc.length);
+  EXPECT_EQ(24u, registry.Find(old_handle)->desc.length);
+  EXPECT_EQ(nullptr, registry.Find(RFCTYPE_INT));
+
+  RfcTypeElement unknown_type[] = {Element("X", 9999, -1)}, short_int[] = {Element("X", RFCTYPE_INT, 2)},
+                 twice[] = {Element("X", RFCTYPE_CHAR, 1), Element("X", RFCTYPE_CHAR, 1)},
+                 unnamed[] = {Element(nullptr, RFCTYPE_CHAR, 1)},
+                 packed[] = {Element("P", RFCTYPE_BCD, 2, 4)};  // 4 decimals in 3 digits
+  const struct {
+    const char* name;
+    RfcTypeElement* elements;
+    unsigned count;
+  } cases[] = {{"ZBAD", unknown_type, 1}, {"ZBAD", short_int, 1}, {"ZBAD", twice, 2}, {"ZBAD", unnamed, 1},
+               {"ZBAD", packed, 1},       {"", short_int, 1},     {"ZBAD", nullptr, 0}};
+  for (const auto& c : cases) {
+    RfcTypeHandle handle = -1;
+    EXPECT_FALSE(registry.Install(c.name, c.elements, c.count, &handle, &error));
+    EXPECT_EQ(-1, handle);
+  }
+}
+
+}  // namespace
+}  // namespace rfcsim
+
+namespace sapsim::testing {
+namespace {
+
+TEST(LocalEntryPoints, TablesHandlesStructuresFunctionsAndErrors) {
+  const RfcLibrary& lib = RfcLibrary::Get();
+  const auto last_error_has = [&](const char* part) { return lib.LastError().find(part) != std::string::npos; };
+  EXPECT_EQ(nullptr, lib.ItCreate("ZEMPTY", 0, 0, 0));
+  EXPECT_TRUE(last_error_has("line length 0"));
+  TableHandle table = lib.ItCreate("ZLINES", 16, 0, 0);
+  // ItGupLine beyond the fill appends zero lines; earlier lines keep their address.
+  auto* first = static_cast<char*>(lib.ItGupLine(table, 1));
+  std::memcpy(first, "first line      ", 16);
+  auto* far = static_cast<char*>(lib.ItGupLine(table, 5000));
+  EXPECT_EQ(5000u, lib.ItFill(table));
+  EXPECT_EQ(first, lib.ItGetLine(table, 1));
+  EXPECT_EQ(std::string(16, '\0'), std::string(static_cast<const char*>(lib.ItGetLine(table, 2500)), 16));
+  EXPECT_EQ(far, lib.ItGupLine(table, 5000));
+  EXPECT_EQ(nullptr, lib.ItGetLine(table, 5001));
+  EXPECT_EQ(nullptr, lib.ItGetLine(table, 0));
+  EXPECT_EQ(nullptr, lib.ItGupLine(table, 0));
+  EXPECT_EQ(RFC_OK, lib.ItFree(table));  // empties; the handle stays good
+  EXPECT_EQ(0u, lib.ItFill(table));
+  EXPECT_EQ(RFC_OK, lib.ItDelete(table));
+  TableHandle successor = lib.ItCreate("ZNEXT", 8, 0, 0);
+  EXPECT_NE(table, successor);  // a deleted handle does not come back
+  int not_a_table = 0;
+  for (TableHandle bad : {table, reinterpret_cast<TableHandle>(&not_a_table), TableHandle{nullptr}}) {
+    EXPECT_EQ(nullptr, lib.ItGetLine(bad, 1));
+    EXPECT_EQ(nullptr, lib.ItGupLine(bad, 1));
+    EXPECT_EQ(0u, lib.ItFill(bad));
+    EXPECT_EQ(RFC_FAILURE, lib.ItFree(bad));
+    EXPECT_EQ(RFC_FAILURE, lib.ItDelete(bad));
+  }
+  EXPECT_TRUE(last_error_has("unknown or deleted table handle"));
+  EXPECT_EQ(RFC_OK, lib.ItDelete(successor));
+
+  RfcTypeElement fields[] = {{"NAME", RFCTYPE_CHAR, 10, 0, 0}, {"AMOUNT", RFCTYPE_BCD, 7, 2, 0}};
+  RfcTypeHandle handle = -1;
+  ASSERT_EQ(RFC_OK, lib.RfcInstallStructure("ZPAY", fields, 2, &handle));
+  EXPECT_GE(handle, 0x10000);  // never mistaken for a type code
+  RfcTypeElement bad[] = {{"X", 9999, -1, 0, 0}};
+  EXPECT_EQ(RFC_FAILURE, lib.RfcInstallStructure("ZBAD", bad, 1, &handle));
+  EXPECT_TRUE(last_error_has("structure ZBAD, field X has type 9999"));
+  EXPECT_EQ(RFC_OK, lib.RfcInstallFunction("Z_ONLY_KNOWN", nullptr, "documentation"));
+  for (const char* name : {"", "   ", static_cast<const char*>(nullptr)}) {
+    EXPECT_EQ(RFC_FAILURE, lib.RfcInstallFunction(name, nullptr, nullptr));
+  }
+
+  // The last error belongs to the thread.
+  lib.ItFree(nullptr);
+  const std::string here = lib.LastError();
+  std::thread([&] { lib.ItCreate("Z", 0, 0, 0); }).join();
+  EXPECT_EQ(here, lib.LastError());
+  RFC_ERROR_INFO info;
+  std::memset(&info, 'x', sizeof info);
+  ASSERT_EQ(RFC_OK, lib.RfcLastError(&info));
+  EXPECT_STREQ("RFC_ERROR_PROGRAM", info.key);
+  EXPECT_NE(nullptr, std::memchr(info.status, '\0', sizeof info.status));
+  EXPECT_NE(nullptr, std::memchr(info.intstat, '\0', sizeof info.intstat));
+  EXPECT_EQ(100, lib.LastErrorGroup());
+  EXPECT_EQ(RFC_FAILURE, lib.RfcLastError(nullptr));
+  EXPECT_EQ(RFC_FAILURE, lib.RfcLastErrorEx(nullptr));
+}
+
+TEST(LocalEntryPoints, TheLibraryExportsExactlyTheTwentyFourEntryPoints) {
+  const RunResult nm = RunCommand({"/usr/bin/nm", "-D", "--defined-only", LibraryPath()});
+  ASSERT_EQ(0, nm.exit_code) << nm.err;
+  std::set<std::string> exported;
+  std::istringstream lines(nm.out);
+  std::string address, kind, name;
+  while (lines >> address >> kind >> name) exported.insert(name);
+#define RFCSIM_NAME(name) #name,
+  const std::set<std::string> expected = {RFCSIM_ENTRY_POINTS(RFCSIM_NAME)};
+#undef RFCSIM_NAME
+  EXPECT_EQ(24u, expected.size());
+  EXPECT_EQ(expected, exported);
+}
+
+}  // namespace
+}  // namespace sapsim::testing

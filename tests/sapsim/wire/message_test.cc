@@ -1,0 +1,234 @@
+// Everything that decides whether bytes from the network are accepted:
+// frame headers, payload lengths, control messages, CALL and REPLY payloads,
+// value descriptions, and the channel that carries frames.
+
+#include <sys/socket.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "sapsim/wire/call_message.h"
+#include "sapsim/wire/control_messages.h"
+#include "sapsim/wire/decode_error.h"
+#include "sapsim/wire/frame.h"
+#include "sapsim/wire/frame_channel.h"
+#include "sapsim/wire/frame_writer.h"
+#include "sapsim/wire/payload_reader.h"
+#include "sapsim/wire/rfc_types.h"
+
+namespace sapsim::wire {
+namespace {
+
+std::vector<uint8_t> SampleFrame() {
+  FrameWriter w(FrameType::kCall);
+  w.U32(7);
+  w.String("RFCPING");
+  return w.Flatten();
+}
+
+std::vector<uint8_t> PayloadOf(FrameWriter& w) {
+  std::vector<uint8_t> bytes = w.Flatten();
+  return std::vector<uint8_t>(bytes.begin() + kHeaderSize, bytes.end());
+}
+
+Frame AsFrame(FrameWriter w) {
+  std::vector<uint8_t> bytes = w.Flatten();
+  return DecodeFrame(bytes.data(), bytes.size());
+}
+
+// A one-table CALL with a hand-made table head, so that it can lie about its size.
+std::vector<uint8_t> CallWithTable(const ValueDesc& desc, uint32_t rows, size_t bytes) {
+  FrameWriter w(FrameType::kCall);
+  w.String("F");
+  w.U32(0);
+  w.U32(1);
+  EncodeTableHead(w, "T", desc, rows);
+  std::vector<uint8_t> data(bytes, 'a');
+  w.Raw(data.data(), data.size());
+  return PayloadOf(w);
+}
+
+ValueDesc DecodeDesc(const ValueDesc& desc) {
+  FrameWriter w(FrameType::kCall);
+  EncodeValueDesc(w, desc);
+  std::vector<uint8_t> payload = PayloadOf(w);
+  PayloadReader r(payload.data(), payload.size());
+  return DecodeValueDesc(r);
+}
+
+std::vector<uint8_t> Corrupt(size_t index, uint8_t value) {
+  std::vector<uint8_t> bad = SampleFrame();
+  bad[index] = value;
+  return bad;
+}
+
+TEST(WireDecoding, RefusesEveryMalformedInput) {
+  const std::vector<uint8_t> good = SampleFrame();
+  const ValueDesc raw = ValueDesc::Raw(kTypeChar, 100);
+  const std::vector<uint8_t> two_rows = CallWithTable(raw, 2, 200);
+  EXPECT_EQ(2u, DecodeCall(two_rows.data(), two_rows.size()).tables[0].row_count);
+  EXPECT_NO_THROW(DecodeHeader(good.data(), kHeaderSize));
+  EXPECT_NO_THROW(DecodeDesc(ValueDesc::Simple(kTypeBcd, 2, kDecimalsUnknown)));
+  const auto header = [](std::vector<uint8_t> bytes, size_t size) { DecodeHeader(bytes.data(), size); };
+  const auto call = [](std::vector<uint8_t> bytes) { DecodeCall(bytes.data(), bytes.size()); };
+  const auto frame = [](std::vector<uint8_t> bytes) { DecodeFrame(bytes.data(), bytes.size()); };
+  std::vector<uint8_t> longer = good;
+  longer.push_back(0);
+  FrameWriter short_value(FrameType::kCall);
+  short_value.String("F");
+  short_value.U32(1);
+  short_value.String("V");
+  EncodeValueDesc(short_value, ValueDesc::Simple(kTypeChar, 10));
+  short_value.Bytes("short", 5);
+  short_value.U32(0);
+  FrameWriter reply(FrameType::kReply);
+  EncodeReplyHead(reply, ReplyStatus::kException, "TABLE_NOT_AVAILABLE", "");
+  reply.U32(0);
+  reply.U32(0);
+  std::vector<uint8_t> bad_status = PayloadOf(reply);
+  ReplyMessage decoded = DecodeReply(bad_status.data(), bad_status.size());
+  EXPECT_EQ(ReplyStatus::kException, decoded.status);
+  EXPECT_EQ("TABLE_NOT_AVAILABLE", decoded.key);
+  bad_status[0] = 7;
+  Hello hello;
+  std::vector<uint8_t> bad_hello = hello.Encode().Flatten();
+  bad_hello[kHeaderSize] = 9;  // session kind
+
+  const std::pair<const char*, std::function<void()>> cases[] = {
+      {"magic", [&] { header(Corrupt(0, 'X'), kHeaderSize); }},
+      {"version", [&] { header(Corrupt(4, 2), kHeaderSize); }},
+      {"type 0", [&] { header(Corrupt(5, 0), kHeaderSize); }},
+      {"unknown type", [&] { header(Corrupt(5, 99), kHeaderSize); }},
+      {"reserved", [&] { header(Corrupt(6, 1), kHeaderSize); }},
+      {"length over the limit", [&] { header(Corrupt(11, 0xFF), kHeaderSize); }},
+      {"truncated header", [&] { header(good, kHeaderSize - 1); }},
+      {"payload short", [&] { frame(std::vector<uint8_t>(good.begin(), good.end() - 1)); }},
+      {"payload long", [&] { frame(longer); }},
+      {"reply status", [&] { DecodeReply(bad_status.data(), bad_status.size()); }},
+      {"hello kind", [&] { Hello::Decode(DecodeFrame(bad_hello.data(), bad_hello.size())); }},
+      {"negative count", [] { RegistrationCounts::Decode(AsFrame(RegistrationCounts{-1, 0, 0, 0, 0}.Encode())); }},
+      {"port 0", [] { MessageServerAnswer::Decode(AsFrame(MessageServerAnswer{"h", 0}.Encode())); }},
+      {"frame of another type", [&] { Welcome::Decode(AsFrame(hello.Encode())); }},
+      {"rows beyond the bytes", [&] { call(CallWithTable(raw, 3, 200)); }},
+      {"row count that overflows", [&] { call(CallWithTable(raw, 0xFFFFFFFFu, 200)); }},
+      {"trailing rows", [&] { call(CallWithTable(raw, 1, 200)); }},
+      {"table of a simple type", [&] { call(CallWithTable(ValueDesc::Simple(kTypeChar, 100), 1, 100)); }},
+      {"value shorter than described", [&] { call(PayloadOf(short_value)); }},
+      {"INT of 2 bytes", [] { DecodeDesc(ValueDesc::Simple(kTypeInt, 2)); }},
+      {"ITAB value", [] { DecodeDesc(ValueDesc::Simple(kTypeItab, 4)); }},
+      {"unknown value type", [] { DecodeDesc(ValueDesc::Simple(77, 4)); }},
+      {"empty value", [] { DecodeDesc(ValueDesc::Simple(kTypeChar, 0)); }},
+      {"4 decimals in 3 digits", [] { DecodeDesc(ValueDesc::Simple(kTypeBcd, 2, 4)); }},
+      {"raw INT", [] { DecodeDesc(ValueDesc::Raw(kTypeInt, 4)); }},
+      {"field beyond the line", [] { DecodeDesc(ValueDesc::Structure({{"A", kTypeChar, 8, 0, 4}}, 10)); }},
+      {"same field twice",
+       [] { DecodeDesc(ValueDesc::Structure({{"A", kTypeChar, 1, 0, 0}, {"A", kTypeChar, 1, 0, 1}}, 2)); }},
+      {"no fields", [] { DecodeDesc(ValueDesc::Structure({}, 2)); }},
+      {"unnamed field", [] { DecodeDesc(ValueDesc::Structure({{"", kTypeChar, 1, 0, 0}}, 1)); }},
+      {"offset that wraps", [] { DecodeDesc(ValueDesc::Structure({{"A", kTypeChar, 16, 0, 0xFFFFFFF8u}}, 100)); }},
+  };
+  for (const auto& [what, decode] : cases) EXPECT_THROW(decode(), DecodeError) << what;
+}
+
+TEST(WireDecoding, PayloadReaderChecksEveryLengthAgainstWhatRemains) {
+  FrameWriter w(FrameType::kCall);
+  w.U16(0xBEEF);
+  w.String("ABC");
+  w.U32(1000);
+  std::vector<uint8_t> bytes = w.Flatten();
+  const uint8_t* payload = bytes.data() + kHeaderSize;
+  PayloadReader r(payload, bytes.size() - kHeaderSize);
+  EXPECT_EQ(0xBEEF, r.U16());
+  EXPECT_EQ("ABC", r.String());
+  EXPECT_THROW(r.Count(5000, 4), DecodeError);
+  EXPECT_THROW(PayloadReader(payload + 2, 5).String(), DecodeError);  // length 3, 1 byte follows
+  EXPECT_THROW(PayloadReader(payload + 2, 7).String(2), DecodeError);
+  EXPECT_THROW(PayloadReader(nullptr, 0).U8(), DecodeError);
+  PayloadReader trailing(payload, 2);
+  EXPECT_NO_THROW(trailing.U8());
+  EXPECT_THROW(trailing.ExpectEnd(), DecodeError);
+}
+
+class FrameChannelTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    int fds[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds));
+    a_ = std::make_unique<FrameChannel>(Socket(fds[0]));
+    b_ = std::make_unique<FrameChannel>(Socket(fds[1]));
+  }
+  std::unique_ptr<FrameChannel> a_;
+  std::unique_ptr<FrameChannel> b_;
+};
+
+TEST_F(FrameChannelTest, CarriesLargeFramesWhole) {
+  std::vector<uint8_t> rows(3 * 1024 * 1024);
+  for (size_t i = 0; i < rows.size(); ++i) rows[i] = static_cast<uint8_t>(i * 7);
+  FrameWriter w(FrameType::kReply);
+  w.Borrow(rows.data(), rows.size());
+  std::string error;
+  std::thread sender([&] { EXPECT_EQ(IoStatus::kOk, a_->Send(w, &error)); });
+  Frame frame;
+  std::string receive_error;
+  EXPECT_EQ(IoStatus::kOk, b_->Receive(&frame, &receive_error));
+  sender.join();
+  EXPECT_EQ(FrameType::kReply, frame.type);
+  EXPECT_EQ(rows, std::vector<uint8_t>(frame.payload.begin(), frame.payload.end()));
+}
+
+TEST_F(FrameChannelTest, TellsGarbageBrokenFramesAndOrderlyCloseApart) {
+  Frame frame;
+  std::string error;
+  EXPECT_EQ(IoStatus::kTimeout, b_->WaitReadable(0));
+  const char garbage[kHeaderSize] = "GET / HTTP/";
+  ASSERT_EQ(static_cast<ssize_t>(kHeaderSize), ::send(a_->socket().fd(), garbage, kHeaderSize, 0));
+  EXPECT_EQ(IoStatus::kMalformed, b_->Receive(&frame, &error));
+  EXPECT_NE(std::string::npos, error.find("magic"));
+  a_->Shutdown();
+  EXPECT_EQ(IoStatus::kClosed, b_->Receive(&frame, &error));
+  // Sending into a closed connection reports it instead of raising SIGPIPE.
+  a_.reset();
+  FrameWriter w(FrameType::kCall);
+  w.String("X");
+  EXPECT_NE(IoStatus::kOk, b_->Send(w, &error));
+
+  // Half a frame, then the end: broken, not an orderly close.
+  SetUp();
+  std::vector<uint8_t> bytes = SampleFrame();
+  ASSERT_EQ(static_cast<ssize_t>(kHeaderSize + 2), ::send(a_->socket().fd(), bytes.data(), kHeaderSize + 2, 0));
+  a_->Shutdown();
+  EXPECT_EQ(IoStatus::kOk, b_->WaitReadable(0));
+  EXPECT_EQ(IoStatus::kFailed, b_->Receive(&frame, &error));
+  EXPECT_NE(std::string::npos, error.find("middle of a frame"));
+}
+
+// The fuzzer's seed frames must stay valid frames, or fuzzing starts from
+// nothing useful.
+TEST(FuzzSeeds, EverySeedIsAWellFormedFrame) {
+  int seeds = 0;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(std::string(BS_TEST_SOURCE_DIR) + "/fuzz/corpus/wire_frame_fuzz")) {
+    std::ifstream in(entry.path(), std::ios::binary);
+    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    Frame frame;
+    ASSERT_NO_THROW(frame = DecodeFrame(bytes.data(), bytes.size())) << entry.path();
+    if (frame.type == FrameType::kCall) {
+      EXPECT_EQ(1u, DecodeCall(frame.payload.data(), frame.payload.size()).tables.size());
+    } else if (frame.type == FrameType::kReply) {
+      EXPECT_NO_THROW(DecodeReply(frame.payload.data(), frame.payload.size())) << entry.path();
+    } else if (frame.type == FrameType::kRouteCall) {
+      RouteCallHead head = RouteCallHead::Decode(frame);
+      EXPECT_NO_THROW(DecodeCall(frame.payload.data() + head.call_offset, frame.payload.size() - head.call_offset));
+    }
+    ++seeds;
+  }
+  EXPECT_GE(seeds, 10);
+}
+
+}  // namespace
+}  // namespace sapsim::wire
