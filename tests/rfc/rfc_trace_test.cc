@@ -28,7 +28,7 @@ using rfc_test::TempDir;
 using ::testing::ElementsAre;
 
 std::string TraceFileOf(const std::string& directory, uint32_t thread_id) {
-  return directory + "/crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
+  return directory + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
 }
 
 RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* message) {

@@ -73,7 +73,7 @@ TracedRun RunTraced(const std::function<void()>& code, bool trace_on) {
   });
   worker.join();
   trace.SetTraceOn(0);
-  const std::string file = dir.path() + "/crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
+  const std::string file = dir.path() + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
   run.file_exists = std::filesystem::exists(file);
   run.content = ReadFile(file);
   run.lines = SplitCrLf(run.content);
