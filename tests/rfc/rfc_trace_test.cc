@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/path.h"
 #include "platform/thread.h"
 #include "rfc/core/rfc_allocation.h"
 #include "tests/rfc/trace_capture.h"

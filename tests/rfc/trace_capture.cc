@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/path.h"
 #include "platform/thread.h"
 #include "rfc/core/rfc_trace.h"
 
