@@ -19,9 +19,15 @@ BOOL WINAPI OnConsoleControl(DWORD event) {
   switch (event) {
     case CTRL_C_EVENT:
     case CTRL_BREAK_EVENT:
+      g_termination_requested.store(true, std::memory_order_relaxed);
+      return TRUE;
     case CTRL_CLOSE_EVENT:
     case CTRL_SHUTDOWN_EVENT:
+      // Windows ends the process as soon as this returns: wait here while the
+      // main thread stops the worker and exits, or until the system's own
+      // limit for closing ends the process anyway.
       g_termination_requested.store(true, std::memory_order_relaxed);
+      ::Sleep(10000);
       return TRUE;
     default:
       return FALSE;
