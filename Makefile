@@ -75,7 +75,7 @@ coverage: deps $(COV_BUILD)/build.ninja
 # librfcsim.dll and the Windows test executables, in $(WIN_BUILD)/bin.
 $(WIN_BUILD)/build.ninja: | deps
 	@$(DEPS) windows
-	cmake -S . -B $(WIN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release \
+	cmake -S . -B $(WIN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DBS_BENCH=OFF $(LAUNCHER) $(CMAKE_FLAGS)
 
 windows: deps $(WIN_BUILD)/build.ninja
