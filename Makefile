@@ -4,6 +4,10 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 COV_BUILD  ?= build-cov
+WIN_BUILD  ?= build-win
+# One Wine prefix per run of make windows-test, made fresh at its start.
+WINE_PREFIX ?= $(abspath $(WIN_BUILD))/wine-prefix
+WINE       := $(firstword $(shell command -v wine64 wine 2>/dev/null) /usr/lib/wine/wine64)
 JOBS       ?= 2
 CMAKE_FLAGS ?=
 DEPS       := tools/deps.sh
@@ -11,7 +15,7 @@ DEPS       := tools/deps.sh
 # worktree) cheap; the build works the same without it.
 LAUNCHER   := $(if $(shell command -v ccache 2>/dev/null),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 
-.PHONY: all deps build test sanitize demo bench fuzz soak coverage clean
+.PHONY: all deps build test sanitize demo bench fuzz soak coverage clean windows windows-test
 
 all: build
 
@@ -67,5 +71,25 @@ coverage: deps $(COV_BUILD)/build.ninja
 	ctest --test-dir $(COV_BUILD) --output-on-failure -j $(JOBS)
 	./tests/coverage_report.sh $(COV_BUILD)
 
+# The native Windows build (MinGW-w64): batchserver.exe, batchctl.exe,
+# librfcsim.dll and the Windows test executables, in $(WIN_BUILD)/bin.
+$(WIN_BUILD)/build.ninja: | deps
+	@$(DEPS) windows
+	cmake -S . -B $(WIN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DBS_BENCH=OFF $(LAUNCHER) $(CMAKE_FLAGS)
+
+windows: deps $(WIN_BUILD)/build.ninja
+	@$(DEPS) windows
+	cmake --build $(WIN_BUILD) -j $(JOBS)
+
+# The Windows tests under Wine, then end to end against sapsim on Linux (which
+# needs the Linux build's sapsim, batchserver and librfcsim.so).
+windows-test: windows $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target sapsim batchserver batchctl rfcsim
+	rm -rf $(WINE_PREFIX)
+	WINEPREFIX=$(WINE_PREFIX) WINEDEBUG=-all $(WINE) wineboot --init >/dev/null 2>&1
+	WINEPREFIX=$(WINE_PREFIX) WINEDEBUG=-all ctest --test-dir $(WIN_BUILD) --output-on-failure -j $(JOBS)
+	WINEPREFIX=$(WINE_PREFIX) ./tests/windows/e2e.sh $(BUILD) $(WIN_BUILD)
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(COV_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(COV_BUILD) $(WIN_BUILD)

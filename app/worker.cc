@@ -15,6 +15,7 @@
 #include "app/globals.h"
 #include "output/xml_batch_document.h"
 #include "platform/clock.h"
+#include "platform/path.h"
 #include "rfc/binding/rfc_binding.h"
 
 namespace {
@@ -36,7 +37,7 @@ bool StopRequested(const CWorkerContext& context) {
 void PrepareLog() {
   CLogFile& log = ProcessLog();
   const std::string directory = ProcessSettings().GetLogDirectory();
-  if (!directory.empty()) log.SetPath(directory + "/" + CLogFile::GetDate() + ".log");
+  if (!directory.empty()) log.SetPath(directory + platform::kPathSeparator + CLogFile::GetDate() + ".log");
   log.SetDescription(ProcessSettings().GetInstanceName());
   log.WriteHeader();
 }
@@ -207,11 +208,11 @@ int32_t OnReceiveData(CBatchServerFunc* function) {
   CXmlBatchDocument document(*function, 1);
   const CSettings& settings = ProcessSettings();
   // A failed save is not looked at: the batch is still logged and answered.
-  document.Save(settings.GetXmlDirectory() + "/" + function->GetBatchId() + ".xml");
+  document.Save(settings.GetXmlDirectory() + platform::kPathSeparator + function->GetBatchId() + ".xml");
 
   CLogFile& log = ProcessLog();
   const std::string directory = settings.GetLogDirectory();
-  if (!directory.empty()) log.SetPath(directory + "/" + CLogFile::GetDate() + ".log");
+  if (!directory.empty()) log.SetPath(directory + platform::kPathSeparator + CLogFile::GetDate() + ".log");
   log.SetDescription(settings.GetInstanceName());
   log.Write(LOG_TIME | LOG_NEWLINE1, "Receive data: " + function->GetBatchId() + ".xml");
   if (CWorkerStatus* status = StatusOf(*function)) status->BatchReceived(function->GetBatchId());

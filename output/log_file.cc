@@ -7,6 +7,7 @@
 
 #include "platform/clock.h"
 #include "platform/file.h"
+#include "platform/path.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ std::string TwoDigits(int value) {
 }  // namespace
 
 CLogFile::CLogFile()
-    : path_("/tmp/" + MakeUniqueName() + ".log"), start_tick_(platform::ProcessClock()) {}
+    : path_(platform::kStartupLogDirectory + MakeUniqueName() + ".log"), start_tick_(platform::ProcessClock()) {}
 
 CLogFile::~CLogFile() = default;
 

@@ -24,7 +24,7 @@ constexpr uint32_t LOG_NEWLINE3 = 0x2000;  // three CR LF at the end
 
 class CLogFile {
  public:
-  // Names the file "/tmp/" + MakeUniqueName() + ".log" and starts the stopwatch.
+  // Names the file platform::kStartupLogDirectory + MakeUniqueName() + ".log" and starts the stopwatch.
   CLogFile();
   virtual ~CLogFile();
   CLogFile(const CLogFile&) = delete;

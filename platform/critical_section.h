@@ -1,18 +1,25 @@
 #pragma once
 // Re-entrant critical sections: the owning thread may enter again.
 
-#include <mutex>
+#include <cstddef>
 
 namespace platform {
 
 class CriticalSection {
  public:
-  void Enter() { mutex_.lock(); }
-  void Leave() { mutex_.unlock(); }
-  bool TryEnter() { return mutex_.try_lock(); }
+  CriticalSection();
+  ~CriticalSection();
+  CriticalSection(const CriticalSection&) = delete;
+  CriticalSection& operator=(const CriticalSection&) = delete;
+
+  void Enter();
+  void Leave();
+  bool TryEnter();
 
  private:
-  std::recursive_mutex mutex_;
+  // The system's own lock object lives here, without a system type in
+  // this header and without an allocation.
+  alignas(alignof(std::max_align_t)) unsigned char storage_[64];
 };
 
 // Holds a critical section for the lifetime of the guard.

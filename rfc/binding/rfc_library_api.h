@@ -235,7 +235,10 @@ typedef int (*RfcCancelRegisterServer_t)(const char* program_id, const char* gat
                                          int* cancelled, ErrorInfoEx* error);
 
 #ifdef RFC_LIBRARY_IMPLEMENTATION
+/* The build names the export attribute of its system's libraries. */
+#ifndef RFC_LIBRARY_EXPORT
 #define RFC_LIBRARY_EXPORT __attribute__((visibility("default")))
+#endif
 RFC_LIBRARY_EXPORT ConnectionHandle RfcOpen(OpenOptions* options);
 RFC_LIBRARY_EXPORT ConnectionHandle RfcAccept(char** argv);
 RFC_LIBRARY_EXPORT void RfcClose(ConnectionHandle handle);

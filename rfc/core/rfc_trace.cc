@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/critical_section.h"
+#include "platform/path.h"
 #include "platform/process.h"
 #include "platform/thread.h"
 #include "rfc/core/rfc_allocation.h"
@@ -44,7 +45,7 @@ std::string FitDirectory(const std::string& directory) {
 std::string FileName(const std::string& directory, uint32_t thread_id) {
   char name[32];
   std::snprintf(name, sizeof name, "crfc%d.trc", static_cast<int>(thread_id));
-  return directory.empty() ? std::string(name) : directory + "/" + name;
+  return directory.empty() ? std::string(name) : directory + platform::kPathSeparator + name;
 }
 
 // Lines end in CR LF, and so does every line feed inside a text, so that a

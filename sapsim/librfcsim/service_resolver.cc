@@ -1,9 +1,8 @@
 #include "sapsim/librfcsim/service_resolver.h"
 
-#include <netdb.h>
-#include <netinet/in.h>
-
 #include <cstdlib>
+
+#include "sapsim/wire/socket.h"
 
 namespace rfcsim {
 
@@ -25,17 +24,6 @@ bool NumberPort(const std::string& text, uint16_t* port) {
   return true;
 }
 
-bool ServicesDatabase(const std::string& name, uint16_t* port) {
-  servent entry{};
-  servent* found = nullptr;
-  char buffer[1024];
-  if (getservbyname_r(name.c_str(), "tcp", &entry, buffer, sizeof buffer, &found) != 0 || found == nullptr) {
-    return false;
-  }
-  *port = ntohs(static_cast<uint16_t>(found->s_port));
-  return true;
-}
-
 }  // namespace
 
 bool GatewayPort(const std::string& service, uint16_t* port, std::string* error) {
@@ -52,7 +40,7 @@ bool GatewayPort(const std::string& service, uint16_t* port, std::string* error)
     *port = static_cast<uint16_t>(3300 + std::atoi(service.c_str() + 5));
     return true;
   }
-  if (ServicesDatabase(service, port)) return true;
+  if (sapsim::wire::ServicesDatabasePort(service, port)) return true;
   *error = "gateway service " + service + " is unknown (not a port, not sapgwNN, not in the services database)";
   return false;
 }
@@ -77,7 +65,7 @@ bool MessageServerPort(const std::string& system_name, uint16_t* port, std::stri
     *error = "no system name for the message server";
     return false;
   }
-  if (ServicesDatabase("sapms" + system_name, port)) return true;
+  if (sapsim::wire::ServicesDatabasePort("sapms" + system_name, port)) return true;
   *port = 3600;
   return true;
 }

@@ -1,12 +1,6 @@
 #include "sapsim/wire/frame_channel.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <cstring>
 #include <new>
 #include <vector>
@@ -23,31 +17,24 @@ IoStatus FrameChannel::Send(FrameWriter& frame, std::string* error) {
     *error = e.what();
     return IoStatus::kFailed;
   }
-  std::vector<iovec> iov(spans.size());
-  for (size_t i = 0; i < spans.size(); ++i) {
-    iov[i].iov_base = const_cast<uint8_t*>(spans[i].data);
-    iov[i].iov_len = spans[i].size;
-  }
+  std::vector<SendPiece> pieces(spans.size());
+  for (size_t i = 0; i < spans.size(); ++i) pieces[i] = SendPiece{spans[i].data, spans[i].size};
   std::lock_guard<std::mutex> lock(send_mutex_);
   size_t first = 0;
-  while (first < iov.size()) {
-    msghdr message{};
-    message.msg_iov = &iov[first];
-    message.msg_iovlen = std::min<size_t>(iov.size() - first, IOV_MAX);
-    ssize_t sent = ::sendmsg(socket_.fd(), &message, MSG_NOSIGNAL);
-    if (sent < 0) {
-      if (errno == EINTR) continue;
-      *error = std::string("send failed: ") + std::strerror(errno);
-      return errno == EPIPE || errno == ECONNRESET ? IoStatus::kClosed : IoStatus::kFailed;
+  while (first < pieces.size()) {
+    const Transferred sent = socket_.SendSome(&pieces[first], pieces.size() - first);
+    if (sent.bytes < 0) {
+      *error = sent.error;
+      return sent.reset ? IoStatus::kClosed : IoStatus::kFailed;
     }
-    size_t left = static_cast<size_t>(sent);
-    while (first < iov.size() && left >= iov[first].iov_len) {
-      left -= iov[first].iov_len;
+    size_t left = static_cast<size_t>(sent.bytes);
+    while (first < pieces.size() && left >= pieces[first].size) {
+      left -= pieces[first].size;
       ++first;
     }
     if (left > 0) {
-      iov[first].iov_base = static_cast<uint8_t*>(iov[first].iov_base) + left;
-      iov[first].iov_len -= left;
+      pieces[first].data = static_cast<const uint8_t*>(pieces[first].data) + left;
+      pieces[first].size -= left;
     }
   }
   return IoStatus::kOk;
@@ -56,12 +43,12 @@ IoStatus FrameChannel::Send(FrameWriter& frame, std::string* error) {
 IoStatus FrameChannel::ReadFully(uint8_t* data, size_t size, bool at_frame_start, std::string* error) {
   size_t done = 0;
   while (done < size) {
-    ssize_t got = ::recv(socket_.fd(), data + done, size - done, 0);
-    if (got > 0) {
-      done += static_cast<size_t>(got);
+    const Transferred got = socket_.ReceiveSome(data + done, size - done);
+    if (got.bytes > 0) {
+      done += static_cast<size_t>(got.bytes);
       continue;
     }
-    if (got == 0) {
+    if (got.bytes == 0) {
       if (done == 0 && at_frame_start) {
         *error = "connection closed by partner";
         return IoStatus::kClosed;
@@ -69,9 +56,8 @@ IoStatus FrameChannel::ReadFully(uint8_t* data, size_t size, bool at_frame_start
       *error = "connection closed by partner in the middle of a frame";
       return IoStatus::kFailed;
     }
-    if (errno == EINTR) continue;
-    *error = std::string("receive failed: ") + std::strerror(errno);
-    return errno == ECONNRESET && done == 0 && at_frame_start ? IoStatus::kClosed : IoStatus::kFailed;
+    *error = got.error;
+    return got.reset && done == 0 && at_frame_start ? IoStatus::kClosed : IoStatus::kFailed;
   }
   return IoStatus::kOk;
 }
@@ -129,30 +115,28 @@ IoStatus FrameChannel::Relay(FrameType type, const uint8_t* prefix, size_t prefi
   size_t left = stream_size;
   while (left > 0) {
     // Whatever has arrived, up to a chunk: pass it on at once.
-    ssize_t got = ::recv(source.socket_.fd(), chunk.data(), std::min(left, chunk.size()), 0);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) {
+    const Transferred got = source.socket_.ReceiveSome(chunk.data(), std::min(left, chunk.size()));
+    if (got.bytes <= 0) {
       *source_failed = true;
-      *error = got == 0 ? "the sender ended the connection in the middle of a frame"
-                        : std::string("receive failed: ") + std::strerror(errno);
+      *error = got.bytes == 0 ? "the sender ended the connection in the middle of a frame" : got.error;
       return IoStatus::kFailed;
     }
-    left -= static_cast<size_t>(got);
-    if (sending) sending = SendAll(chunk.data(), static_cast<size_t>(got), error);
+    left -= static_cast<size_t>(got.bytes);
+    if (sending) sending = SendAll(chunk.data(), static_cast<size_t>(got.bytes), error);
   }
   return sending ? IoStatus::kOk : IoStatus::kFailed;
 }
 
 bool FrameChannel::SendAll(const uint8_t* data, size_t size, std::string* error) {
   while (size > 0) {
-    ssize_t sent = ::send(socket_.fd(), data, size, MSG_NOSIGNAL);
-    if (sent < 0) {
-      if (errno == EINTR) continue;
-      *error = std::string("send failed: ") + std::strerror(errno);
+    const SendPiece piece{data, size};
+    const Transferred sent = socket_.SendSome(&piece, 1);
+    if (sent.bytes < 0) {
+      *error = sent.error;
       return false;
     }
-    data += sent;
-    size -= static_cast<size_t>(sent);
+    data += sent.bytes;
+    size -= static_cast<size_t>(sent.bytes);
   }
   return true;
 }
@@ -172,15 +156,8 @@ IoStatus FrameChannel::Receive(Frame* frame, std::string* error) {
 }
 
 IoStatus FrameChannel::WaitReadable(int timeout_ms) const {
-  pollfd fd{};
-  fd.fd = socket_.fd();
-  fd.events = POLLIN;
-  for (;;) {
-    int rc = ::poll(&fd, 1, timeout_ms);
-    if (rc > 0) return IoStatus::kOk;
-    if (rc == 0) return IoStatus::kTimeout;
-    if (errno != EINTR) return IoStatus::kFailed;
-  }
+  const int ready = socket_.WaitReadable(timeout_ms);
+  return ready > 0 ? IoStatus::kOk : ready == 0 ? IoStatus::kTimeout : IoStatus::kFailed;
 }
 
 }  // namespace sapsim::wire

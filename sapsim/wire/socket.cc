@@ -3,12 +3,17 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 namespace sapsim::wire {
 
@@ -24,9 +29,9 @@ Socket& Socket::operator=(Socket&& other) noexcept {
   return *this;
 }
 
-int Socket::Release() {
-  int fd = fd_;
-  fd_ = -1;
+NativeSocket Socket::Release() {
+  NativeSocket fd = fd_;
+  fd_ = kNoSocket;
   return fd;
 }
 
@@ -111,7 +116,7 @@ Socket Socket::Listen(const std::string& address, uint16_t port, std::string* er
 
 Socket Socket::Accept() const {
   for (;;) {
-    int fd = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
+    NativeSocket fd = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd >= 0) {
       SetNoDelay(fd);
       return Socket(fd);
@@ -132,6 +137,69 @@ uint16_t Socket::LocalPort() const {
 
 void Socket::Shutdown() const {
   if (fd_ >= 0) ::shutdown(fd_, SHUT_RDWR);
+}
+
+Transferred Socket::SendSome(const SendPiece* pieces, size_t count) const {
+  std::vector<iovec> iov(std::min<size_t>(count, IOV_MAX));
+  for (size_t i = 0; i < iov.size(); ++i) {
+    iov[i].iov_base = const_cast<void*>(pieces[i].data);
+    iov[i].iov_len = pieces[i].size;
+  }
+  msghdr message{};
+  message.msg_iov = iov.data();
+  message.msg_iovlen = iov.size();
+  Transferred result;
+  for (;;) {
+    const ssize_t sent = ::sendmsg(fd_, &message, MSG_NOSIGNAL);
+    if (sent >= 0) {
+      result.bytes = sent;
+      return result;
+    }
+    if (errno == EINTR) continue;
+    result.bytes = -1;
+    result.reset = errno == EPIPE || errno == ECONNRESET;
+    result.error = std::string("send failed: ") + std::strerror(errno);
+    return result;
+  }
+}
+
+Transferred Socket::ReceiveSome(void* data, size_t size) const {
+  Transferred result;
+  for (;;) {
+    const ssize_t got = ::recv(fd_, data, size, 0);
+    if (got >= 0) {
+      result.bytes = got;
+      return result;
+    }
+    if (errno == EINTR) continue;
+    result.bytes = -1;
+    result.reset = errno == ECONNRESET;
+    result.error = std::string("receive failed: ") + std::strerror(errno);
+    return result;
+  }
+}
+
+int Socket::WaitReadable(int timeout_ms) const {
+  pollfd fd{};
+  fd.fd = static_cast<int>(fd_);
+  fd.events = POLLIN;
+  for (;;) {
+    const int rc = ::poll(&fd, 1, timeout_ms);
+    if (rc > 0) return 1;
+    if (rc == 0) return 0;
+    if (errno != EINTR) return -1;
+  }
+}
+
+bool ServicesDatabasePort(const std::string& name, uint16_t* port) {
+  servent entry{};
+  servent* found = nullptr;
+  char buffer[1024];
+  if (getservbyname_r(name.c_str(), "tcp", &entry, buffer, sizeof buffer, &found) != 0 || found == nullptr) {
+    return false;
+  }
+  *port = ntohs(static_cast<uint16_t>(found->s_port));
+  return true;
 }
 
 std::string LocalHostName() {

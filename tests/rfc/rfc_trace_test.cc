@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/path.h"
 #include "platform/thread.h"
 #include "rfc/core/rfc_allocation.h"
 #include "tests/rfc/trace_capture.h"
@@ -28,7 +29,7 @@ using rfc_test::TempDir;
 using ::testing::ElementsAre;
 
 std::string TraceFileOf(const std::string& directory, uint32_t thread_id) {
-  return directory + "/crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
+  return directory + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
 }
 
 RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* message) {

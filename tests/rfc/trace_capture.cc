@@ -3,11 +3,16 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <memory>
 #include <random>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
+#include "platform/path.h"
 #include "platform/thread.h"
 #include "rfc/core/rfc_trace.h"
 
@@ -60,8 +65,7 @@ TracedRun RunTraced(const std::function<void()>& code, bool trace_on) {
   TracedRun run;
   uint32_t thread_id = 0;
   std::exception_ptr other;
-  std::thread worker([&] {
-    thread_id = platform::CurrentThreadId();
+  auto body = [&] {
     try {
       code();
     } catch (const char* text) {
@@ -70,10 +74,40 @@ TracedRun RunTraced(const std::function<void()>& code, bool trace_on) {
     } catch (...) {
       other = std::current_exception();
     }
-  });
-  worker.join();
+  };
+  // The trace keeps a thread's file by thread id for good, and Windows gives
+  // the id of an ended thread to the next one at once: the code runs only on
+  // a thread whose id is new to this process. Threads with a used id wait,
+  // so the next one gets another id, and end without running the code.
+  static std::set<uint32_t> used_ids;
+  struct Candidate {
+    std::promise<uint32_t> id;
+    std::promise<bool> run;
+    std::thread thread;
+  };
+  std::vector<std::unique_ptr<Candidate>> parked;
+  for (;;) {
+    auto candidate = std::make_unique<Candidate>();
+    std::future<uint32_t> id = candidate->id.get_future();
+    candidate->thread = std::thread([&body, c = candidate.get(), go = candidate->run.get_future()]() mutable {
+      c->id.set_value(platform::CurrentThreadId());
+      if (go.get()) body();
+    });
+    thread_id = id.get();
+    if (used_ids.insert(thread_id).second) {
+      candidate->run.set_value(true);
+      candidate->thread.join();
+      break;
+    }
+    parked.push_back(std::move(candidate));
+  }
+  for (auto& c : parked) {
+    c->run.set_value(false);
+    c->thread.join();
+  }
   trace.SetTraceOn(0);
-  const std::string file = dir.path() + "/crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
+  const std::string file =
+      dir.path() + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
   run.file_exists = std::filesystem::exists(file);
   run.content = ReadFile(file);
   run.lines = SplitCrLf(run.content);
