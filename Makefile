@@ -12,6 +12,8 @@ DESTDIR    ?=
 COMPONENT  ?=
 CMAKE_FLAGS ?=
 DEPS       := tools/deps.sh
+# What install and package need built (not the tests).
+PRODUCT    := batchserver batchctl sapsim rfcsim
 # ccache, where present, makes the second build of a tree (and of a sibling
 # worktree) cheap; the build works the same without it.
 LAUNCHER   := $(if $(shell command -v ccache 2>/dev/null),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
@@ -49,12 +51,14 @@ demo: build
 
 # The server component (batchserver, batchctl, unit, example INI, docs) and the
 # sapsim component (sapsim, librfcsim.so, system file, sample batches).
-install: build
+install: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target $(PRODUCT)
 	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip $(if $(COMPONENT),--component $(COMPONENT))
 
 # Debian packages batchserver and batchserver-sapsim, in $(BUILD)/.
-package: build
+package: deps $(BUILD)/build.ninja
 	@$(DEPS) package
+	cmake --build $(BUILD) -j $(JOBS) --target $(PRODUCT)
 	cd $(BUILD) && cpack -G DEB
 
 bench: build
