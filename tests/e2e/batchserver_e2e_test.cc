@@ -429,8 +429,10 @@ TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServin
 
 }  // namespace
 // Instances on one host and one SAP system: under program ids of their own
-// they serve side by side; two under one program id cancel each other's
-// registration at every cycle start and go on doing so until one stops.
+// they serve side by side; a second one under the same program id cancels the
+// first one's registration when its cycle starts (what follows is a race:
+// more cancelling, or both registered), and the first serves again once the
+// other is gone.
 TEST_F(BatchServerE2eTest, InstancesServeSideBySideOnlyUnderProgramIdsOfTheirOwn) {
   StartServer();
   ASSERT_TRUE(WaitForServing()) << LogText();
@@ -457,7 +459,7 @@ TEST_F(BatchServerE2eTest, InstancesServeSideBySideOnlyUnderProgramIdsOfTheirOwn
   EXPECT_EQ(waits_of("2"), 1);
 
   auto third = start_other("3", kProgramId);
-  EXPECT_TRUE(Eventually([&] { return Waits() >= 5 && waits_of("3") >= 5; })) << LogText();
+  EXPECT_TRUE(Eventually([&] { return Waits() >= 2 && waits_of("3") >= 1; })) << LogText();
   EXPECT_EQ(waits_of("2"), 1) << "another program id is not touched";
   EXPECT_EQ(third->Terminate(), 0) << "SIGTERM ends it in order";
   // The first settles and is reached again.
