@@ -9,13 +9,20 @@ WIN_BUILD  ?= build-win
 WINE_PREFIX ?= $(abspath $(WIN_BUILD))/wine-prefix
 WINE       := $(firstword $(shell command -v wine64 wine 2>/dev/null) /usr/lib/wine/wine64)
 JOBS       ?= 2
+# make install: where to (PREFIX), and a staging root in front of it (DESTDIR).
+# COMPONENT=server or COMPONENT=sapsim installs one of the two alone.
+PREFIX     ?= /usr/local
+DESTDIR    ?=
+COMPONENT  ?=
 CMAKE_FLAGS ?=
 DEPS       := tools/deps.sh
+# What install and package need built (not the tests).
+PRODUCT    := batchserver batchctl sapsim rfcsim
 # ccache, where present, makes the second build of a tree (and of a sibling
 # worktree) cheap; the build works the same without it.
 LAUNCHER   := $(if $(shell command -v ccache 2>/dev/null),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 
-.PHONY: all deps build test sanitize demo bench fuzz soak coverage clean windows windows-test
+.PHONY: all deps build test sanitize demo install package bench fuzz soak coverage clean windows windows-test
 
 all: build
 
@@ -28,13 +35,16 @@ $(BUILD)/build.ninja: | deps
 build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
 
+# The tests include packing the build (CPack) and running the demo from the packages.
 test: build
+	@$(DEPS) package demo
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 $(ASAN_BUILD)/build.ninja: | deps
 	cmake -S . -B $(ASAN_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBS_SANITIZE=ON -DBS_BENCH=OFF $(LAUNCHER) $(CMAKE_FLAGS)
 
 sanitize: deps $(ASAN_BUILD)/build.ninja
+	@$(DEPS) package demo
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	  ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
@@ -42,6 +52,18 @@ sanitize: deps $(ASAN_BUILD)/build.ninja
 demo: build
 	@$(DEPS) demo
 	./examples/demo.sh $(BUILD)
+
+# The server component (batchserver, batchctl, unit, example INI, docs) and the
+# sapsim component (sapsim, librfcsim.so, system file, sample batches).
+install: deps $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS) --target $(PRODUCT)
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)" --strip $(if $(COMPONENT),--component $(COMPONENT))
+
+# Debian packages batchserver and batchserver-sapsim, in $(BUILD)/.
+package: deps $(BUILD)/build.ninja
+	@$(DEPS) package
+	cmake --build $(BUILD) -j $(JOBS) --target $(PRODUCT)
+	cd $(BUILD) && cpack -G DEB
 
 bench: build
 	./bench/run.sh $(BUILD)
@@ -65,7 +87,7 @@ $(COV_BUILD)/build.ninja: | deps
 	cmake -S . -B $(COV_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBS_COVERAGE=ON -DBS_BENCH=OFF $(LAUNCHER) $(CMAKE_FLAGS)
 
 coverage: deps $(COV_BUILD)/build.ninja
-	@$(DEPS) coverage
+	@$(DEPS) coverage package demo
 	cmake --build $(COV_BUILD) -j $(JOBS)
 	find $(COV_BUILD) -name '*.gcda' -delete
 	ctest --test-dir $(COV_BUILD) --output-on-failure -j $(JOBS)

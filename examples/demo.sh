@@ -6,7 +6,10 @@
 #
 # Usage: examples/demo.sh [BUILD_DIR]    (default: build)
 # Everything it writes goes under ./demo/ (cleared at the start); the
-# environment may name another folder (DEMO_DIR) and instance (DEMO_INSTANCE).
+# environment may name another folder (DEMO_DIR) and instance (DEMO_INSTANCE),
+# and other sources for the example INI (DEMO_INI), the system file
+# (DEMO_SYSTEM) and the sample batches (DEMO_BATCHES), as an installed
+# package places them. BUILD_DIR holds bin/ and lib/ (a build, or /usr).
 # Exit 0 only when every step worked.
 set -u
 
@@ -22,6 +25,9 @@ sapsim="$build/bin/sapsim"
 server="$build/bin/batchserver"
 batchctl="$build/bin/batchctl"
 library="$build/lib/librfcsim.so"
+example_ini=${DEMO_INI:-$top/examples/batchserver.ini}
+system_file=${DEMO_SYSTEM:-$top/examples/system.json}
+batches=${DEMO_BATCHES:-$top/examples/batches}
 
 sapsim_pid=
 server_pid=
@@ -69,8 +75,8 @@ fi
 rm -rf "$demo"
 mkdir -p "$demo/log" "$demo/xml" || fail "cannot create $demo"
 
-say "Starting the simulated SAP system (examples/system.json)"
-"$sapsim" serve --system "$top/examples/system.json" --port 0 \
+say "Starting the simulated SAP system ($system_file)"
+"$sapsim" serve --system "$system_file" --port 0 \
   >"$demo/sapsim.out" 2>"$demo/sapsim.log" &
 sapsim_pid=$!
 listening() { grep -q 'listening on port' "$demo/sapsim.out"; }
@@ -97,8 +103,8 @@ sed -e "s/\r\$//" \
     -e "s|^sap.path=.*|sap.path=$demo/log|" \
     -e "s|^xml.path=.*|xml.path=$demo/xml|" \
     -e "s/\$/\r/" \
-    "$top/examples/batchserver.ini" >"$ini" || fail "cannot write $ini"
-grep -q "^\[$instance\]" "$ini" || fail "examples/batchserver.ini has no [SRV1] section to start from"
+    "$example_ini" >"$ini" || fail "cannot write $ini"
+grep -q "^\[$instance\]" "$ini" || fail "$example_ini has no [SRV1] section to start from"
 grep -q "^sap.server.gateway.service=$port" "$ini" || fail "the gateway service could not be set in $ini"
 
 say "Starting the batch server: $server $instance $ini"
@@ -117,7 +123,7 @@ send() {
   local function=$1 structure=$2 csv=$3 answer
   echo "sapsim call $function ($structure) with $csv"
   answer=$("$sapsim" call --port "$port" --program-id BATCHSRV --function "$function" \
-             --structure "$structure" --csv "$top/examples/batches/$csv" 2>&1) ||
+             --structure "$structure" --csv "$batches/$csv" 2>&1) ||
     fail "the call of $function failed: $answer"
   echo "  $answer"
   [ "$answer" = "BATCH_RC=1" ] || fail "$function answered '$answer', expected BATCH_RC=1"

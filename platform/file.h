@@ -60,7 +60,12 @@ class File {
 
 // One exclusive open-append-close. Returns a cause.
 int AppendToFile(const std::string& path, const void* data, size_t n);
-// One exclusive open-truncate-write-close. Returns a cause.
+// Publishes a whole file: the bytes are written under a temporary name in
+// the same directory (a leading dot, ending in ".tmp") and then renamed onto
+// `path`, so that a reader sees either no file, the file it replaced, or all
+// n bytes. A failed write leaves no file and no temporary one. A writer that
+// holds `path` without sharing makes it fail with kFileSharingViolation at
+// once. Returns a cause.
 int WriteWholeFile(const std::string& path, const void* data, size_t n);
 
 // Test seam: make chosen file operations fail as if the system had refused

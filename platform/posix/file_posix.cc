@@ -11,6 +11,8 @@
 #include <atomic>
 #include <cerrno>
 #include <mutex>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "platform/posix/file_cause_posix.h"
@@ -137,6 +139,27 @@ int TakeInjectedFault(const std::string& path, testing::FileOp op, FileStep step
   return kFileOk;
 }
 
+// Writes all n bytes to fd or fails; `path` names the file for faults and causes.
+int WriteAll(int fd, const void* data, size_t n, const std::string& path) {
+  if (n == 0) return kFileOk;
+  if (data == nullptr) return kFileInvalid;
+  const int injected = TakeInjectedFault(path, testing::FileOp::kWrite, FileStep::kWrite);
+  if (injected != kFileOk) return injected;
+  const char* next = static_cast<const char*>(data);
+  size_t left = n;
+  while (left > 0) {
+    const ssize_t done = ::write(fd, next, left);
+    if (done < 0) {
+      if (errno == EINTR) continue;
+      return FileCauseFromErrno(errno, FileStep::kWrite, path);
+    }
+    if (done == 0) return kFileGeneric;  // no progress and no reason given
+    next += done;
+    left -= static_cast<size_t>(done);
+  }
+  return kFileOk;
+}
+
 // ---- the file handle ------------------------------------------------------
 
 class PosixFile final : public File {
@@ -160,23 +183,7 @@ class PosixFile final : public File {
 
   int Write(const void* data, size_t n) override {
     if (!fd_.valid()) return kFileInvalid;
-    if (n == 0) return kFileOk;
-    if (data == nullptr) return kFileInvalid;
-    const int injected = TakeInjectedFault(path_, testing::FileOp::kWrite, FileStep::kWrite);
-    if (injected != kFileOk) return injected;
-    const char* next = static_cast<const char*>(data);
-    size_t left = n;
-    while (left > 0) {
-      const ssize_t done = ::write(fd_.get(), next, left);
-      if (done < 0) {
-        if (errno == EINTR) continue;
-        return FileCauseFromErrno(errno, FileStep::kWrite, path_);
-      }
-      if (done == 0) return kFileGeneric;  // no progress and no reason given
-      next += done;
-      left -= static_cast<size_t>(done);
-    }
-    return kFileOk;
+    return WriteAll(fd_.get(), data, n, path_);
   }
 
   int Size(int64_t* size) override {
@@ -288,8 +295,62 @@ int AppendToFile(const std::string& path, const void* data, size_t n) {
   return WriteOnce(path, File::Mode::kAppendExclusive, data, n);
 }
 
+namespace {
+
+// A name beside `path` that no pattern ending in the final name's suffix
+// matches: a leading dot, the process and a counter (two writers never share
+// one), and ".tmp" at the end. The base is shortened so that a long final
+// name does not make the temporary name too long.
+std::string TemporaryName(const std::string& path, unsigned counter) {
+  const size_t slash = path.find_last_of('/');
+  const std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+  const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+  return dir + "." + base.substr(0, 64) + "." + std::to_string(getpid()) + "." +
+         std::to_string(counter) + ".tmp";
+}
+
+std::atomic<unsigned> g_temporary_counter{0};
+
+}  // namespace
+
 int WriteWholeFile(const std::string& path, const void* data, size_t n) {
-  return WriteOnce(path, File::Mode::kTruncateExclusive, data, n);
+  int cause = TakeInjectedFault(path, testing::FileOp::kOpen, FileStep::kOpen);
+  if (cause != kFileOk) return cause;
+  try {
+    // A writer that holds the present file keeps it: the same refusal, at
+    // once, as for any other opener without sharing. The lock is held until
+    // the new file has replaced it.
+    posix::UniqueFd present;
+    do {
+      present = posix::UniqueFd(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    } while (!present.valid() && errno == EINTR);
+    if (!present.valid() && errno != ENOENT) return FileCauseFromErrno(errno, FileStep::kOpen, path);
+    if (present.valid()) {
+      while (flock(present.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EINTR) return FileCauseFromErrno(errno, FileStep::kLock, path);
+      }
+    }
+
+    std::string temporary;
+    posix::UniqueFd fd;
+    for (;;) {
+      temporary = TemporaryName(path, g_temporary_counter.fetch_add(1, std::memory_order_relaxed));
+      fd = posix::UniqueFd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, 0666));
+      if (fd.valid()) break;
+      if (errno != EINTR && errno != EEXIST) return FileCauseFromErrno(errno, FileStep::kOpen, path);
+    }
+    cause = WriteAll(fd.get(), data, n, path);
+    if (cause == kFileOk && ::close(fd.Release()) != 0 && errno != EINTR) {
+      cause = FileCauseFromErrno(errno, FileStep::kClose, path);
+    }
+    if (cause == kFileOk && ::rename(temporary.c_str(), path.c_str()) != 0) {
+      cause = FileCauseFromErrno(errno, FileStep::kClose, path);
+    }
+    if (cause != kFileOk) ::unlink(temporary.c_str());  // a failed write leaves no file
+    return cause;
+  } catch (const std::bad_alloc&) {
+    return kFileGeneric;
+  }
 }
 
 namespace testing {

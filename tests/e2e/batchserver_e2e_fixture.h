@@ -126,13 +126,20 @@ class BatchServerE2eTest : public ::testing::Test {
 
   // Writes the INI (CR LF) and starts the server in the work directory.
   void StartServer() {
-    std::string ini = "[" + instance_ + "]\r\n";
-    for (const auto& [key, value] : settings_) ini += key + "=" + value + "\r\n";
-    ini_ = dir_.Write("batch server.ini", ini);
-    server_ = std::make_unique<BatchServerProcess>(std::vector<std::string>{instance_, ini_}, work_,
-                                                   dir_.File("server.out"),
-                                                   dir_.File("server.err"));
+    server_ = StartInstance(instance_, settings_);
     ASSERT_TRUE(server_->started());
+  }
+  // One more server process; `tag` keeps its INI and output files apart.
+  std::unique_ptr<BatchServerProcess> StartInstance(const std::string& instance,
+                                                    const std::map<std::string, std::string>& settings,
+                                                    const std::string& tag = "") {
+    std::string ini = "[" + instance + "]\r\n";
+    for (const auto& [key, value] : settings) ini += key + "=" + value + "\r\n";
+    const std::string path = dir_.Write("batch server" + tag + ".ini", ini);
+    if (tag.empty()) ini_ = path;
+    return std::make_unique<BatchServerProcess>(std::vector<std::string>{instance, path}, work_,
+                                                dir_.File("server" + tag + ".out"),
+                                                dir_.File("server" + tag + ".err"));
   }
 
   // Every log file of the log directory, in name order.
@@ -156,10 +163,10 @@ class BatchServerE2eTest : public ::testing::Test {
 
   // sapsim call with `csv` as the batch.
   sapsim::testing::RunResult Call(const std::string& function, const std::string& structure,
-                                  const std::string& csv) {
+                                  const std::string& csv, const std::string& program_id = kProgramId) {
     const std::string csv_file = dir_.Write("batch" + std::to_string(++calls_) + ".csv", csv);
     return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port",
-                                        sapsim_->port_text(), "--program-id", kProgramId,
+                                        sapsim_->port_text(), "--program-id", program_id,
                                         "--function", function, "--structure", structure, "--csv",
                                         csv_file});
   }

@@ -513,4 +513,42 @@ TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServin
 }
 
 }  // namespace
+// Instances on one host and one SAP system: under program ids of their own
+// they serve side by side; a second one under the same program id cancels the
+// first one's registration when its cycle starts (what follows is a race:
+// more cancelling, or both registered), and the first serves again once the
+// other is gone.
+TEST_F(BatchServerE2eTest, InstancesServeSideBySideOnlyUnderProgramIdsOfTheirOwn) {
+  StartServer();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  auto start_other = [&](const std::string& tag, const std::string& program_id) {
+    std::map<std::string, std::string> settings = settings_;
+    settings["sap.server.programm.id"] = program_id;
+    settings["sap.path"] = dir_.File("logs" + tag);
+    settings["xml.path"] = dir_.File("xml" + tag);
+    for (const char* key : {"sap.path", "xml.path"}) std::filesystem::create_directory(settings[key]);
+    return StartInstance(instance_ + tag, settings, tag);
+  };
+  auto waits_of = [&](const std::string& tag) {
+    return CountOf(testutil::FilesText(dir_.File("logs" + tag)), "\r\n...WAITING FOR BATCHES...\r\n");
+  };
+  const std::string batch = "H_IDENT,NAME\nK1,x\n";
+
+  auto second = start_other("2", "BATCHE2F");
+  ASSERT_TRUE(Eventually([&] { return waits_of("2") == 1; })) << ServerErr();
+  EXPECT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", batch).out, "BATCH_RC=1\n");
+  EXPECT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", batch, "BATCHE2F").out, "BATCH_RC=1\n");
+  EXPECT_EQ(XmlFiles().size(), 1u);
+  EXPECT_EQ(testutil::FileNames(dir_.File("xml2")).size(), 1u);
+  EXPECT_EQ(Waits(), 1) << "the second instance did not disturb the first";
+  EXPECT_EQ(waits_of("2"), 1);
+
+  auto third = start_other("3", kProgramId);
+  EXPECT_TRUE(Eventually([&] { return Waits() >= 2 && waits_of("3") >= 1; })) << LogText();
+  EXPECT_EQ(waits_of("2"), 1) << "another program id is not touched";
+  EXPECT_EQ(third->Terminate(), 0) << "SIGTERM ends it in order";
+  // The first settles and is reached again.
+  EXPECT_TRUE(Eventually([&] { return Call("Z_E2E_SMALL", "ZE2E_SMALL", batch).out == "BATCH_RC=1\n"; }));
+}
+
 }  // namespace e2e

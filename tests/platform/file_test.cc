@@ -8,7 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -60,7 +62,12 @@ TEST_F(FileTest, AppendReplaceAndRead) {
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 7);
   EXPECT_EQ(platform::WriteWholeFile(path, data.data(), data.size()), platform::kFileOk);
   EXPECT_EQ(ReadFile(path), data);
+  // Replaced, never rewritten in place: a reader of the old file reads it whole.
+  auto early = File::Open(path, File::Mode::kRead, &cause);
+  ASSERT_NE(early, nullptr);
   EXPECT_EQ(platform::WriteWholeFile(path, "hello", 5), platform::kFileOk);
+  EXPECT_EQ(early->Read(buffer, 4, &got), platform::kFileOk);
+  EXPECT_EQ(std::string(buffer, got), data.substr(0, 4));
   auto reader = File::Open(path, File::Mode::kRead, &cause);
   ASSERT_NE(reader, nullptr);
   EXPECT_EQ(reader->Read(buffer, sizeof buffer, &got), platform::kFileOk);
@@ -168,7 +175,11 @@ TEST_F(FileTest, InjectedFaultsFailLikeTheSystem) {
     EXPECT_EQ(Append(path, "lost"), c.cause);
     EXPECT_EQ(access(path.c_str(), F_OK) == 0, c.op == fault::FileOp::kWrite)
         << "a failed open leaves nothing behind";
+    fault::InjectFileFault("injected", c.op, c.fault);
+    EXPECT_EQ(platform::WriteWholeFile(dir_.File("injected.xml"), "lost", 4), c.cause);
   }
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_.path()), {}), 1)
+      << "a failed publication leaves neither its file nor a temporary one";
   EXPECT_EQ(Append(path, "x"), platform::kFileOk) << "each fault was used up";
   EXPECT_EQ(ReadFile(path), "x") << "a failed write leaves the file alone";
   // A missing file in a missing directory is a bad path, as the system says.
