@@ -21,6 +21,9 @@ PRODUCT    := batchserver batchctl sapsim rfcsim
 # ccache, where present, makes the second build of a tree (and of a sibling
 # worktree) cheap; the build works the same without it.
 LAUNCHER   := $(if $(shell command -v ccache 2>/dev/null),-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+# Paths relative to the top, so that another clone on the same machine hits too.
+export CCACHE_BASEDIR ?= $(CURDIR)
+export CCACHE_NOHASHDIR ?= 1
 
 .PHONY: all deps build test sanitize demo install package bench fuzz soak coverage clean windows windows-test
 
