@@ -94,14 +94,21 @@ TEST(InternalTable, RefusesTablesBeyondTheSizeLimit) {
   EXPECT_EQ(0u, table.fill());
 }
 
-TEST(TableRegistry, TablesOfAConnectionGoWithIt) {
+TEST(TableRegistry, ReceivedTablesOutliveTheirConnectionUntilFreed) {
   TableRegistry& registry = TableRegistry::Instance();
   TableHandle mine = registry.Create("MINE", 10, 0);
   TableHandle received = registry.Create("RECEIVED", 10, 77);
   ASSERT_NE(nullptr, mine);
   ASSERT_NE(nullptr, received);
-  registry.DeleteOwnedBy(77);
-  EXPECT_EQ(nullptr, registry.Find(received));
+  EXPECT_TRUE(registry.Free(received));  // emptied, still open
+  ASSERT_NE(nullptr, registry.Find(received));
+  registry.ReleaseOwner(77);
+  ASSERT_NE(nullptr, registry.Find(received));  // the receiver still holds it
+  EXPECT_TRUE(registry.Free(received));
+  EXPECT_EQ(nullptr, registry.Find(received));  // and let go of it
+  EXPECT_FALSE(registry.Free(received));
+  registry.ReleaseOwner(0);
+  EXPECT_TRUE(registry.Free(mine));
   EXPECT_NE(nullptr, registry.Find(mine));
   EXPECT_TRUE(registry.Delete(mine));
 }
