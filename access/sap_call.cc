@@ -40,7 +40,8 @@ int CSapCall::Init(CRfcConnection* connection, const std::string& call_name,
 }
 
 int CSapCall::AddImport(const std::string& name) {
-  imports_.emplace(name, std::make_unique<CSapImportValue>());
+  // A name declared again starts over with an empty value.
+  imports_[name] = std::make_unique<CSapImportValue>();
   return 1;
 }
 

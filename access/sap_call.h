@@ -57,7 +57,7 @@ class CSapCall {
   int Init(CRfcConnection* connection, const std::string& call_name,
            const std::string& function_module);
 
-  // Declares an import with an empty value (a declared one keeps its value).
+  // Declares an import with an empty value, also when it was declared before.
   int AddImport(const std::string& name);
   // 1 when `name` was declared; an undeclared name is dropped with 0.
   int SetImport(const std::string& name, const std::string& value);

@@ -13,6 +13,7 @@
 #include "app/decimal_text.h"
 #include "app/gateway_connection.h"
 #include "app/globals.h"
+#include "app/log_failure_notice.h"
 #include "output/xml_batch_document.h"
 #include "platform/clock.h"
 #include "platform/path.h"
@@ -131,15 +132,25 @@ void WriteWaitingLines() {
   log.WriteFormat(LOG_NEWLINE1, "%s", "");
 }
 
+void TellStandardError(const std::string& line) {
+  if (line.empty()) return;
+  std::fputs(line.c_str(), stderr);
+  std::fflush(stderr);
+}
+
 // One service cycle. Returns false when the worker must end for good. The
 // cycle's objects are destroyed on the way out, also by an exception, which
 // ends the registration and the logon before the next cycle.
-bool RunServiceCycle(CWorkerContext& context) {
+bool RunServiceCycle(CWorkerContext& context, CLogFailureNotice& notice) {
   CWorkerStatus* status = context.status.get();
   if (status != nullptr) status->CycleStarting();
   PrepareLog();
+  TellStandardError(notice.Recovered(ProcessSettings().GetInstanceName()));
   if (!LoadLibrary(status)) return false;
 
+  // The batch functions go last, after the gateway connection has closed:
+  // the library lets go of a received table only once its connection is gone.
+  BatchFunctions functions;
   const CSettings& settings = ProcessSettings();
   CGatewayConnection gateway(settings.GetProgramId(), settings.GetGatewayHost(),
                              settings.GetGatewayService());
@@ -148,7 +159,6 @@ bool RunServiceCycle(CWorkerContext& context) {
   CClientConnection client;
   LogOn(client);
 
-  BatchFunctions functions;
   CBatchServerApp app(&gateway, &context);
   app.SetListenCallback(&ListenCallback);
 
@@ -164,18 +174,20 @@ bool RunServiceCycle(CWorkerContext& context) {
 }
 
 // A report that the log cannot take (its directory is gone, the disk is
-// full) goes to standard error instead, and the worker waits one idle pause
-// before the next cycle: that cycle would fail on the same log at once, and
-// without the pause the retries would become a busy loop.
-void ReportFailure(const std::string& entry) {
+// full) goes to standard error instead, held back to a line a minute while
+// the failure lasts, and the worker waits one idle pause before the next
+// cycle: that cycle would fail on the same log at once, and without the pause
+// the retries would become a busy loop.
+void ReportFailure(const std::string& entry, CLogFailureNotice& notice) {
+  const std::string instance = ProcessSettings().GetInstanceName();
   try {
     ProcessLog().WriteFormat(LOG_TIME | LOG_NEWLINE1, "%s", entry.c_str());
   } catch (const std::string& log_error) {
-    std::fprintf(stderr, "batchserver %s: %s; not logged: %s\n",
-                 ProcessSettings().GetInstanceName().c_str(), log_error.c_str(), entry.c_str());
-    std::fflush(stderr);
+    TellStandardError(notice.Failed(instance, log_error, entry));
     platform::Sleep(IdlePauseMs());
+    return;
   }
+  TellStandardError(notice.Recovered(instance));
 }
 
 }  // namespace
@@ -223,6 +235,7 @@ uint32_t WorkerThread(void* argument) {
   CWorkerContext& context = *static_cast<CWorkerContext*>(argument);
   CWorkerStatus* status = context.status.get();
   if (status != nullptr) status->Started();
+  CLogFailureNotice notice(&platform::ProcessClock);
   for (;;) {
     if (StopRequested(context)) {
       if (status != nullptr) status->Ended("stopped through the stop event");
@@ -231,16 +244,16 @@ uint32_t WorkerThread(void* argument) {
     }
     // Every failure ends only this cycle; the next one starts at once.
     try {
-      if (!RunServiceCycle(context)) {
+      if (!RunServiceCycle(context, notice)) {
         context.finished = 1;
         return 0;
       }
     } catch (RFC_ERROR_INFO error) {
       if (status != nullptr) status->CycleFailed(FieldText(error.key), FieldText(error.message));
-      ReportFailure("RFC_ERROR_INFO\n" + DescribeRfcError(error));
+      ReportFailure("RFC_ERROR_INFO\n" + DescribeRfcError(error), notice);
     } catch (...) {
       if (status != nullptr) status->CycleFailed("", DescribeCurrentException());
-      ReportFailure("UNKNOWN EXEPTION\n");
+      ReportFailure("UNKNOWN EXEPTION\n", notice);
     }
   }
 }

@@ -227,10 +227,10 @@ ConnectionHandle CRfcConnection::Ping() {
   try {
     rc = ping->CallReceive(exception, 0);
   } catch (const RFC_ERROR_INFO&) {
+    // Only the library's own error record means a failed ping; a text (a
+    // missing entry point, say) is the caller's to report.
     rc = ping->GetLastReturnCode();
     if (rc == 0) rc = RFC_FAILURE;
-  } catch (const char*) {
-    rc = RFC_FAILURE;
   }
   if (rc == 0) return handle_;
   // The library says the connection is gone: forget it without RfcClose.

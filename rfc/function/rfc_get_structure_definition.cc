@@ -93,13 +93,14 @@ void CRfcGetStructureDefinition::ReadDefinition(bool long_layout) {
     AddExport(tablength_.get());
     AddTable(fields_.get());
     fields_->Create();
-    // A name longer than the layout's TABNAME is refused here, before the call.
-    tabname_->Value() = struct_name_;
-    tabname_->SetActive(1);
   } catch (const char*) {
     // What was made so far goes with the reader.
     ThrowRfcFailure(kCreateFailed, {}, kCreateFailed);
   }
+  // A name longer than the layout's TABNAME fails with the value's own text,
+  // before the call.
+  tabname_->Value() = struct_name_;
+  tabname_->SetActive(1);
   CallDictionaryFunction(*this, kCallFailed, TextOrEmpty(struct_name_));
   // TABLENGTH is not used: the length always follows from the fields.
 }

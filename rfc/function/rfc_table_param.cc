@@ -131,11 +131,11 @@ void CRfcTableParam::FillTable(RfcTableEntry& entry) const {
   entry.new_table = 0;
 }
 
+// The position survives a call, also onto another table: callers position
+// with GotoLine or read lines directly, so it is theirs to renew.
 void CRfcTableParam::TakeTableHandle(TableHandle handle) {
   if (handle == table_) return;
   if (table_ != nullptr && owns_table_ != 0) ItDelete(table_);
   owns_table_ = 0;
   table_ = handle;
-  current_line_ = nullptr;
-  current_index_ = -1;
 }

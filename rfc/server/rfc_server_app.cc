@@ -322,43 +322,36 @@ int CRfcServerApp::StartThreadServer(int thread_count) {
 
 uint32_t CRfcServerApp::ServerThread(void* argument) {
   const int number = static_cast<int>(reinterpret_cast<intptr_t>(argument));
-  // Nothing may leave a thread procedure: the thread would end the process.
-  try {
-    for (;;) {
-      ConnectionHandle handle;
-      {
-        platform::CriticalSectionLock hold(ServerLock());
-        handle = RfcAccept(g_accept_arguments.load());
-      }
-      char text[64];
-      std::snprintf(text, sizeof text, "RfcAccept          handle = %d", static_cast<int>(handle));
-      PrintWithPrefix(number, text);
-      if (handle == 0) {
-        PrintLastError("RfcAccept", number);
-        return 99;
-      }
-      if (handle < g_thread_table.size()) g_thread_table[handle] = number;
-
-      for (;;) {
-        PrintWithPrefix(number, "Wait for next RFC call with RfcDispatch..........");
-        const int rc = RfcDispatch(handle);
-        if (rc == RFC_OK) continue;
-        if (rc != RFC_CLOSED) break;
-        ErrorInfoEx error{};
-        RfcLastErrorEx(&error);
-        // Group 109: the gateway cancelled the registration; stop for good.
-        if (error.group == RFC_ERROR_GROUP_CANCELLED) return 0;
-        break;
-      }
+  // No handler of its own: Dispatch answers every text and library error of
+  // a call, and anything else that comes this far ends the process, as an
+  // exception unhandled in any thread does.
+  for (;;) {
+    ConnectionHandle handle;
+    {
+      platform::CriticalSectionLock hold(ServerLock());
+      handle = RfcAccept(g_accept_arguments.load());
     }
-  } catch (const char* text) {
-    PrintWithPrefix(number, text != nullptr ? text : "");
-  } catch (const RFC_ERROR_INFO& error) {
-    ReportLibraryError(number, error);
-  } catch (...) {
-    PrintWithPrefix(number, "UNKNOWN EXCEPTION");
+    char text[64];
+    std::snprintf(text, sizeof text, "RfcAccept          handle = %d", static_cast<int>(handle));
+    PrintWithPrefix(number, text);
+    if (handle == 0) {
+      PrintLastError("RfcAccept", number);
+      return 99;
+    }
+    if (handle < g_thread_table.size()) g_thread_table[handle] = number;
+
+    for (;;) {
+      PrintWithPrefix(number, "Wait for next RFC call with RfcDispatch..........");
+      const int rc = RfcDispatch(handle);
+      if (rc == RFC_OK) continue;
+      if (rc != RFC_CLOSED) break;
+      ErrorInfoEx error{};
+      RfcLastErrorEx(&error);
+      // Group 109: the gateway cancelled the registration; stop for good.
+      if (error.group == RFC_ERROR_GROUP_CANCELLED) return 0;
+      break;
+    }
   }
-  return 1;
 }
 
 void CRfcServerApp::PrintLastError(const char* context, int thread_number) {

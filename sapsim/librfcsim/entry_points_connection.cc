@@ -47,8 +47,9 @@ void RfcClose(ConnectionHandle handle) {
   std::shared_ptr<Connection> connection = ConnectionRegistry::Instance().Remove(handle);
   if (!connection) return;
   connection->Close();
-  // Tables the library made for this connection's callers go with it.
-  rfcsim::TableRegistry::Instance().DeleteOwnedBy(handle);
+  // Tables the library made for this connection's callers stay theirs: a
+  // server function still holds its received table when it is torn down.
+  rfcsim::TableRegistry::Instance().ReleaseOwner(handle);
 }
 
 int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* imports, RfcTableEntry* tables) {

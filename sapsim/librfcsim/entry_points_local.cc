@@ -46,12 +46,10 @@ TableHandle ItCreate(const char* name, unsigned line_length, unsigned /*occurs*/
 }
 
 int ItFree(TableHandle table) {
-  auto found = TableRegistry::Instance().Find(table);
-  if (!found) {
+  if (!TableRegistry::Instance().Free(table)) {
     UnknownTable("ItFree");
     return RFC_FAILURE;
   }
-  found->Clear();
   return RFC_OK;
 }
 

@@ -1,7 +1,6 @@
 #include "sapsim/librfcsim/table_registry.h"
 
 #include <new>
-#include <vector>
 
 namespace rfcsim {
 
@@ -22,7 +21,7 @@ TableHandle TableRegistry::Create(const std::string& name, size_t line_length, C
     auto table = std::make_shared<InternalTable>(name, line_length);
     std::lock_guard<std::mutex> lock(mutex_);
     uint64_t id = next_id_++;
-    tables_.emplace(id, Entry{std::move(table), owner});
+    tables_.emplace(id, Entry{std::move(table), owner, false});
     return ToHandle(id);
   } catch (const std::bad_alloc&) {
     return nullptr;
@@ -45,19 +44,27 @@ bool TableRegistry::Delete(TableHandle handle) {
   return true;
 }
 
-void TableRegistry::DeleteOwnedBy(ConnectionHandle owner) {
-  if (owner == 0) return;
-  std::vector<std::shared_ptr<InternalTable>> doomed;
+bool TableRegistry::Free(TableHandle handle) {
+  std::shared_ptr<InternalTable> table;  // emptied and maybe freed outside the lock
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (auto it = tables_.begin(); it != tables_.end();) {
-      if (it->second.owner == owner) {
-        doomed.push_back(std::move(it->second.table));
-        it = tables_.erase(it);
-      } else {
-        ++it;
-      }
-    }
+    auto it = tables_.find(ToId(handle));
+    if (it == tables_.end()) return false;
+    table = it->second.table;
+    if (it->second.orphaned) tables_.erase(it);
+  }
+  table->Clear();
+  return true;
+}
+
+void TableRegistry::ReleaseOwner(ConnectionHandle owner) {
+  if (owner == 0) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  // Handles are connection numbers that come back, so the tie is cut here.
+  for (auto& [id, entry] : tables_) {
+    if (entry.owner != owner) continue;
+    entry.owner = 0;
+    entry.orphaned = true;
   }
 }
 

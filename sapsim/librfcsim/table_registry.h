@@ -21,20 +21,24 @@ class TableRegistry {
   static TableRegistry& Instance();
 
   // A new empty table. `owner` is the connection whose receive created it
-  // (freed with the connection) or 0 for a table of the caller's. Null when
-  // memory fails.
+  // or 0 for a table of the caller's. Null when memory fails.
   TableHandle Create(const std::string& name, size_t line_length, ConnectionHandle owner);
   std::shared_ptr<InternalTable> Find(TableHandle handle) const;
+  // Empties a table (ItFree). A table whose connection has closed is released
+  // as well: its caller empties it only to let go of it. False when unknown.
+  bool Free(TableHandle handle);
   // False when the handle is unknown.
   bool Delete(TableHandle handle);
-  // Frees the tables a connection created for its caller.
-  void DeleteOwnedBy(ConnectionHandle owner);
+  // A closed connection's tables stay valid for the caller that received
+  // them, who may still read them; they go at Free, Delete or process exit.
+  void ReleaseOwner(ConnectionHandle owner);
   size_t size() const;
 
  private:
   struct Entry {
     std::shared_ptr<InternalTable> table;
     ConnectionHandle owner;
+    bool orphaned;  // its connection has closed
   };
 
   mutable std::mutex mutex_;

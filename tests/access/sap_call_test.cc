@@ -79,6 +79,11 @@ TEST_F(SapCallTest, OnlyDeclaredImportsAreSuppliedAndTablesAreReadBackFreshAfter
   set->SetImport(kRead, "query_table ", "ZNOWHERE");
   EXPECT_EQ("TABLE_NOT_AVAILABLE", RaisedText(*set, kRead));
   EXPECT_EQ(nullptr, set->GetTable(kRead, "DATA"));
+  // Declaring a name again empties its value.
+  set->SetImport(kRead, "query_table ", "ZORDERS");
+  EXPECT_EQ("", RaisedText(*set, kRead));
+  EXPECT_EQ(1, set->AddImport(kRead, "query_table "));
+  EXPECT_EQ("TABLE_NOT_AVAILABLE", RaisedText(*set, kRead));
 }
 
 TEST_F(SapCallTest, ASecondCallSendsTheTablesOfTheFirstBack) {

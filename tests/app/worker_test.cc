@@ -11,6 +11,7 @@
 
 #include "app/decimal_text.h"
 #include "app/globals.h"
+#include "app/log_failure_notice.h"
 #include "app/settings.h"
 
 namespace {
@@ -27,6 +28,42 @@ TEST(WorkerTest, LibraryErrorIsDescribedFieldByFieldEachReadOnlyToItsEnd) {
   EXPECT_EQ(DescribeRfcError(error), "Key: " + std::string(33, 'X') + "\nStatus: " + std::string(128, 'X') +
                                          "\nMessage: " + std::string(256, 'X') + "\nInitstate: " +
                                          std::string(128, 'X'));
+}
+
+// A clock the test moves; it starts just below the 32-bit wrap.
+uint32_t g_now = 0;
+
+TEST(WorkerTest, LogFailuresReachStandardErrorOnceAndThenAtMostOnceAMinute) {
+  CLogFailureNotice notice([] { return g_now; });
+  const uint32_t t0 = 0xFFFFFFFFu - 30000;
+  const std::string first = "batchserver I: E; not logged: X\n";
+  struct Step {
+    uint32_t at;
+    bool fails;
+    std::string line;
+  };
+  const Step steps[] = {
+      {t0, true, first},
+      {t0 + 1, true, ""},
+      {t0 + 59999, true, ""},
+      {t0 + 60000, true, "batchserver I: still failing, 3 cycles since the last report: E; not logged: X\n"},
+      {t0 + 60001, true, ""},
+      {t0 + 60002, false, "batchserver I: the log is written again, 1 failed cycles since the last report\n"},
+      {t0 + 60003, false, ""},
+      {t0 + 60004, true, first},  // a new failure is told at once
+  };
+  for (const Step& step : steps) {
+    SCOPED_TRACE(step.at - t0);
+    g_now = step.at;
+    EXPECT_EQ(step.fails ? notice.Failed("I", "E", "X") : notice.Recovered("I"), step.line);
+  }
+  // A thousand cycles a second for ten minutes: ten lines.
+  int lines = 0;
+  for (int cycle = 1; cycle <= 600000; ++cycle) {
+    g_now = t0 + 60004 + static_cast<uint32_t>(cycle);
+    if (!notice.Failed("I", "E", "X").empty()) ++lines;
+  }
+  EXPECT_EQ(lines, 10);
 }
 
 TEST(WorkerTest, IdlePauseIsTheListenTimerPlusOneAndOnlyAnExactYesBalancesTheLoad) {

@@ -171,6 +171,25 @@ TEST_F(ServerPoolTest, ConnectionClosedWithoutCancellationIsAcceptedAgain) {
   EXPECT_NE(run.out.find("RFC-ERROR OCCURS  ==>  Thread 1 exited"), std::string::npos);
 }
 
+// Dispatch answers texts and library errors; whatever else leaves a call is
+// not caught by the pool thread and ends the process.
+TEST_F(ServerPoolTest, AnExceptionLeavingAPoolThreadEndsTheProcess) {
+  struct CloneFails : EchoFunc {
+    using EchoFunc::EchoFunc;
+    CRfcServerFunc* clone() override { throw std::string("no copy"); }
+  };
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        CRfcServerApp app(&connection_);
+        CloneFails function("Z_ECHO");
+        app.AddFunction(&function);
+        script().pending_calls = {"Z_ECHO"};
+        app.Run(1);
+      },
+      "terminate called after throwing");
+}
+
 TEST_F(ServerPoolTest, PoolOfNoThreadsOrWithoutConnectionStartsNothing) {
   {
     CRfcServerApp app(&connection_);

@@ -355,6 +355,15 @@ TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
   auto structure = rfc_test::RunTraced(
       [&] { CRfcStructParam param("P", 0, 1, connection.get(), "RS_DBFIELD"); });
   EXPECT_EQ(structure.thrown, "ItGetLine Failure!");
+
+  // A name too long for an old partner's TABNAME fails as the value itself
+  // says, before anything is called.
+  fake().Reset();
+  auto old = Connection("31I");
+  auto too_long = rfc_test::RunTraced(
+      [&] { CRfcStructParam param("P", 0, 1, old.get(), "ZLONGERNAME"); });
+  EXPECT_EQ(too_long.thrown, "CRfcData:operator=(CSTR) Input string too long, exceeding ");
+  EXPECT_TRUE(fake().calls.empty());
 }
 
 TEST_F(AutoCreationTest, AllocationFailuresOnTheWay) {

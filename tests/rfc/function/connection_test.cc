@@ -230,6 +230,13 @@ TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
   EXPECT_EQ(connection.Ping(), 0u);
   EXPECT_EQ(connection.GetHandle(), 0u);  // closed: forgotten without RfcClose
   EXPECT_TRUE(fake().closes.empty());
+  // Only the library's error record means a failed ping; a text passes on.
+  connection.AttachHandle(12);
+  fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char**) -> int {
+    throw "Failed to get pointer to function: RfcReceive";
+  };
+  EXPECT_EQ(rfc_test::RunTraced([&] { connection.Ping(); }, false).thrown,
+            "Failed to get pointer to function: RfcReceive");
 
   // A failed first ping throws; the handle stays and is closed later.
   fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char**) { return RFC_SYS_EXCEPTION; };

@@ -92,10 +92,15 @@ TEST_F(TableParamTest, ReceivedTablesAreForgottenNotDeleted) {
   const TableHandle owned = table.GetTableHandle();
   table.TakeTableHandle(owned);  // the same table: nothing changes
   EXPECT_EQ(table.OwnsTable(), 1);
+  ASSERT_EQ(table.GotoLine(1), 1);
+  void* const line = table.GetCurrentLine();
   table.TakeTableHandle(received);
   EXPECT_THAT(fake().deleted, ElementsAre(owned));
   EXPECT_EQ(table.GetTableHandle(), received);
   EXPECT_EQ(table.OwnsTable(), 0);
+  // A call does not move the position, even onto another table.
+  EXPECT_EQ(table.GetCurrentIndex(), 1);
+  EXPECT_EQ(table.GetCurrentLine(), line);
 }
 
 TEST_F(TableParamTest, FailuresOfTheLibraryAreReportedAndLeaveTheTableUsable) {

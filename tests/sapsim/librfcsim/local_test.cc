@@ -63,8 +63,16 @@ TEST(InternalTable, GrowsInRunsZeroFilledAndSurvivesFailedAllocations) {
   TableRegistry& registry = TableRegistry::Instance();
   TableHandle mine = registry.Create("MINE", 10, 0);
   TableHandle received = registry.Create("RECEIVED", 10, 77);
-  registry.DeleteOwnedBy(77);  // the tables of a connection go with it
-  EXPECT_EQ(nullptr, registry.Find(received));
+  EXPECT_TRUE(registry.Free(received));  // emptied, still open
+  ASSERT_NE(nullptr, registry.Find(received));
+  registry.ReleaseOwner(77);
+  ASSERT_NE(nullptr, registry.Find(received));  // the receiver still holds it after the close
+  EXPECT_TRUE(registry.Free(received));
+  EXPECT_EQ(nullptr, registry.Find(received));  // and lets go of it
+  EXPECT_FALSE(registry.Free(received));
+  registry.ReleaseOwner(0);
+  EXPECT_TRUE(registry.Free(mine));
+  EXPECT_NE(nullptr, registry.Find(mine));
   EXPECT_TRUE(registry.Delete(mine));
 }
 
