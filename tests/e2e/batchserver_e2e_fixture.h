@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e/batchserver_process.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
 #include "tests/support/log_reading.h"
 #include "tests/support/polling.h"
+#include "tests/support/processes.h"
 #include "tests/support/temp_dir.h"
 
 namespace e2e {
@@ -128,9 +128,9 @@ class BatchServerE2eTest : public ::testing::Test {
     std::string ini = "[" + instance_ + "]\r\n";
     for (const auto& [key, value] : settings_) ini += key + "=" + value + "\r\n";
     ini_ = dir_.Write("batch server.ini", ini);
-    server_ = std::make_unique<BatchServerProcess>(std::vector<std::string>{instance_, ini_}, work_,
-                                                   dir_.File("server.out"),
-                                                   dir_.File("server.err"));
+    server_ = std::make_unique<testutil::ChildProcess>(
+        std::vector<std::string>{testutil::BuildDir() + "/bin/batchserver", instance_, ini_}, work_,
+        dir_.File("server.out"), dir_.File("server.err"));
     ASSERT_TRUE(server_->started());
   }
 
@@ -179,7 +179,7 @@ class BatchServerE2eTest : public ::testing::Test {
   std::string ini_;
   std::map<std::string, std::string> settings_;
   std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
-  std::unique_ptr<BatchServerProcess> server_;
+  std::unique_ptr<testutil::ChildProcess> server_;
   int calls_ = 0;
 };
 
