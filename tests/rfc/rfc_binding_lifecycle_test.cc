@@ -105,6 +105,31 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
             1004);
   EXPECT_EQ(complete.log.back().text, "PROG");
   EXPECT_EQ(counts[0] + counts[2], 6);
+
+  // Every forwarder reaches the entry point of its own name (those the
+  // library logs), with the caller's handle and text.
+  partial.Reset();
+  complete.Reset();
+  for (const auto& [name, call] : forwarders) {
+    const size_t before = complete.log.size() + partial.log.size();
+    call();
+    if (name.rfind("RfcLastError", 0) == 0 || name == "ItFill" || name.rfind("ItG", 0) == 0) continue;
+    ASSERT_EQ(complete.log.size() + partial.log.size(), before + 1) << name;
+    const auto& last = complete.log.size() > 0 && complete.log.back().entry == name
+                           ? complete.log.back() : partial.log.back();
+    EXPECT_EQ(last.entry, name);
+  }
+  RfcCall(42, "RFCPING", nullptr, nullptr);
+  EXPECT_EQ(complete.log.back().handle, 42u);
+  EXPECT_EQ(complete.log.back().text, "RFCPING");
+  const TableHandle table = ItCreate("T", 4, 0, 0);
+  void* grown = ItGupLine(table, 2);
+  EXPECT_EQ(ItGetLine(table, 2), grown);
+  EXPECT_EQ(ItFill(table), 2u);
+  complete.SetLastError("KEY", "status", "message");
+  RFC_ERROR_INFO error{};
+  EXPECT_EQ(RfcLastError(&error), RFC_OK);
+  EXPECT_STREQ(error.message, "message");
 }
 
 }  // namespace

@@ -177,7 +177,8 @@ int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned cou
     install.elements.push_back(
         {Text(elements[i].name), elements[i].type, elements[i].length, elements[i].decimals});
   }
-  if (g_state.install_result == RFC_OK) *type_handle = install.handle = g_state.next_type++;
+  if (g_state.install_result == RFC_OK) install.handle = g_state.next_type++;
+  if (type_handle != nullptr) *type_handle = install.handle;
   g_state.installs.push_back(install);
   return g_state.install_result;
 }
@@ -262,7 +263,7 @@ int RfcGetAttributes(ConnectionHandle handle, ConnectionAttributes* attributes) 
 
 int RfcLastError(RFC_ERROR_INFO* error) {
   Hold hold(g_mutex);
-  *error = g_state.last_error;
+  if (error != nullptr) *error = g_state.last_error;
   return RFC_OK;
 }
 
@@ -335,7 +336,7 @@ int RfcCheckRegisterServer(const char* program_id, const char*, const char*, int
                            int* initialising, int* ready, int* busy, ErrorInfoEx*) {
   Log("RfcCheckRegisterServer", 0, Text(program_id));
   Hold hold(g_mutex);
-  if (g_state.write_counts) {
+  if (g_state.write_counts && total != nullptr) {
     *total = *ready = g_state.check_total;
     *initialising = *busy = 0;
   }
@@ -347,7 +348,7 @@ int RfcCancelRegisterServer(const char* program_id, const char*, const char*, in
                             int* cancelled, ErrorInfoEx*) {
   Log("RfcCancelRegisterServer", 0, Text(program_id));
   Hold hold(g_mutex);
-  if (g_state.write_counts) *total = *cancelled = g_state.cancel_cancelled;
+  if (g_state.write_counts && total != nullptr) *total = *cancelled = g_state.cancel_cancelled;
   return g_state.cancel_result;
 }
 
