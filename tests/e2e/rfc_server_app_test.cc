@@ -1,4 +1,4 @@
-// The server application in its single-threaded mode, against the scripted
+// The server application in its single-threaded mode, against the stand-in
 // RFC library: the catch-all, the function list, the listen loop and its
 // endings, and what Dispatch reports for failing calls.
 

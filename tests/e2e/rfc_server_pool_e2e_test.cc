@@ -7,12 +7,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -21,7 +19,6 @@
 #include "platform/thread.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
-#include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_app.h"
@@ -29,6 +26,7 @@
 #include "tests/e2e/server_test_support.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
+#include "tests/support/field_info.h"
 
 namespace {
 
@@ -68,15 +66,8 @@ class CountingFunc : public CRfcServerFunc {
   void Init() {
     rc_ = std::make_unique<CRfcSimpleParam>("BATCH_RC", TYPE_INT, 4, 0, 0);
     table_ = std::make_unique<CRfcTableParam>("BATCH_TABLE", 30, 0, 0, nullptr, "");
-    CRfcFieldInfo fields[2] = {};
-    SetFieldName(fields[0], "H_IDENT");
-    fields[0].column = 0;
-    fields[0].type = TYPE_CHAR;
-    fields[0].length = 10;
-    SetFieldName(fields[1], "NAME");
-    fields[1].column = 1;
-    fields[1].type = TYPE_CHAR;
-    fields[1].length = 20;
+    CRfcFieldInfo fields[2] = {test_support::Field("H_IDENT", 0, TYPE_CHAR, 10),
+                               test_support::Field("NAME", 1, TYPE_CHAR, 20)};
     table_->AddFieldInfo(fields, 2);
     AddExport(rc_.get());
     AddTable(table_.get());

@@ -1,5 +1,5 @@
 // Interface auto-creation: client functions, structure and table parameters
-// describe themselves from the dictionary answers that the fake library gives
+// describe themselves from the dictionary answers that the stand-in library gives
 // (RFC_GET_FUNCTION_INTERFACE, RFC_GET_STRUCTURE_DEFINITION) in the short and
 // long line layouts, and every failure on the way is reported as designed.
 

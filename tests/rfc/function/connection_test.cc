@@ -1,4 +1,4 @@
-// Connections against the fake library: modes and their option blocks, the
+// Connections against the stand-in library: modes and their option blocks, the
 // open and its trace lines, the open lock, the ping, closing only what was
 // opened, accepting, the partner's release, the system information, and the
 // default transform.
