@@ -1,5 +1,5 @@
-// Faults the simulated system cannot produce, injected through the scripted
-// stand-in RFC library: a table whose description changes between two line
+// Faults the simulated system cannot produce, injected through the stand-in
+// RFC library: a table whose description changes between two line
 // reads, a line the library cannot give, registration answers with odd
 // result codes.
 
@@ -12,11 +12,11 @@
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/e2e/scripted_rfc_library.h"
+#include "tests/support/stand_in_rfc.h"
 
 namespace {
 
-ScriptedRfc& Script() { return ScriptOf(SCRIPTED_RFC_LIBRARY); }
+stand_in::State& Script() { return stand_in::StandIn(STAND_IN_RFC); }
 
 // Describes the CHAR fields A and B (2 bytes) and, with `third`, C (1 byte).
 // The whole line is handed over each time, as AddFieldInfo lays out only
@@ -38,15 +38,10 @@ struct Widening {
   unsigned at_line;
 };
 
-// Describes the third column when line `at_line` is read.
-void WidenTable(void* context, unsigned line) {
-  auto* widening = static_cast<Widening*>(context);
-  if (line == widening->at_line) Describe(*widening->table, true);
-}
 
 class AccessFaultTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(SCRIPTED_RFC_LIBRARY)); }
+  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC)); }
   void SetUp() override { Script().Reset(); }
   void TearDown() override { Script().Reset(); }
 
@@ -66,8 +61,10 @@ class AccessFaultTest : public ::testing::Test {
 TEST_F(AccessFaultTest, LinesWithDifferentFieldCountsAbandonTheTable) {
   auto table = TwoColumnTable(3);
   Widening widening{table.get(), 2};
-  Script().on_get_line = WidenTable;
-  Script().get_line_context = &widening;
+  // Describes the third column when line `at_line` is read.
+  Script().on_get_line = [&widening](unsigned line) {
+    if (line == widening.at_line) Describe(*widening.table, true);
+  };
   try {
     CSapTable text(table.get());
     FAIL() << "lines of two widths made one table";
@@ -86,7 +83,7 @@ TEST_F(AccessFaultTest, LinesWithDifferentFieldCountsAbandonTheTable) {
 
 TEST_F(AccessFaultTest, ALineTheLibraryCannotGiveIsTheClassLibrarysError) {
   auto table = TwoColumnTable(3);
-  Script().missing_line = 2;
+  Script().missing_lines.insert(2);
   try {
     CSapTable text(table.get());
     FAIL() << "a missing line was read";
