@@ -435,6 +435,12 @@ std::string CXmlElement::Escape(std::string_view text) {
   return escaped;
 }
 
+size_t CXmlElement::EscapedSize(std::string_view text) { return EscapedLength(text); }
+
+char* CXmlElement::PutEscaped(char* out, std::string_view text) {
+  return WriteEscaped(out, text);
+}
+
 std::string_view CXmlElement::Trim(std::string_view text) { return Trimmed(text); }
 
 unsigned CXmlElement::AttributeBucket(const std::string& name) {
