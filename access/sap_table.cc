@@ -1,6 +1,7 @@
 #include "access/sap_table.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -63,35 +64,33 @@ size_t TextBound(const CRfcFieldInfo& info) {
   }
 }
 
-// The text of a field whose bytes are the text, read where it lies: what the
-// data value's conversion gives (trailing blanks dropped from CHAR and NUM,
-// an all-blank DATE or TIME empty, and a text ends at a NUL byte) without
-// its allocation and copy.
-bool TextInPlace(const CRfcData& value, const char** text, size_t* size) {
-  int type = 0;
-  int length = 0;
-  int decimals = 0;
-  value.GetInfo(type, length, decimals);
-  const char* data = static_cast<const char*>(value.GetData());
+bool TextInPlace(int type) {
+  return type == TYPE_CHAR || type == TYPE_NUM || type == TYPE_DATE || type == TYPE_TIME;
+}
+
+// The text of a field whose bytes are the text (TextInPlace), read where it
+// lies: what the data value's conversion gives (trailing blanks dropped from
+// CHAR and NUM, an all-blank DATE or TIME empty, and a text ends at a NUL
+// byte) without its allocation and copy. The size of the text at `data`.
+size_t InPlaceSize(int type, const char* data, int length) {
   size_t used = data != nullptr ? static_cast<size_t>(std::max(length, 0)) : 0;
-  switch (type) {
-    case TYPE_CHAR:
-    case TYPE_NUM:
-      while (used > 0 && data[used - 1] == ' ') --used;
-      break;
-    case TYPE_DATE:
-    case TYPE_TIME:
-      if (std::all_of(data, data + used, [](char c) { return c == ' '; })) used = 0;
-      break;
-    default:
-      return false;
+  if (type == TYPE_CHAR || type == TYPE_NUM) {
+    while (used > 0 && data[used - 1] == ' ') --used;
+  } else if (std::all_of(data, data + used, [](char c) { return c == ' '; })) {
+    used = 0;
   }
   const void* nul = used > 0 ? std::memchr(data, '\0', used) : nullptr;
   if (nul != nullptr) used = static_cast<size_t>(static_cast<const char*>(nul) - data);
-  *text = data;
-  *size = used;
-  return true;
+  return used;
 }
+
+// Where a column's value lies in a line, learnt from the first line.
+struct ColumnPlace {
+  bool in_place = false;
+  int type = 0;
+  std::ptrdiff_t offset = 0;
+  int length = 0;
+};
 
 }  // namespace
 
@@ -121,6 +120,7 @@ CSapTable::CSapTable(CRfcTableParam* table) {
   text_.reserve(size_t{row_count_} * row_bound);
 
   int64_t total_length = 0;
+  std::vector<ColumnPlace> places;
   for (uint32_t line = 0; line < row_count_; ++line) {
     // A line the library cannot give is null, which GetData refuses with the
     // class library's own text.
@@ -135,7 +135,16 @@ CSapTable::CSapTable(CRfcTableParam* table) {
 
     const uint64_t row_text = text_.size();
     row_starts_.push_back({row_text, cells_.size()});
+    places.resize(static_cast<size_t>(std::max(fields, 0)));
     for (int32_t c = 0; c < fields; ++c) {
+      ColumnPlace& place = places[static_cast<size_t>(c)];
+      // Once a line has shown where a text column lies (and that it lies
+      // inside the line), the later lines read it straight from there.
+      if (place.in_place && work_area != nullptr) {
+        const char* data = static_cast<const char*>(work_area) + place.offset;
+        AddCell(row_text, data, InPlaceSize(place.type, data, place.length));
+        continue;
+      }
       const CRfcFieldInfo* info = table->GetFieldInfo(c);
       // A column the description leaves out has no descriptor and no text.
       if (info == nullptr) {
@@ -149,13 +158,20 @@ CSapTable::CSapTable(CRfcTableParam* table) {
         total_length += info->length;
       }
       CRfcData& value = table->GetData(work_area, c);
-      const char* text = nullptr;
-      size_t size = 0;
-      if (!TextInPlace(value, &text, &size)) {
-        text = static_cast<CSTR>(value);
-        size = text != nullptr ? std::strlen(text) : 0;
+      int type = 0;
+      int length = 0;
+      int decimals = 0;
+      value.GetInfo(type, length, decimals);
+      if (TextInPlace(type)) {
+        const char* data = static_cast<const char*>(value.GetData());
+        if (data != nullptr) {
+          place = {true, type, data - static_cast<const char*>(work_area), length};
+        }
+        AddCell(row_text, data, InPlaceSize(type, data, length));
+        continue;
       }
-      AddCell(row_text, text, size);
+      const char* text = static_cast<CSTR>(value);
+      AddCell(row_text, text, text != nullptr ? std::strlen(text) : 0);
     }
   }
   total_length_ = static_cast<int32_t>(
