@@ -284,7 +284,7 @@ rm -rf "$scratch"/run*/xml
 # (up to 100 rows) at the first listen timer; the peak RSS grows by at most
 # 2.5x the largest batch's XML document; idle below 1 % of a processor.
 targets="{\"cost_within_2x_floor\": {\"rows\": $largest, \"server_cpu_ratio\": $largest_cpu_ratio, \"wall_ratio\": $largest_wall_ratio, \"met\": $(met "$largest_cpu_ratio" 2 max)},
-  \"small_batches_90_percent_of_allowed\": {\"listen_timer_ms\": $first_timer, \"lowest_fraction\": ${small_min:-null}, \"met\": $([ -n "$small_min" ] && met "$small_min" 0.9 min || echo null)},
+  \"small_batches_90_percent_of_allowed\": {\"listen_timer_ms\": ${first_timer:-null}, \"lowest_fraction\": ${small_min:-null}, \"met\": $([ -n "$small_min" ] && met "$small_min" 0.9 min || echo null)},
   \"peak_rss_growth_within_2_5x_xml\": {\"rows\": $largest, \"growth_per_xml_byte\": $largest_growth, \"met\": $(met "$largest_growth" 2.5 max)},
   \"idle_below_1_percent\": $idle_json}"
 

@@ -1,19 +1,46 @@
 #include "output/xml_row_writer.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "output/xml_element.h"
 
 namespace {
 
-char* Put(char* out, std::string_view text) {
-  std::memcpy(out, text.data(), text.size());
-  return out + text.size();
+// A few bytes of a length known only at run time: two overlapping word
+// copies instead of a call into the library.
+char* Put(char* out, const char* from, size_t n) {
+  if (n > 16) {
+    std::memcpy(out, from, n);
+  } else if (n >= 8) {
+    uint64_t head;
+    uint64_t tail;
+    std::memcpy(&head, from, 8);
+    std::memcpy(&tail, from + n - 8, 8);
+    std::memcpy(out, &head, 8);
+    std::memcpy(out + n - 8, &tail, 8);
+  } else if (n >= 4) {
+    uint32_t head;
+    uint32_t tail;
+    std::memcpy(&head, from, 4);
+    std::memcpy(&tail, from + n - 4, 4);
+    std::memcpy(out, &head, 4);
+    std::memcpy(out + n - 4, &tail, 4);
+  } else {
+    for (size_t i = 0; i < n; ++i) out[i] = from[i];
+  }
+  return out + n;
 }
 
-// Escaped and trimmed as an element's name or value: trimming first gives
-// the same bytes and is cheaper (escaping neither makes nor removes blanks).
+char* Put(char* out, std::string_view text) { return Put(out, text.data(), text.size()); }
+
+// Trimming before escaping gives the bytes of escaping before trimming
+// (escaping neither makes nor removes blanks) and is cheaper.
 std::string_view Prepared(std::string_view text) { return CXmlElement::Trim(text); }
+
+char* PutText(char* out, std::string_view text) {
+  return CXmlElement::PutEscaped(out, text);
+}
 
 std::string Line(int level) {
   return "\n" + std::string(level > 0 ? static_cast<size_t>(level) * 2 : 0, ' ');
@@ -22,23 +49,26 @@ std::string Line(int level) {
 }  // namespace
 
 CXmlRowWriter::CXmlRowWriter(int level, const std::vector<std::string_view>& column_names)
-    : row_line_(Line(level)), cell_line_(Line(level + 1)) {
-  names_.reserve(column_names.size());
+    : row_line_(Line(level)) {
+  const std::string cell_line = Line(level + 1);
+  columns_.reserve(column_names.size());
   for (std::string_view name : column_names) {
-    names_.emplace_back(CXmlElement::Escape(Prepared(name)));
+    const std::string prepared = CXmlElement::Escape(Prepared(name));
+    columns_.push_back({cell_line + "<" + prepared + ">", "</" + prepared + ">",
+                        cell_line + "<" + prepared + "/>"});
   }
 }
 
 size_t CXmlRowWriter::RowLength(std::string_view name, const std::string_view* cells) const {
   const size_t name_size = CXmlElement::EscapedSize(Prepared(name));
   // "<N/>" without cells; "<N>", the cells, "</N>" with them.
-  if (names_.empty()) return row_line_.size() + name_size + 3;
+  if (columns_.empty()) return row_line_.size() + name_size + 3;
   size_t length = 2 * row_line_.size() + 2 * name_size + 5;
-  for (size_t c = 0; c < names_.size(); ++c) {
+  for (size_t c = 0; c < columns_.size(); ++c) {
     const size_t value_size = CXmlElement::EscapedSize(Prepared(cells[c]));
-    const size_t tag = cell_line_.size() + names_[c].size();
-    // "<C/>" or "<C>v</C>"
-    length += value_size == 0 ? tag + 3 : tag + 2 + value_size + 3 + names_[c].size();
+    const Column& column = columns_[c];
+    length += value_size == 0 ? column.empty.size()
+                              : column.open.size() + value_size + column.close.size();
   }
   return length;
 }
@@ -48,26 +78,23 @@ char* CXmlRowWriter::WriteRow(char* out, std::string_view name,
   name = Prepared(name);
   out = Put(out, row_line_);
   *out++ = '<';
-  out = CXmlElement::PutEscaped(out, name);
-  if (names_.empty()) return Put(out, "/>");
+  out = PutText(out, name);
+  if (columns_.empty()) return Put(out, "/>", 2);
   *out++ = '>';
-  for (size_t c = 0; c < names_.size(); ++c) {
+  for (size_t c = 0; c < columns_.size(); ++c) {
     const std::string_view value = Prepared(cells[c]);
-    out = Put(out, cell_line_);
-    *out++ = '<';
-    out = Put(out, names_[c]);
+    const Column& column = columns_[c];
     if (value.empty()) {
-      out = Put(out, "/>");
+      out = Put(out, column.empty);
       continue;
     }
-    *out++ = '>';
-    out = CXmlElement::PutEscaped(out, value);
-    out = Put(Put(out, "</"), names_[c]);
-    *out++ = '>';
+    out = Put(out, column.open);
+    out = PutText(out, value);
+    out = Put(out, column.close);
   }
   out = Put(out, row_line_);
-  out = Put(out, "</");
-  out = CXmlElement::PutEscaped(out, name);
+  out = Put(out, "</", 2);
+  out = PutText(out, name);
   *out++ = '>';
   return out;
 }

@@ -15,7 +15,7 @@ class CXmlRowWriter {
   // are escaped and trimmed once, here.
   CXmlRowWriter(int level, const std::vector<std::string_view>& column_names);
 
-  size_t GetColumnCount() const { return names_.size(); }
+  size_t GetColumnCount() const { return columns_.size(); }
   // The bytes of one row: `name` is the identifier as read, `cells` holds
   // one raw text per column; both are escaped and trimmed as an element's.
   size_t RowLength(std::string_view name, const std::string_view* cells) const;
@@ -23,8 +23,14 @@ class CXmlRowWriter {
   char* WriteRow(char* out, std::string_view name, const std::string_view* cells) const;
 
  private:
-  std::vector<std::string> names_;
-  // "\n" and the indentation of a row's tags, and of a cell's.
+  // A column's tags, composed once: line feed, indentation and start tag;
+  // end tag; the self-closing form for an empty value.
+  struct Column {
+    std::string open;
+    std::string close;
+    std::string empty;
+  };
+  std::vector<Column> columns_;
+  // "\n" and the indentation of a row's tags.
   std::string row_line_;
-  std::string cell_line_;
 };
