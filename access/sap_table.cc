@@ -117,7 +117,13 @@ CSapTable::CSapTable(CRfcTableParam* table) {
   }
   row_starts_.reserve(row_count_);
   cells_.reserve(size_t{row_count_} * static_cast<size_t>(std::max(described, 0)));
-  text_.reserve(size_t{row_count_} * row_bound);
+  if (row_bound != 0 && row_count_ <= text_.max_size() / row_bound) {
+    try {
+      text_.reserve(size_t{row_count_} * row_bound);
+    } catch (const std::bad_alloc&) {
+      // Only a hint: the texts themselves may well fit.
+    }
+  }
 
   int64_t total_length = 0;
   std::vector<ColumnPlace> places;

@@ -51,6 +51,8 @@ class CXmlBatchDocument : public CXmlDocument {
   int ident_ = -1;
   std::vector<uint32_t> written_;  // the rows with an identifier
   size_t rows_length_ = 0;
+  // Serialising walks the table's rows (its current row moves) and gathers
+  // each row's cells here; neither changes what the document holds.
   mutable std::vector<std::string_view> cells_;
   // The receiving function passes 1; nothing reads it.
   [[maybe_unused]] int32_t flag_;
