@@ -108,8 +108,8 @@ CSapTable::CSapTable(CRfcTableParam* table) {
   const TableHandle handle = table->GetTableHandle();
   row_count_ = handle != nullptr ? ItFill(handle) : 0;
 
-  // Reserved once at the size the lines allow: the cells never move, and a
-  // large table's blocks are not copied while they grow.
+  // Reserved once at the most the lines can give, so that a large table's
+  // texts are not copied again and again while their buffer grows.
   size_t row_bound = 0;
   const int32_t described = table->GetFieldCount();
   for (int32_t c = 0; c < described; ++c) {
