@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "rfc/function/rfc_field_info.h"
@@ -85,13 +86,33 @@ class CSapTable {
   // outside the row or an unknown column name. Names are case-sensitive.
   std::string GetValue(int32_t position) const;
   std::string GetValue(const std::string& name) const;
+  // The same text without a copy; valid as long as the table.
+  std::string_view GetText(int32_t position) const;
 
  private:
-  using Row = std::vector<std::string>;
+  // A cell's text in text_, counted from its row's start there.
+  struct Cell {
+    uint32_t at;
+    uint32_t size;
+  };
+  // Where a row's texts and cells start.
+  struct RowStart {
+    uint64_t text;
+    uint64_t cell;
+  };
+  // Appends one cell's text to text_.
+  void AddCell(uint64_t row_text, const char* text, size_t size);
 
   std::map<uint16_t, std::unique_ptr<CSapColumn>> columns_;
   std::map<std::string, std::unique_ptr<CSapIndexHolder>> column_index_;
-  std::vector<Row> rows_;
+  // Every cell's text back to back, rows in order; a row's texts and cells
+  // run from its RowStart to the next row's.
+  // Three large blocks instead of a string per cell: a million-row batch
+  // costs about its texts' size here, and all of it goes back to the system
+  // with the table.
+  std::string text_;
+  std::vector<RowStart> row_starts_;
+  std::vector<Cell> cells_;
   // Index into rows_, -1 for none.
   int64_t current_row_ = -1;
   uint32_t row_count_ = 0;

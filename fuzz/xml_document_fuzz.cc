@@ -10,7 +10,8 @@
 // either end; escaping agrees with the five passes written out; the buffer is
 // exactly as long as announced and the same on a second build; putting the
 // tags together by hand gives the same bytes; attributes come in bucket
-// order; all arena memory returns when the document is gone.
+// order; a row written from its texts equals the same row as elements; all
+// arena memory returns when the document is gone.
 
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +24,7 @@
 
 #include "output/xml_document.h"
 #include "output/xml_element.h"
+#include "output/xml_row_writer.h"
 
 namespace {
 
@@ -155,6 +157,39 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string recomposed = start;
     Recompose(*document.GetRoot(), recomposed);
     Check(recomposed == text);
+  }
+  {
+    // The same operations as one row of a table: the first name names the
+    // row, the others are columns with their values. Written from the texts,
+    // it must be the bytes of the row as an element at the same level.
+    if (!operations.empty()) {
+      const int level = operations[0].code % 4;
+      // Levels are fixed when a child is added: the chain and the row are
+      // placed before the row gets its cells.
+      CXmlElement parent("P");
+      CXmlElement* at = &parent;
+      for (int k = 0; k <= level; ++k) {
+        auto link = std::make_unique<CXmlElement>(k == level ? operations[0].name : "P");
+        CXmlElement* next = link.get();
+        at->AddChild(std::move(link));
+        at = next;
+      }
+      CXmlElement* placed = at;
+      std::vector<std::string_view> names;
+      std::vector<std::string_view> cells;
+      for (size_t i = 1; i < operations.size(); ++i) {
+        names.push_back(operations[i].name);
+        cells.push_back(operations[i].value);
+        placed->AddChild(std::make_unique<CXmlElement>(operations[i].name, operations[i].value));
+      }
+      std::string tree;
+      placed->WriteElement(tree);
+      const CXmlRowWriter writer(placed->GetLevel(), names);
+      std::string direct(writer.RowLength(operations[0].name, cells.data()), '\0');
+      char* end = writer.WriteRow(direct.data(), operations[0].name, cells.data());
+      Check(end == direct.data() + direct.size());
+      Check(direct == tree);
+    }
   }
   // Only the block this thread allocates from may remain; an element left
   // behind would keep a second one once the thread has moved on.

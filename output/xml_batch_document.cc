@@ -1,5 +1,6 @@
 #include "output/xml_batch_document.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -20,14 +21,34 @@ namespace {
 
 constexpr int kNoColumn = -1;
 
+char* Put(char* out, std::string_view text) {
+  std::memcpy(out, text.data(), text.size());
+  return out + text.size();
+}
+
 }  // namespace
+
+std::string_view CXmlBatchDocument::RowName() const {
+  // A column that the table does not have reads as empty.
+  for (int column : {h_ident_, t_ident_, ident_}) {
+    if (column == kNoColumn) continue;
+    const std::string_view text = table_->GetText(column);
+    if (!text.empty()) return text;
+  }
+  return std::string_view();
+}
+
+const std::vector<std::string_view>& CXmlBatchDocument::RowCells() const {
+  for (size_t i = 0; i < named_.size(); ++i) cells_[i] = table_->GetText(named_[i]);
+  return cells_;
+}
 
 void CXmlBatchDocument::Build() {
   std::unique_ptr<CXmlElement> function = CreateElement(batch_.GetFunctionName());
   function->SetAttribute("TIMESTAMP", batch_.GetBatchId());
   function->SetAttribute("TABLE", batch_.GetStructureName());
   function->SetAttribute("BEGIN", "1");
-  CXmlElement* function_element = function.get();
+  function_ = function.get();
   AddToRoot(std::move(function));
 
   // Names are looked up once per batch, not once per cell. A column the table
@@ -35,45 +56,81 @@ void CXmlBatchDocument::Build() {
   // inventing one would put a column into the document that the structure
   // does not have. Where a name occurs twice, the later column answers for it,
   // as a lookup by name in the table does.
-  struct NamedColumn {
-    int position;
-    CXmlName name;  // escaped and trimmed once, not once per row
-  };
-  std::vector<NamedColumn> named;
-  int h_ident = kNoColumn;
-  int t_ident = kNoColumn;
-  int ident = kNoColumn;
+  std::vector<std::string_view> names;
   const int columns = table_->GetColumnCount();
   for (int column = 0; column < columns; ++column) {
     const char* name = table_->GetColumnName(column);
     if (name == nullptr) continue;
-    named.push_back({column, CXmlName(name)});
-    if (std::strcmp(name, "H_IDENT") == 0) h_ident = column;
-    if (std::strcmp(name, "T_IDENT") == 0) t_ident = column;
-    if (std::strcmp(name, "IDENT") == 0) ident = column;
+    named_.push_back(column);
+    names.emplace_back(name);
+    if (std::strcmp(name, "H_IDENT") == 0) h_ident_ = column;
+    if (std::strcmp(name, "T_IDENT") == 0) t_ident_ = column;
+    if (std::strcmp(name, "IDENT") == 0) ident_ = column;
   }
-  // A column that the table does not have reads as empty.
-  auto value_of = [this](int column) {
-    return column == kNoColumn ? std::string() : table_->GetValue(column);
-  };
+  cells_.resize(named_.size());
+  rows_ = std::make_unique<CXmlRowWriter>(function_->GetLevel() + 1, names);
 
+  // Only the rows' places and their length are kept; their bytes are written
+  // once, into the document.
   const int rows = static_cast<int>(table_->GetRowCount());
   for (int row = 0; row < rows; ++row) {
     table_->SetRow(row);
-    std::string row_name = value_of(h_ident);
-    if (row_name.empty()) row_name = value_of(t_ident);
-    if (row_name.empty()) row_name = value_of(ident);
+    const std::string_view name = RowName();
     // A row without any identifier is not written at all.
-    if (row_name.empty()) continue;
-
-    std::unique_ptr<CXmlElement> row_element = CreateElement(row_name);
-    CXmlElement* row_target = row_element.get();
-    // Levels are fixed when a child is added, so the row joins the tree first.
-    function_element->AddChild(std::move(row_element));
-    for (const NamedColumn& column : named) {
-      row_target->AddChild(CreateElement(column.name, table_->GetValue(column.position)));
-    }
+    if (name.empty()) continue;
+    written_.push_back(static_cast<uint32_t>(row));
+    rows_length_ += rows_->RowLength(name, RowCells().data());
   }
+}
+
+std::string CXmlBatchDocument::BuildInMemory() const {
+  if (written_.empty()) return CXmlDocument::BuildInMemory();
+  // The tree as it stands, with the rows as the first children of the
+  // function element: its start tag closes with ">" now that it has
+  // children, and its end tag follows them.
+  const CXmlElement* root = GetRoot();
+  std::string start = function_->GetStartTag();
+  size_t inner = 0;  // the function element's own children in the tree
+  for (size_t i = 0; i < function_->GetChildCount(); ++i) {
+    inner += function_->GetChild(i)->GetElementLength();
+  }
+  if (function_->GetChildCount() == 0) start.replace(start.size() - 2, 2, ">");
+  const std::string end = "\n" + std::string(static_cast<size_t>(function_->GetLevel()) * 2, ' ') +
+                          "</" + std::string(function_->GetName()) + ">";
+  const size_t function_length = start.size() + rows_length_ + inner + end.size();
+
+  const std::string root_start = root->GetStartTag();
+  const std::string root_end = root->GetEndTag();
+  const std::string_view declaration(kDeclaration);
+  size_t length = declaration.size() + 2 + root_start.size() + root_end.size();
+  for (size_t i = 0; i < root->GetChildCount(); ++i) {
+    const CXmlElement* child = root->GetChild(i);
+    length += child == function_ ? function_length : child->GetElementLength();
+  }
+
+  std::string out(length + CXmlElement::kWriteSlack, '\0');
+  char* at = Put(out.data(), declaration);
+  at = Put(at, "\n\n");
+  at = Put(at, root_start);
+  for (size_t i = 0; i < root->GetChildCount(); ++i) {
+    const CXmlElement* child = root->GetChild(i);
+    if (child != function_) {
+      at = child->WriteElement(at);
+      continue;
+    }
+    at = Put(at, start);
+    for (uint32_t row : written_) {
+      table_->SetRow(static_cast<int32_t>(row));
+      at = rows_->WriteRow(at, RowName(), RowCells().data());
+    }
+    for (size_t k = 0; k < function_->GetChildCount(); ++k) {
+      at = function_->GetChild(k)->WriteElement(at);
+    }
+    at = Put(at, end);
+  }
+  at = Put(at, root_end);
+  out.resize(length);
+  return out;
 }
 
 bool CXmlBatchDocument::Save(const std::string& path) {

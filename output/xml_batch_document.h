@@ -9,8 +9,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "output/xml_document.h"
+#include "output/xml_row_writer.h"
 
 class CBatchServerFunc;
 class CSapTable;
@@ -27,9 +30,30 @@ class CXmlBatchDocument : public CXmlDocument {
   // Build, then SaveToFile; false after a file error (nothing is reported).
   bool Save(const std::string& path);
 
+  // The rows are written straight from the table's texts, after whatever
+  // the function element holds in the tree: no element per cell is made.
+  std::string BuildInMemory() const override;
+
  private:
+  // The cells of the current row, one per named column.
+  const std::vector<std::string_view>& RowCells() const;
+  // The current row's identifier: H_IDENT, else T_IDENT, else IDENT.
+  std::string_view RowName() const;
+
   CBatchServerFunc& batch_;
   std::unique_ptr<CSapTable> table_;
+  // Filled by Build.
+  CXmlElement* function_ = nullptr;
+  std::unique_ptr<CXmlRowWriter> rows_;
+  std::vector<int> named_;  // positions of the columns that have a name
+  int h_ident_ = -1;
+  int t_ident_ = -1;
+  int ident_ = -1;
+  std::vector<uint32_t> written_;  // the rows with an identifier
+  size_t rows_length_ = 0;
+  // Serialising walks the table's rows (its current row moves) and gathers
+  // each row's cells here; neither changes what the document holds.
+  mutable std::vector<std::string_view> cells_;
   // The receiving function passes 1; nothing reads it.
   [[maybe_unused]] int32_t flag_;
 };

@@ -24,7 +24,7 @@ class CXmlDocument {
 
   // The whole document: declaration, two line feeds, the root element, no
   // final line feed. Empty when there is no root.
-  std::string BuildInMemory() const;
+  virtual std::string BuildInMemory() const;
   // Writes the document in one write to a file opened without sharing,
   // created or emptied. False after any file error (nothing is reported).
   bool SaveToFile(const std::string& path) const;

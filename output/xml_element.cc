@@ -7,27 +7,6 @@
 #include <mutex>
 #include <new>
 
-// Under AddressSanitizer the arena's blocks stay poisoned except for what is
-// handed out, and every allocation is followed by a poisoned gap, so that
-// reading past an element's text or touching a destroyed element is caught
-// as it would be on the general heap.
-#if defined(__SANITIZE_ADDRESS__)
-#define BS_XML_ARENA_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define BS_XML_ARENA_ASAN 1
-#endif
-#endif
-
-#if defined(BS_XML_ARENA_ASAN)
-#include <sanitizer/asan_interface.h>
-#define BS_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
-#define BS_UNPOISON(address, size) ASAN_UNPOISON_MEMORY_REGION(address, size)
-#else
-#define BS_POISON(address, size) ((void)(address), (void)(size))
-#define BS_UNPOISON(address, size) ((void)(address), (void)(size))
-#endif
-
 namespace {
 
 // ---------------------------------------------------------------------------
@@ -35,17 +14,8 @@ namespace {
 
 constexpr size_t kBlockSize = 64 * 1024;
 constexpr size_t kAlignment = alignof(void*);
-#if defined(BS_XML_ARENA_ASAN)
-constexpr size_t kGap = 16;
-#else
-constexpr size_t kGap = 0;
-#endif
 // Requests larger than this (long texts) get a block of their own.
 constexpr size_t kLargestShared = 16 * 1024;
-// Every block ends in this many bytes that are never handed out, so a text
-// may be read a whole 16 bytes at a time, past its end, without leaving the
-// block.
-constexpr size_t kReadSlack = 16;
 // Emptied blocks kept for reuse (16 MiB), so that the next document of a few
 // thousand rows finds its memory ready instead of faulting in fresh pages. A
 // larger document's blocks beyond these go back to the system at once.
@@ -92,8 +62,6 @@ BlockHeader* NewBlock(size_t size, int64_t live) {
   }
   if (memory == nullptr) memory = ::operator new(size, std::align_val_t{kBlockSize});
   g_blocks_in_use.fetch_add(1, std::memory_order_relaxed);
-  BS_UNPOISON(memory, kHeaderSize);
-  BS_POISON(static_cast<char*>(memory) + kHeaderSize, size - kHeaderSize);
   return new (memory) BlockHeader{{live}, size};
 }
 
@@ -104,9 +72,6 @@ void FreeBlock(BlockHeader* block) noexcept {
   if (size == kBlockSize) {
     std::lock_guard<std::mutex> lock(g_spare_lock);
     if (Spares().size() < kSpareBlocks) {
-      // A tree's elements are not poisoned one by one when it goes; a
-      // kept block is, so that use after free is still caught.
-      BS_POISON(static_cast<void*>(block), kBlockSize);
       Spares().push_back(block);
       return;
     }
@@ -144,7 +109,7 @@ struct Cursor {
     Leave();
     block = fresh;
     next = reinterpret_cast<char*>(fresh) + kHeaderSize;
-    end = reinterpret_cast<char*>(fresh) + kBlockSize - kReadSlack;
+    end = reinterpret_cast<char*>(fresh) + kBlockSize;
   }
 };
 
@@ -153,21 +118,17 @@ thread_local Cursor t_cursor;
 // `bytes` aligned for pointers; std::bad_alloc when the system has no block.
 void* ArenaAllocate(size_t bytes) {
   if (bytes > kLargestShared) {
-    if (bytes > std::numeric_limits<size_t>::max() - kHeaderSize - kBlockSize - kReadSlack) {
+    if (bytes > std::numeric_limits<size_t>::max() - kHeaderSize - kBlockSize) {
       throw std::bad_alloc();
     }
-    char* memory =
-        reinterpret_cast<char*>(NewBlock(kHeaderSize + bytes + kReadSlack, 1)) + kHeaderSize;
-    BS_UNPOISON(memory, bytes);
-    return memory;
+    return reinterpret_cast<char*>(NewBlock(kHeaderSize + bytes, 1)) + kHeaderSize;
   }
-  const size_t step = RoundUp(bytes) + kGap;
+  const size_t step = RoundUp(bytes);
   Cursor& cursor = t_cursor;
   if (static_cast<size_t>(cursor.end - cursor.next) < step) cursor.Enter();
   char* memory = cursor.next;
   cursor.next += step;
   ++cursor.handed_out;
-  BS_UNPOISON(memory, bytes);
   return memory;
 }
 
@@ -184,7 +145,7 @@ BlockHeader* BlockOf(const void* memory) {
   return reinterpret_cast<BlockHeader*>(address & ~(std::uintptr_t{kBlockSize} - 1));
 }
 
-size_t ArenaStep(size_t bytes) { return RoundUp(bytes) + kGap; }
+size_t ArenaStep(size_t bytes) { return RoundUp(bytes); }
 
 // `bytes` right after `last`, which took `last_size` bytes, when `last` was
 // the calling thread's most recent allocation and its block has the room;
@@ -198,14 +159,11 @@ void* ArenaExtend(const void* last, size_t last_size, size_t bytes) {
   }
   char* memory = cursor.next;
   cursor.next += step;
-  BS_UNPOISON(memory, bytes);
   return memory;
 }
 
-void ArenaRelease(void* memory, size_t bytes) noexcept {
+void ArenaRelease(void* memory) noexcept {
   if (memory == nullptr) return;
-  BS_POISON(memory, bytes);
-  (void)bytes;
   Drop(BlockOf(memory), 1);
 }
 
@@ -344,18 +302,8 @@ char* Put(char* out, std::string_view text) {
   return out + text.size();
 }
 
-// An element's text into the output: most are short and go as one 16-byte
-// copy, which the arena's read slack and the writer's write slack allow for.
-// Under AddressSanitizer the bytes past the text are poisoned, so the exact
-// copy is used there.
-char* PutText(char* out, const char* text, size_t n) {
-#if !defined(BS_XML_ARENA_ASAN)
-  if (n <= kReadSlack) {
-    std::memcpy(out, text, kReadSlack);
-    return out + n;
-  }
-#endif
-  Copy(out, text, n);
+char* Put(char* out, const char* from, size_t n) {
+  Copy(out, from, n);
   return out + n;
 }
 
@@ -408,7 +356,8 @@ uint32_t TextLength(size_t length) {
 void* CXmlElement::operator new(std::size_t size) { return ArenaAllocate(size); }
 
 void CXmlElement::operator delete(void* memory, std::size_t size) noexcept {
-  ArenaRelease(memory, size);
+  (void)size;
+  ArenaRelease(memory);
 }
 
 size_t CXmlElement::GetArenaBlockCount() {
@@ -445,12 +394,8 @@ void CXmlElement::Ledger::Add(const void* memory) {
 // parent): it frees the attribute tables of the tree and gives the tree's
 // memory back per block, without visiting the elements.
 CXmlElement::~CXmlElement() {
-  const size_t length = size_t{name_length_} + value_length_;
-  if (TextInline()) {
-    BS_POISON(text_, length);  // goes back with the element
-  } else {
-    ArenaRelease(text_, length);
-  }
+  // Text right behind the element goes back with the element.
+  if (!TextInline()) ArenaRelease(text_);
   if (!ledger_) return;
   for (CXmlElement* element : ledger_->attributed) element->attributes_.reset();
   for (const auto& [block, count] : ledger_->blocks) {
@@ -488,6 +433,12 @@ std::string CXmlElement::Escape(std::string_view text) {
   std::string escaped(EscapedLength(text), '\0');
   WriteEscaped(escaped.data(), text);
   return escaped;
+}
+
+size_t CXmlElement::EscapedSize(std::string_view text) { return EscapedLength(text); }
+
+char* CXmlElement::PutEscaped(char* out, std::string_view text) {
+  return WriteEscaped(out, text);
 }
 
 std::string_view CXmlElement::Trim(std::string_view text) { return Trimmed(text); }
@@ -657,15 +608,15 @@ char* CXmlElement::WriteLeaf(char* out) const {
   std::memcpy(out, kLine.text, kWriteSlack);
   out += indent + 1;
   *out++ = '<';
-  out = PutText(out, text_, name_length_);
+  out = Put(out, text_, name_length_);
   if (value_length_ == 0) {
     std::memcpy(out, "/>", 2);
     return out + 2;
   }
   *out++ = '>';
-  out = PutText(out, text_ + name_length_, value_length_);
+  out = Put(out, text_ + name_length_, value_length_);
   std::memcpy(out, "</", 2);
-  out = PutText(out + 2, text_, name_length_);
+  out = Put(out + 2, text_, name_length_);
   *out = '>';
   return out + 1;
 }

@@ -81,6 +81,10 @@ class CXmlElement {
   // The five-character escaping of names and values. "&" that already starts
   // one of the entities is left alone; the apostrophe stays as it is.
   static std::string Escape(std::string_view text);
+  // The size of Escape(text), and Escape(text) written at `out` (which has
+  // room for it); the end of what was written.
+  static size_t EscapedSize(std::string_view text);
+  static char* PutEscaped(char* out, std::string_view text);
   // Strips blank, tab, CR, LF, vertical tab and form feed at both ends.
   static std::string_view Trim(std::string_view text);
   // Bucket of an attribute name in the 17-bucket table that fixes the order.

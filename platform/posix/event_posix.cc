@@ -24,6 +24,9 @@
 #include <climits>
 #include <cstring>
 #include <chrono>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
 #include <utility>
 
 #include "platform/posix/event_name_posix.h"
@@ -268,12 +271,16 @@ Mapping Attach(int fd, const std::string& name) {
 
 // ---- the named event -----------------------------------------------------
 
-class NamedEvent final : public Event {
+// One open of a named event by this process: its descriptor (with the
+// holder lock) and its mapping. Every handle of this process to the same
+// name shares one, so that opening a name the process already holds (the
+// worker tests its own stop event every idle round) costs no system call.
+class NamedObject {
  public:
-  NamedEvent(std::string object_name, posix::UniqueFd fd, Mapping mapping)
+  NamedObject(std::string object_name, posix::UniqueFd fd, Mapping mapping)
       : object_name_(std::move(object_name)), fd_(std::move(fd)), mapping_(std::move(mapping)) {}
 
-  ~NamedEvent() override {
+  ~NamedObject() {
     Guard guard(fd_.get());
     if (!guard.held()) return;  // the kernel still drops our locks; a later opener tidies up
     if (LockByte(fd_.get(), F_WRLCK, kHolderByte, false) == LockResult::kLocked) {
@@ -284,18 +291,10 @@ class NamedEvent final : public Event {
       LockByte(fd_.get(), F_UNLCK, kHolderByte, false);
     }
   }
+  NamedObject(const NamedObject&) = delete;
+  NamedObject& operator=(const NamedObject&) = delete;
 
-  bool Set() override {
-    SetWord(&mapping_.header()->state, true);
-    return true;
-  }
-  bool Reset() override {
-    ResetWord(&mapping_.header()->state);
-    return true;
-  }
-  WaitResult Wait(uint32_t timeout_ms) override {
-    return WaitWord(&mapping_.header()->state, timeout_ms, true);
-  }
+  uint32_t* state() const { return &mapping_.header()->state; }
 
  private:
   std::string object_name_;
@@ -305,10 +304,71 @@ class NamedEvent final : public Event {
   Mapping mapping_;
 };
 
+class NamedEvent final : public Event {
+ public:
+  explicit NamedEvent(std::shared_ptr<NamedObject> object) : object_(std::move(object)) {}
+
+  bool Set() override {
+    SetWord(object_->state(), true);
+    return true;
+  }
+  bool Reset() override {
+    ResetWord(object_->state());
+    return true;
+  }
+  WaitResult Wait(uint32_t timeout_ms) override {
+    return WaitWord(object_->state(), timeout_ms, true);
+  }
+
+ private:
+  std::shared_ptr<NamedObject> object_;
+};
+
+// The names this process holds open, by event name. While a handle lives,
+// its event exists, so a second open of the name can share it.
+class OpenNames {
+ public:
+  std::mutex lock;
+
+  // The live object of `name`, or null; forgets one whose last handle went.
+  std::shared_ptr<NamedObject> Find(const std::string& name) {
+    const auto found = objects_.find(name);
+    if (found == objects_.end()) return nullptr;
+    std::shared_ptr<NamedObject> object = found->second.lock();
+    if (!object) objects_.erase(found);
+    return object;
+  }
+  void Add(const std::string& name, const std::shared_ptr<NamedObject>& object) {
+    objects_[name] = object;
+  }
+
+ private:
+  std::unordered_map<std::string, std::weak_ptr<NamedObject>> objects_;
+};
+
+// Never destroyed: handles may close during the process's exit.
+OpenNames& TheOpenNames() {
+  static OpenNames* names = new OpenNames();
+  return *names;
+}
+
+std::unique_ptr<Event> Handle(const std::string& name, posix::UniqueFd fd, Mapping mapping,
+                              const std::string& object_name) {
+  auto object =
+      std::make_shared<NamedObject>(object_name, std::move(fd), std::move(mapping));
+  TheOpenNames().Add(name, object);
+  return std::make_unique<NamedEvent>(std::move(object));
+}
+
 // Gives up after this many rounds of losing the name to a closing last holder.
 constexpr int kMaxAttempts = 1000;
 
 std::unique_ptr<Event> CreateNamed(const std::string& name, bool initially_set, bool* existed) {
+  std::lock_guard<std::mutex> held(TheOpenNames().lock);
+  if (std::shared_ptr<NamedObject> open = TheOpenNames().Find(name)) {
+    if (existed != nullptr) *existed = true;
+    return std::make_unique<NamedEvent>(std::move(open));
+  }
   const std::string object_name = posix::EventObjectName(name);
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
     posix::UniqueFd fd(shm_open(object_name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -347,12 +407,16 @@ std::unique_ptr<Event> CreateNamed(const std::string& name, bool initially_set, 
     }
     if (existed != nullptr) *existed = found;
     // Built while the guard is held: a closer must not see this handle half made.
-    return std::make_unique<NamedEvent>(object_name, std::move(fd), std::move(mapping));
+    return Handle(name, std::move(fd), std::move(mapping), object_name);
   }
   return nullptr;
 }
 
 std::unique_ptr<Event> OpenNamed(const std::string& name) {
+  std::lock_guard<std::mutex> held(TheOpenNames().lock);
+  if (std::shared_ptr<NamedObject> open = TheOpenNames().Find(name)) {
+    return std::make_unique<NamedEvent>(std::move(open));
+  }
   const std::string object_name = posix::EventObjectName(name);
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
     posix::UniqueFd fd(shm_open(object_name.c_str(), O_RDWR | O_CLOEXEC, 0));
@@ -372,7 +436,7 @@ std::unique_ptr<Event> OpenNamed(const std::string& name) {
           LockByte(fd.get(), F_UNLCK, kHolderByte, false);  // let go while guarded
           return nullptr;
         }
-        return std::make_unique<NamedEvent>(object_name, std::move(fd), std::move(mapping));
+        return Handle(name, std::move(fd), std::move(mapping), object_name);
       }
       case LockResult::kError:
         return nullptr;

@@ -12,6 +12,7 @@
 #include "access/read_table.h"
 #include "access/sap_structure.h"
 #include "access/sap_table.h"
+#include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/core/rfc_trace.h"
 #include "tests/access/local_parameters.h"
@@ -52,6 +53,31 @@ TEST(SapTableTest, RowsAndColumnsFollowTheLinesAndTheFirstLinesFields) {
   for (int row : {3, -1}) {
     EXPECT_EQ(0, table.SetRow(row));
     EXPECT_EQ("", table.GetValue(std::string("IDENT")));  // no current row
+  }
+}
+
+// Texts read where they lie in the line must be the data value's own
+// conversion, whatever bytes the line holds: blanks, NULs, all blank.
+TEST(SapTableTest, TextFieldsReadInPlaceMatchTheValuesConversion) {
+  const std::vector<std::string> raws = {"ab  ", std::string("a\0b ", 4), "    ", "",
+                                         std::string("\0   ", 4), " x y", "1234"};
+  const int lengths[] = {4, 4, 8, 6};
+  auto param = MakeTable("T", {{"C", TYPE_CHAR, 4}, {"N", TYPE_NUM, 4}, {"D", TYPE_DATE, 8},
+                               {"TM", TYPE_TIME, 6}});
+  for (size_t r = 0; r < raws.size(); ++r) AddLine(*param, {});
+  for (size_t r = 0; r < raws.size(); ++r) {
+    void* line = ItGetLine(param->GetTableHandle(), static_cast<unsigned>(r + 1));
+    for (int c = 0; c < 4; ++c) {
+      std::memcpy(param->GetData(line, c).GetData(), (raws[r] + "        ").data(), lengths[c]);
+    }
+  }
+  CSapTable table(param.get());
+  for (size_t r = 0; r < raws.size(); ++r) {
+    ASSERT_EQ(1, table.SetRow(static_cast<int32_t>(r)));
+    void* line = ItGetLine(param->GetTableHandle(), static_cast<unsigned>(r + 1));
+    for (int c = 0; c < 4; ++c) {
+      EXPECT_EQ(static_cast<CSTR>(param->GetData(line, c)), table.GetValue(c)) << r << "/" << c;
+    }
   }
 }
 

@@ -263,7 +263,7 @@ TEST_F(BatchServerE2eTest, StatusTellsWhatTheWorkerDoesInEveryState) {
       person = Batchctl("status");
       return person.exit_code == s.exit_code &&
              std::regex_match(person.out.substr(0, person.out.find('\n')), std::regex(s.first_line));
-    })) << person.exit_code << "\n" << person.out << Tail(LogText());
+    })) << person.exit_code << "\n" << person.out << LogText();
     const sapsim::testing::RunResult json =
         sapsim::testing::RunCommand({batchctl, "status", "--json", instance_});
     EXPECT_EQ(json.exit_code, s.exit_code);

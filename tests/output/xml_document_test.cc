@@ -140,6 +140,11 @@ TEST(XmlDocument, DeclarationIsFortyThreeCharacters) {
   EXPECT_EQ(std::string(CXmlDocument::kDeclaration).size(), 43u);
   CXmlDocument doc("BATCH");
   EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH/>");
+  // Empty name and value: the start tag alone, "</>", as root and as a child.
+  CXmlDocument blank("");
+  EXPECT_EQ(blank.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n</>");
+  doc.AddToRoot(doc.CreateElement(" \t", " "));
+  EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH>\n  </>\n</BATCH>");
 }
 
 TEST(XmlDocument, LongNamesAndValuesAreWrittenWhole) {

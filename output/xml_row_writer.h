@@ -1,0 +1,36 @@
+#pragma once
+// Writes table rows as XML elements straight from their cell texts, in the
+// bytes an element tree of the same rows gives: per row an element named by
+// the row's identifier, holding one element per column. A large batch thus
+// needs no element per cell: its texts are read where the table keeps them.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class CXmlRowWriter {
+ public:
+  // Row elements stand at `level`, their cells one deeper; the column names
+  // are escaped and trimmed once, here.
+  CXmlRowWriter(int level, const std::vector<std::string_view>& column_names);
+
+  size_t GetColumnCount() const { return columns_.size(); }
+  // The bytes of one row: `name` is the identifier as read, `cells` holds
+  // one raw text per column; both are escaped and trimmed as an element's.
+  size_t RowLength(std::string_view name, const std::string_view* cells) const;
+  // Writes the RowLength bytes at `out`; returns the end.
+  char* WriteRow(char* out, std::string_view name, const std::string_view* cells) const;
+
+ private:
+  // A column's tags, composed once: line feed, indentation and start tag;
+  // end tag; the self-closing form for an empty value.
+  struct Column {
+    std::string open;
+    std::string close;
+    std::string empty;
+  };
+  std::vector<Column> columns_;
+  // "\n" and the indentation of a row's tags.
+  std::string row_line_;
+};
