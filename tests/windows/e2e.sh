@@ -170,9 +170,18 @@ grep -q "Receive data: " "$log" || fail "$log: no received batch"
 
 "$wine" "$win/bin/batchctl.exe" stop BSWINE2EWIN >"$work/batchctl.out" 2>&1 ||
   fail "batchctl.exe stop failed: $(cat "$work/batchctl.out")"
-stopping() { [ "$("$wine" "$win/bin/batchctl.exe" status BSWINE2EWIN 2>/dev/null | tr -d '\r')" = "stopping" ]; }
-wait_for 100 stopping || fail "batchctl.exe status does not report the worker stopping"
+# Exit code 2 and the state word: stopping (event set) or ended (worker gone).
+stopping() {
+  "$wine" "$win/bin/batchctl.exe" status BSWINE2EWIN >"$work/status.out" 2>/dev/null
+  [ $? -eq 2 ] && grep -qE '^(stopping|ended)' "$work/status.out"
+}
+wait_for 100 stopping || fail "batchctl.exe status does not report the worker stopping: $(cat "$work/status.out")"
 wait_for 300 unregistered || fail "the worker of batchserver.exe did not end"
+ended() {
+  "$wine" "$win/bin/batchctl.exe" status BSWINE2EWIN >"$work/status.out" 2>/dev/null
+  [ $? -eq 2 ] && grep -q '^ended at .*: stopped through the stop event' "$work/status.out"
+}
+wait_for 100 ended || fail "batchctl.exe status does not report the worker ended: $(cat "$work/status.out")"
 kill -0 "$win_pid" 2>/dev/null || fail "batchserver.exe ended with its worker; the process must stay"
 stop_wine
 echo "windows e2e: passed (XML identical to the Linux build's, CR LF log, stop through batchctl.exe)"
