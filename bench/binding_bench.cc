@@ -1,8 +1,8 @@
 // The cost of a resolved forwarding function against a direct call through a
 // function pointer into the same loaded library.
 //
-// The stand-in library is the tests' complete stub (<build>/lib/
-// librfc_stub_complete.so, built with the tests); RFC_STUB_LIBRARY names
+// The stand-in library is the tests' stand-in RFC library (<build>/lib/
+// libstand_in_rfc.so, built with the tests); RFC_STUB_LIBRARY names
 // another file.
 
 #include <benchmark/benchmark.h>
@@ -21,8 +21,8 @@ std::string StubPath() {
   if (const char* path = std::getenv("RFC_STUB_LIBRARY")) return path;
   std::error_code error;
   const std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", error);
-  if (error) return "librfc_stub_complete.so";
-  return (exe.parent_path().parent_path() / "lib" / "librfc_stub_complete.so").string();
+  if (error) return "libstand_in_rfc.so";
+  return (exe.parent_path().parent_path() / "lib" / "libstand_in_rfc.so").string();
 }
 
 platform::LibraryHandle Library() {

@@ -1,5 +1,5 @@
-// Faults the simulated system cannot produce, injected through the scripted
-// stand-in RFC library: a table whose description changes between two line
+// Faults the simulated system cannot produce, injected through the stand-in
+// RFC library: a table whose description changes between two line
 // reads, a line the library cannot give, registration answers with odd
 // result codes.
 
@@ -12,11 +12,11 @@
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/e2e/scripted_rfc_library.h"
+#include "tests/support/stand_in_rfc.h"
 
 namespace {
 
-ScriptedRfc& Script() { return ScriptOf(SCRIPTED_RFC_LIBRARY); }
+stand_in::State& Script() { return stand_in::StandIn(STAND_IN_RFC); }
 
 // Describes the CHAR fields A and B (2 bytes) and, with `third`, C (1 byte);
 // the whole line each time, as AddFieldInfo lays out only what it is given.
@@ -43,11 +43,9 @@ struct Widening {
       table->GetData(table->GetCurrentLine(), 0) = "a";
       table->GetData(table->GetCurrentLine(), 1) = "b";
     }
-    Script().on_get_line = [](void* context, unsigned line) {
-      auto* self = static_cast<Widening*>(context);
-      if (static_cast<int>(line) == self->at) Describe(*self->table, true);
+    Script().on_get_line = [this](unsigned line) {
+      if (static_cast<int>(line) == at) Describe(*table, true);
     };
-    Script().get_line_context = this;
   }
   std::unique_ptr<CRfcTableParam> table;
   int at;
@@ -55,7 +53,7 @@ struct Widening {
 
 class AccessFaultTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(SCRIPTED_RFC_LIBRARY)); }
+  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC)); }
   void SetUp() override { Script().Reset(); }
   void TearDown() override { Script().Reset(); }
 };
@@ -77,7 +75,7 @@ TEST_F(AccessFaultTest, LinesOfDifferentWidthsOrAMissingLineAbandonTheTable) {
   EXPECT_EQ(2u, text.GetRowCount());
 
   Widening plain(3);
-  Script().missing_line = 2;
+  Script().missing_lines.insert(2);
   try {
     CSapTable missing(plain.table.get());
     FAIL() << "a missing line was read";

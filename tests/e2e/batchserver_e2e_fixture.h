@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/e2e/batchserver_process.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
 #include "tests/support/log_reading.h"
 #include "tests/support/polling.h"
+#include "tests/support/processes.h"
 #include "tests/support/temp_dir.h"
 
 namespace e2e {
@@ -130,16 +130,16 @@ class BatchServerE2eTest : public ::testing::Test {
     ASSERT_TRUE(server_->started());
   }
   // One more server process; `tag` keeps its INI and output files apart.
-  std::unique_ptr<BatchServerProcess> StartInstance(const std::string& instance,
-                                                    const std::map<std::string, std::string>& settings,
-                                                    const std::string& tag = "") {
+  std::unique_ptr<testutil::ChildProcess> StartInstance(const std::string& instance,
+                                                        const std::map<std::string, std::string>& settings,
+                                                        const std::string& tag = "") {
     std::string ini = "[" + instance + "]\r\n";
     for (const auto& [key, value] : settings) ini += key + "=" + value + "\r\n";
     const std::string path = dir_.Write("batch server" + tag + ".ini", ini);
     if (tag.empty()) ini_ = path;
-    return std::make_unique<BatchServerProcess>(std::vector<std::string>{instance, path}, work_,
-                                                dir_.File("server" + tag + ".out"),
-                                                dir_.File("server" + tag + ".err"));
+    return std::make_unique<testutil::ChildProcess>(
+        std::vector<std::string>{testutil::BuildDir() + "/bin/batchserver", instance, path}, work_,
+        dir_.File("server" + tag + ".out"), dir_.File("server" + tag + ".err"));
   }
 
   // Every log file of the log directory, in name order.
@@ -187,7 +187,7 @@ class BatchServerE2eTest : public ::testing::Test {
   std::string ini_;
   std::map<std::string, std::string> settings_;
   std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
-  std::unique_ptr<BatchServerProcess> server_;
+  std::unique_ptr<testutil::ChildProcess> server_;
   int calls_ = 0;
 };
 

@@ -107,10 +107,6 @@ void ExpectHeader(const std::vector<std::string>& lines, size_t at, const std::s
   EXPECT_EQ(lines[at + 7], "");
 }
 
-std::string Tail(const std::string& text) {
-  return text.size() > 3000 ? text.substr(text.size() - 3000) : text;
-}
-
 // A cycle that ended in a library error: the time-stamped record of
 // RFC_ERROR_INFO on one entry, one CR LF at its end.
 void ExpectLibraryErrorCycle(const std::string& cycle, const std::string& reason) {
@@ -191,14 +187,9 @@ TEST_F(BatchServerE2eTest, StopEventEndsTheWorkerAtTheNextIdleMomentAndTheProces
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   const std::size_t threads = server_->ThreadCount();
 
-  const auto stop_at = std::chrono::steady_clock::now();
   const sapsim::testing::RunResult stop = Batchctl("stop");
   ASSERT_EQ(stop.exit_code, 0) << stop.err;
   ASSERT_TRUE(Eventually([&] { return server_->ThreadCount() < threads; })) << server_->ThreadCount();
-  const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(
-      std::chrono::steady_clock::now() - stop_at);
-  // One idle pause (listen timer + 1 ms), plus room for a loaded machine.
-  EXPECT_LT(took.count(), 1501 + 3000);
 
   // The registration ended with the cycle: SAP can no longer deliver.
   const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
@@ -293,31 +284,6 @@ TEST_F(BatchServerE2eTest, StatusTellsWhatTheWorkerDoesInEveryState) {
   EXPECT_TRUE(std::regex_match(
       states, std::regex("READY=1\npreparing serving (preparing )?(retrying )+(stopping )?ended")))
       << states;
-}
-
-TEST_F(BatchServerE2eTest, RetriesWhileTheSystemIsGoneAndServesAgainOnceItIsBack) {
-  StartServer();
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  const uint16_t port = sapsim_->port();
-
-  sapsim_->Signal(SIGKILL);
-  sapsim_->Stop();
-  // Every failed cycle: one header block, one library error.
-  ASSERT_TRUE(Eventually([&] { return Cycles().size() >= 5; })) << LogText();
-  const std::vector<std::string> cycles = Cycles();
-  for (size_t i = 1; i + 1 < cycles.size(); ++i) ExpectLibraryErrorCycle(cycles[i], "\nKey: ");
-
-  // The system comes back on the same port; the server registers again.
-  StartSapsim(port);
-  ASSERT_TRUE(WaitForServing(2)) << Tail(LogText());
-  sapsim::testing::RunResult call;
-  ASSERT_TRUE(Eventually([&] {
-    call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nBACK,again\n");
-    return call.exit_code == 0;
-  })) << call.err;
-  EXPECT_EQ(call.out, "BATCH_RC=1\n");
-  EXPECT_EQ(Receipts(), 1);
-  EXPECT_FALSE(server_->Poll().has_value());
 }
 
 TEST_F(BatchServerE2eTest, LogsOnThroughTheMessageServerWhenLoadBalancingIsYes) {
@@ -425,17 +391,6 @@ TEST_F(BatchServerE2eTest, ClassLibraryTraceGoesIntoTheStartDirectoryWhenSwitche
   EXPECT_EQ(traces.find("Failure!"), std::string::npos) << traces;
 }
 
-TEST_F(BatchServerE2eTest, MissingXmlDirectoryLogsTheBatchAndAnswersOneWithoutAFile) {
-  settings_["xml.path"] = dir_.File("no-such-directory");
-  StartServer();
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
-  EXPECT_EQ(call.out, "BATCH_RC=1\n");
-  ASSERT_TRUE(Eventually([&] { return Receipts() == 1; }));
-  EXPECT_FALSE(std::filesystem::exists(dir_.File("no-such-directory")));
-  EXPECT_EQ(CountOf(LogText(), "UNKNOWN EXEPTION"), 0);
-}
-
 TEST_F(BatchServerE2eTest, LogDirectoryThatDisappearsIsReportedAndServingResumesWhenItIsBack) {
   StartServer();
   ASSERT_TRUE(WaitForServing()) << LogText();
@@ -500,10 +455,11 @@ TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServin
   for (int i = 0; i < 2000; ++i) csv += "K" + std::to_string(i) + ",name " + std::to_string(i) + "\n";
   const std::string csv_file = dir_.Write("big.csv", csv);
   {
-    BackgroundCommand caller({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
-                              "--program-id", kProgramId, "--function", "Z_E2E_SMALL",
-                              "--structure", "ZE2E_SMALL", "--csv", csv_file, "--repeat", "100000"},
-                             dir_.File("caller.out"));
+    testutil::ChildProcess caller({sapsim::testing::SapsimPath(), "call", "--port",
+                                   sapsim_->port_text(), "--program-id", kProgramId, "--function",
+                                   "Z_E2E_SMALL", "--structure", "ZE2E_SMALL", "--csv", csv_file,
+                                   "--repeat", "100000"},
+                                  "", dir_.File("caller.out"), dir_.File("caller.err"));
     ASSERT_TRUE(Eventually([&] { return Receipts() >= 3; })) << LogText();
     caller.Kill(SIGKILL);
   }

@@ -1,4 +1,4 @@
-// The server application in its single-threaded mode, against the scripted
+// The server application in its single-threaded mode, against the stand-in
 // RFC library: the catch-all, the function list, the listen loop and its
 // endings, and what Dispatch reports for failing calls.
 
@@ -15,9 +15,8 @@
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_func.h"
-#include "tests/e2e/scripted_rfc_library.h"
 #include "tests/e2e/server_test_support.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
@@ -29,10 +28,12 @@ constexpr const char* kMissing = "RFC function does not exist!";
 
 class ServerAppTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(SCRIPTED_RFC_LIBRARY)); }
-  void SetUp() override { script().Reset(); }
+  void SetUp() override {
+    script().Reset();
+    stand_in::State::Fill(script().attributes.partner_release, 5, "46C");
+  }
 
-  static ScriptedRfc& script() { return ScriptOf(SCRIPTED_RFC_LIBRARY); }
+  static stand_in::State& script() { return rfc_test::Fake(); }
 
   // A connection that owns handle 1, as an accepted registration does.
   static void Accept(CRfcConnection& connection) {
@@ -40,14 +41,10 @@ class ServerAppTest : public ::testing::Test {
     char* argv[] = {word.data(), nullptr};
     connection.Accept(argv);
     ASSERT_EQ(connection.GetHandle(), 1u);
-    script().calls.clear();
+    script().log.clear();
   }
 
-  static std::vector<std::string> Entries() {
-    std::vector<std::string> entries;
-    for (const ScriptedRfcCall& call : script().calls) entries.push_back(call.entry);
-    return entries;
-  }
+  static std::vector<std::string> Entries() { return script().Entries(); }
 };
 
 TEST_F(ServerAppTest, SecondApplicationIsRefusedUntilTheFirstIsGone) {
@@ -124,7 +121,7 @@ TEST_F(ServerAppTest, CallRunsReceiveProcessAndReturnOnTheCallsHandle) {
   EchoFunc tables_only("Z_TABLES", nullptr, /*with_scalars=*/false);
   app.AddFunction(&echo);
   app.AddFunction(&tables_only);
-  script().calls.clear();
+  script().log.clear();
   script().listen_results = {RFC_OK, RFC_OK, RFC_OK, RFC_CLOSED};
   script().pending_calls = {"Z_ECHO", "Z_ECHO", "Z_TABLES"};
 
@@ -151,14 +148,14 @@ TEST_F(ServerAppTest, CallRunsReceiveProcessAndReturnOnTheCallsHandle) {
   // The release is learnt once, at the first call.
   EXPECT_STREQ(connection.GetRelease(), "46C");
 
-  const std::vector<ScriptedRfcCall> received = script().CallsOf("RfcGetData");
+  const std::vector<stand_in::Record> received = script().CallsOf("RfcGetData");
   ASSERT_EQ(received.size(), 3u);
   EXPECT_EQ(received[0].handle, 1u);
   EXPECT_EQ(received[0].names, (std::vector<std::string>{"IN_VALUE", "|", "LINES"}));
   // A function without imports still receives its tables.
   EXPECT_EQ(tables_only.processed, 1);
   EXPECT_EQ(received[2].names, (std::vector<std::string>{"|", "LINES"}));
-  const std::vector<ScriptedRfcCall> sent = script().CallsOf("RfcSendData");
+  const std::vector<stand_in::Record> sent = script().CallsOf("RfcSendData");
   ASSERT_EQ(sent.size(), 3u);
   EXPECT_EQ(sent[0].names, (std::vector<std::string>{"OUT_VALUE", "|", "LINES"}));
 }
@@ -179,7 +176,7 @@ TEST_F(ServerAppTest, UnknownFunctionIsRaisedToTheCallerAndTheLoopGoesOn) {
   EXPECT_EQ(rc, RFC_CLOSED);
   EXPECT_EQ(echo.processed, 1);
 
-  const std::vector<ScriptedRfcCall> raised = script().CallsOf("RfcRaise");
+  const std::vector<stand_in::Record> raised = script().CallsOf("RfcRaise");
   ASSERT_EQ(raised.size(), 1u);
   EXPECT_EQ(raised[0].handle, 1u);
   EXPECT_EQ(raised[0].text, kMissing);
@@ -221,7 +218,7 @@ TEST_F(ServerAppTest, IdleHookThatClosesTheConnectionEndsTheLoopWithSix) {
   EXPECT_EQ(app.Run(0), RFC_CLOSED);
   EXPECT_EQ(app.idles, 3);
   EXPECT_EQ(connection.GetHandle(), 0u);
-  const std::vector<ScriptedRfcCall> closed = script().CallsOf("RfcClose");
+  const std::vector<stand_in::Record> closed = script().CallsOf("RfcClose");
   ASSERT_EQ(closed.size(), 1u);
   EXPECT_EQ(closed[0].handle, 1u);
   EXPECT_EQ(CountOf(Entries(), "RfcListen"), 3);

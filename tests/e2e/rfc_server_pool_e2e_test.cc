@@ -1,18 +1,16 @@
 // The server application's thread pool against a running sapsim: several
 // pool threads registered under one program id serve concurrent sapsim call
 // processes, each call on a clone, until the gateway cancels the
-// registrations; a function without clone is refused on every call.
+// registrations.
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -21,7 +19,6 @@
 #include "platform/thread.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
-#include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_app.h"
@@ -29,6 +26,7 @@
 #include "tests/e2e/server_test_support.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
+#include "tests/support/field_info.h"
 
 namespace {
 
@@ -68,15 +66,8 @@ class CountingFunc : public CRfcServerFunc {
   void Init() {
     rc_ = std::make_unique<CRfcSimpleParam>("BATCH_RC", TYPE_INT, 4, 0, 0);
     table_ = std::make_unique<CRfcTableParam>("BATCH_TABLE", 30, 0, 0, nullptr, "");
-    CRfcFieldInfo fields[2] = {};
-    SetFieldName(fields[0], "H_IDENT");
-    fields[0].column = 0;
-    fields[0].type = TYPE_CHAR;
-    fields[0].length = 10;
-    SetFieldName(fields[1], "NAME");
-    fields[1].column = 1;
-    fields[1].type = TYPE_CHAR;
-    fields[1].length = 20;
+    CRfcFieldInfo fields[2] = {test_support::Field("H_IDENT", 0, TYPE_CHAR, 10),
+                               test_support::Field("NAME", 1, TYPE_CHAR, 20)};
     table_->AddFieldInfo(fields, 2);
     AddExport(rc_.get());
     AddTable(table_.get());
@@ -194,40 +185,6 @@ TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
   EXPECT_EQ(CountOf(run.out, "RfcAccept          handle = 0"), 0) << run.out;
   EXPECT_NE(run.out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"), std::string::npos)
       << run.out;
-}
-
-TEST_F(ServerPoolE2eTest, FunctionWithoutCloneIsRefusedOnEveryCall) {
-  sapsim::testing::TempDir trace_dir;
-  GetRfcTrace().SetDirectory(trace_dir.path());
-  GetRfcTrace().SetTraceOn(1);
-  CRfcServerApp app(&connection_);
-  server_test::EchoFunc echo("Z_POOL_NOCLONE");
-  app.AddFunction(&echo);
-  std::vector<sapsim::testing::RunResult> results;
-  const PoolRun run = RunPool(app, 2, [&] {
-    for (int i = 0; i < 3; ++i) results.push_back(Call("Z_POOL_NOCLONE", 1));
-  });
-  GetRfcTrace().SetTraceOn(0);
-
-  ASSERT_TRUE(run.registered) << run.out;
-  EXPECT_EQ(run.rc, 0);
-  EXPECT_EQ(echo.processed, 0);
-  // The caller is told that the server ended the call without an answer.
-  for (const sapsim::testing::RunResult& result : results) {
-    EXPECT_EQ(result.exit_code, 1);
-    EXPECT_EQ(result.out.find("BATCH_RC"), std::string::npos);
-  }
-  // The calling thread prints the short text, its trace gets the long one.
-  const std::regex refused(
-      "\n Thread +[12]:  You have to implement the clone function CRfcServerFunc::clone\\(\\) in "
-      "the derived class of CRfcServerFunc\\.");
-  EXPECT_EQ(std::distance(std::sregex_iterator(run.out.begin(), run.out.end(), refused), std::sregex_iterator()), 3)
-      << run.out;
-  int explained = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(trace_dir.path())) {
-    explained += CountOf(sapsim::testing::ReadFile(entry.path().string()), server_test::CloneExplanationInTrace());
-  }
-  EXPECT_EQ(explained, 3);
 }
 
 }  // namespace

@@ -1,10 +1,11 @@
-// The server application's thread pool against the scripted RFC library:
+// The server application's thread pool against the stand-in RFC library:
 // accepts that fail, the thread limit, a clone per call, functions without
 // clone, and the monitor's report. Once Run started a pool the process stays
 // in pool mode, so these tests live apart from the single-threaded ones.
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <regex>
 #include <string>
@@ -13,9 +14,8 @@
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/server/rfc_server_app.h"
-#include "tests/e2e/scripted_rfc_library.h"
 #include "tests/e2e/server_test_support.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
@@ -26,7 +26,6 @@ constexpr const char* kThreadsFailed = "In CRfcServerApp::Run,  some threads fai
 
 class ServerPoolTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(SCRIPTED_RFC_LIBRARY)); }
 
   void SetUp() override {
     script().Reset();
@@ -40,16 +39,16 @@ class ServerPoolTest : public ::testing::Test {
     script().Reset();
     script().first_handle = 10;
     // Threads whose accept failed read this from RfcLastErrorEx.
-    ScriptedRfc::SetErrorEx(script().accept_error_ex, 101, "RFC_ERROR_COMMUNICATION",
+    stand_in::State::SetErrorEx(script().accept_error_ex, 101, "RFC_ERROR_COMMUNICATION",
                             "gateway refused");
   }
 
-  static ScriptedRfc& script() { return ScriptOf(SCRIPTED_RFC_LIBRARY); }
+  static stand_in::State& script() { return rfc_test::Fake(); }
 
   // Connections the pool was cancelled on end the threads well.
   static void CancelWhenIdle() {
     script().dispatch_default = RFC_CLOSED;
-    ScriptedRfc::SetErrorEx(script().last_error_ex, 109, "RFC_ERROR_CANCELLED",
+    stand_in::State::SetErrorEx(script().last_error_ex, 109, "RFC_ERROR_CANCELLED",
                             "registration cancelled");
   }
 
@@ -115,11 +114,11 @@ TEST_F(ServerPoolTest, ThreadWhoseAcceptFailsEndsWith99AndRunReportsIt) {
   EXPECT_NE(out.find("\n\n Main Thread:  1 thread(s) terminated with an error.\n"),
             std::string::npos);
   // The report closes the null handle, as the library's cleanup.
-  const std::vector<ScriptedRfcCall> closed = script().CallsOf("RfcClose");
+  const std::vector<stand_in::Record> closed = script().CallsOf("RfcClose");
   ASSERT_EQ(closed.size(), 1u);
   EXPECT_EQ(closed[0].handle, 0u);
   // Every accept used the application connection's vector.
-  for (const ScriptedRfcCall& accept : script().CallsOf("RfcAccept")) EXPECT_EQ(accept.text, "-aPOOL");
+  for (const stand_in::Record& accept : script().CallsOf("RfcAccept")) EXPECT_EQ(accept.text, "-aPOOL");
   EXPECT_TRUE(CRfcServerApp::IsMultiThreaded());
 }
 
@@ -141,27 +140,52 @@ TEST_F(ServerPoolTest, AtMostOneThousandAndOneThreadsAreStarted) {
   EXPECT_EQ(static_cast<int>(script().CallsOf("RfcAccept").size()), 1001);
 }
 
-TEST_F(ServerPoolTest, HandlesBeyondTheThreadTableReportAsTheMainThread) {
-  CRfcServerApp app(&connection_);
-  EchoFunc echo("Z_ECHO");
-  app.AddFunction(&echo);
-  script().first_handle = CRfcServerApp::kThreadTableSize;
-  script().pending_calls = {"Z_ECHO"};
-  CancelWhenIdle();
-  const PoolRun run = RunPool(app, 1);
-  EXPECT_EQ(run.rc, 0);
-  EXPECT_NE(run.out.find("\n Thread   1:  RfcAccept          handle = 2499"), std::string::npos)
-      << run.out;
-  EXPECT_NE(run.out.find("\n Main Thread  You have to implement the clone function"),
-            std::string::npos)
-      << run.out;
+// The calling thread prints the short text, its trace gets the long one;
+// handles beyond the thread table report as the main thread.
+TEST_F(ServerPoolTest, FunctionWithoutCloneIsRefusedOnEveryCall) {
+  const struct {
+    ConnectionHandle first_handle;
+    const char* accepted;
+    const char* prefix;
+  } cases[] = {{10, "\n Thread   1:  RfcAccept          handle = 10", "\n Thread   1:  "},
+               {CRfcServerApp::kThreadTableSize, "\n Thread   1:  RfcAccept          handle = 2499",
+                "\n Main Thread  "}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.prefix);
+    script().Reset();
+    CRfcServerApp app(&connection_);
+    EchoFunc echo("Z_ECHO");
+    app.AddFunction(&echo);
+    script().first_handle = c.first_handle;
+    script().pending_calls = {"Z_ECHO", "Z_ECHO"};
+    CancelWhenIdle();
+    testutil::TempDir traces;
+    GetRfcTrace().SetDirectory(traces.path());
+    GetRfcTrace().SetTraceOn(1);
+    const PoolRun run = RunPool(app, 1);
+    GetRfcTrace().SetTraceOn(0);
+    EXPECT_EQ(run.rc, 0);
+    EXPECT_EQ(echo.processed, 0);
+    EXPECT_NE(run.out.find(c.accepted), std::string::npos) << run.out;
+    EXPECT_EQ(CountOf(run.out, std::string(c.prefix) +
+                                   "You have to implement the clone function "
+                                   "CRfcServerFunc::clone() in the derived class of CRfcServerFunc."),
+              2)
+        << run.out;
+    int explained = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(traces.path())) {
+      explained += CountOf(testutil::ReadBytes(entry.path().string()),
+                           server_test::CloneExplanationInTrace());
+    }
+    EXPECT_EQ(explained, 2);
+  }
 }
 
 TEST_F(ServerPoolTest, ConnectionClosedWithoutCancellationIsAcceptedAgain) {
   CRfcServerApp app(&connection_);
   // The first connection closes with another group; the second accept fails.
   script().dispatch_default = RFC_CLOSED;
-  ScriptedRfc::SetErrorEx(script().last_error_ex, 104, "RFC_ERROR_CLOSED", "partner left");
+  stand_in::State::SetErrorEx(script().last_error_ex, 104, "RFC_ERROR_CLOSED", "partner left");
   script().failing_accepts = {2};
   const PoolRun run = RunPool(app, 1);
   EXPECT_EQ(run.thrown, kThreadsFailed);

@@ -11,7 +11,7 @@
 
 #include "rfc/core/rfc_data.h"
 #include "rfc/core/rfc_string.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 

@@ -5,21 +5,29 @@
 
 #include "rfc/binding/rfc_binding.h"
 
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "platform/dynamic_library.h"
-#include "tests/rfc/rfc_stub_library.h"
+#include "tests/support/stand_in_rfc.h"
 
 namespace {
 
-// Every forwarder, called with harmless arguments (the stubs only record them).
-std::vector<std::pair<std::string, std::function<void()>>> AllForwarders() {
-  return {
+std::string ThrownBy(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const char* text) {
+    return text;
+  }
+  return "<nothing thrown>";
+}
+
+TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
+  // Every forwarder, called with harmless arguments.
+  const std::vector<std::pair<std::string, std::function<void()>>> forwarders = {
       {"RfcOpen", [] { RfcOpen(nullptr); }},
       {"RfcAccept", [] { RfcAccept(nullptr); }},
       {"RfcClose", [] { RfcClose(0); }},
@@ -34,7 +42,7 @@ std::vector<std::pair<std::string, std::function<void()>>> AllForwarders() {
       {"RfcSendData", [] { RfcSendData(0, nullptr, nullptr); }},
       {"RfcRaise", [] { RfcRaise(0, nullptr); }},
       {"RfcGetAttributes", [] { RfcGetAttributes(0, nullptr); }},
-      {"RfcLastError", [] { RFC_ERROR_INFO e; RfcLastError(&e); }},
+      {"RfcLastError", [] { RfcLastError(nullptr); }},
       {"RfcLastErrorEx", [] { RfcLastErrorEx(nullptr); }},
       {"ItCreate", [] { ItCreate(nullptr, 0, 0, 0); }},
       {"ItFree", [] { ItFree(nullptr); }},
@@ -47,43 +55,36 @@ std::vector<std::pair<std::string, std::function<void()>>> AllForwarders() {
       {"RfcCancelRegisterServer",
        [] { RfcCancelRegisterServer(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }},
   };
-}
-
-std::string ThrownBy(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const char* text) {
-    return text;
-  }
-  return "<nothing thrown>";
-}
-
-TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
-  const auto forwarders = AllForwarders();
-  ASSERT_EQ(forwarders.size(), 24u);
-
   // Nothing loaded yet: every forwarder throws its own name, twice.
   for (const auto& [name, call] : forwarders) {
     EXPECT_EQ(ThrownBy(call), "Failed to get pointer to function: " + name);
     EXPECT_EQ(ThrownBy(call), "Failed to get pointer to function: " + name);
   }
-
   // A failed load changes nothing.
   EXPECT_FALSE(LoadRfcLibrary("/nonexistent/librfc.so"));
   EXPECT_EQ(ThrownBy(forwarders[0].second), "Failed to get pointer to function: RfcOpen");
 
-  // The complete library: RfcOpen and RfcListen resolve to it.
-  ASSERT_TRUE(LoadRfcLibrary(RFC_STUB_COMPLETE));
-  EXPECT_EQ(RfcOpen(nullptr), static_cast<ConnectionHandle>(StubResult(kStubComplete, kStubRfcOpen)));
-  EXPECT_EQ(RfcListen(0), StubResult(kStubComplete, kStubRfcListen));
+  // Two libraries that answer apart.
+  stand_in::State& complete = stand_in::StandIn(STAND_IN_RFC);
+  stand_in::State& partial = stand_in::StandIn(STAND_IN_RFC_PARTIAL);
+  complete.open_result = 1001;
+  complete.listen_default = 1002;
+  complete.dispatch_default = 1003;
+  partial.open_result = 2001;
+  partial.listen_default = 2002;
+  partial.dispatch_default = 2003;
+
+  ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC));
+  EXPECT_EQ(RfcOpen(nullptr), 1001u);
+  EXPECT_EQ(RfcListen(0), 1002);
 
   // A second library replaces the handle, but resolved addresses stay in use;
   // entry points not yet resolved come from the new library, and the one it
   // lacks fails although the first library had it.
-  ASSERT_TRUE(LoadRfcLibrary(RFC_STUB_WITHOUT_CHECK_REGISTER));
-  EXPECT_EQ(RfcOpen(nullptr), static_cast<ConnectionHandle>(StubResult(kStubComplete, kStubRfcOpen)));
-  EXPECT_EQ(RfcListen(0), StubResult(kStubComplete, kStubRfcListen));
-  EXPECT_EQ(RfcDispatch(0), StubResult(kStubWithoutCheckRegister, kStubRfcDispatch));
+  ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC_PARTIAL));
+  EXPECT_EQ(RfcOpen(nullptr), 1001u);
+  EXPECT_EQ(RfcListen(0), 1002);
+  EXPECT_EQ(RfcDispatch(0), 2003);
   EXPECT_EQ(ThrownBy(forwarders[22].second),
             "Failed to get pointer to function: RfcCheckRegisterServer");
 
@@ -91,22 +92,44 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
   // resolved ones keep working.
   EXPECT_FALSE(LoadRfcLibrary("/nonexistent/librfc.so"));
   EXPECT_EQ(ThrownBy([] { RfcRaise(0, nullptr); }), "Failed to get pointer to function: RfcRaise");
-  EXPECT_EQ(RfcDispatch(0), StubResult(kStubWithoutCheckRegister, kStubRfcDispatch));
+  EXPECT_EQ(RfcDispatch(0), 2003);
 
   // Loading the complete library again makes the missing entry point work,
   // with the caller's arguments.
-  ASSERT_TRUE(LoadRfcLibrary(RFC_STUB_COMPLETE));
+  ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC));
+  complete.check_result = 1004;
+  complete.check_total = 3;
   int counts[4] = {};
-  ErrorInfoEx error{};
-  EXPECT_EQ(RfcCheckRegisterServer("PROG", "gwhost", "sapgw00", &counts[0], &counts[1],
-                                   &counts[2], &counts[3], &error),
-            StubResult(kStubComplete, kStubRfcCheckRegisterServer));
-  const StubCall& call = *reinterpret_cast<StubLastCall_t>(platform::GetLibrarySymbol(
-      platform::LoadDynamicLibrary(RFC_STUB_COMPLETE), "StubLastCall"))();
-  EXPECT_STREQ(call.function, "RfcCheckRegisterServer");
-  EXPECT_STREQ(static_cast<const char*>(call.pointers[2]), "sapgw00");
-  const void* expected[] = {&counts[0], &counts[1], &counts[2], &counts[3], &error};
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(call.pointers[3 + i], expected[i]) << i;
+  EXPECT_EQ(RfcCheckRegisterServer("PROG", "gwhost", "sapgw00", &counts[0], &counts[1], &counts[2],
+                                   &counts[3], nullptr),
+            1004);
+  EXPECT_EQ(complete.log.back().text, "PROG");
+  EXPECT_EQ(counts[0] + counts[2], 6);
+
+  // Every forwarder reaches the entry point of its own name (those the
+  // library logs), with the caller's handle and text.
+  partial.Reset();
+  complete.Reset();
+  for (const auto& [name, call] : forwarders) {
+    const size_t before = complete.log.size() + partial.log.size();
+    call();
+    if (name.rfind("RfcLastError", 0) == 0 || name == "ItFill" || name.rfind("ItG", 0) == 0) continue;
+    ASSERT_EQ(complete.log.size() + partial.log.size(), before + 1) << name;
+    const auto& last = complete.log.size() > 0 && complete.log.back().entry == name
+                           ? complete.log.back() : partial.log.back();
+    EXPECT_EQ(last.entry, name);
+  }
+  RfcCall(42, "RFCPING", nullptr, nullptr);
+  EXPECT_EQ(complete.log.back().handle, 42u);
+  EXPECT_EQ(complete.log.back().text, "RFCPING");
+  const TableHandle table = ItCreate("T", 4, 0, 0);
+  void* grown = ItGupLine(table, 2);
+  EXPECT_EQ(ItGetLine(table, 2), grown);
+  EXPECT_EQ(ItFill(table), 2u);
+  complete.SetLastError("KEY", "status", "message");
+  RFC_ERROR_INFO error{};
+  EXPECT_EQ(RfcLastError(&error), RFC_OK);
+  EXPECT_STREQ(error.message, "message");
 }
 
 }  // namespace

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "rfc/core/rfc_allocation.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 

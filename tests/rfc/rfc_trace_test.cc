@@ -18,14 +18,15 @@
 #include "platform/path.h"
 #include "platform/thread.h"
 #include "rfc/core/rfc_allocation.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
+#include "tests/support/polling.h"
 
 namespace {
 
-using rfc_test::ReadFile;
+using testutil::ReadBytes;
 using rfc_test::RunTraced;
-using rfc_test::SplitCrLf;
-using rfc_test::TempDir;
+using testutil::CrLfLines;
+using testutil::TempDir;
 using ::testing::ElementsAre;
 
 std::string TraceFileOf(const std::string& directory, uint32_t thread_id) {
@@ -82,7 +83,7 @@ TEST_F(RfcTraceTest, LinesEndInCrLfAndAreFlushedAtOnceToTheEndOfTheFile) {
     trace.WriteBlankLines(-3);
     trace.WriteBlankLines(2);
     trace.WriteLine("two\nparts");
-    seen_while_running = ReadFile(file);
+    seen_while_running = ReadBytes(file);
   });
   EXPECT_EQ(run.content, "earlier\r\nfirst\r\n\r\n\r\ntwo\r\nparts\r\n");
   EXPECT_EQ(seen_while_running, run.content);
@@ -146,7 +147,7 @@ TEST_F(RfcTraceTest, ThreadsWriteFilesOfTheirOwnNeverMixed) {
                           std::filesystem::directory_iterator()),
             kThreads);
   for (int t = 0; t < kThreads; ++t) {
-    const auto lines = SplitCrLf(ReadFile(TraceFileOf(dir.path(), ids[t])));
+    const auto lines = CrLfLines(ReadBytes(TraceFileOf(dir.path(), ids[t])));
     ASSERT_EQ(lines.size(), static_cast<size_t>(kLines * 5));
     for (int i = 0; i < kLines; ++i) {
       EXPECT_EQ(lines[i * 5 + 4], "T" + std::to_string(t) + ":" + std::to_string(i));
@@ -179,7 +180,7 @@ TEST_F(RfcTraceTest, DirectoryRules) {
     id = platform::CurrentThreadId();
     trace.WriteLine("here");
   }).join();
-  EXPECT_EQ(ReadFile(TraceFileOf(dir.path(), id)), "here\r\n");
+  EXPECT_EQ(ReadBytes(TraceFileOf(dir.path(), id)), "here\r\n");
 
   // A file that cannot be opened drops its thread's lines for good.
   trace.SetDirectory(dir.path() + "/missing");

@@ -1,4 +1,4 @@
-// Connections against the fake library: modes and their option blocks, the
+// Connections against the stand-in library: modes and their option blocks, the
 // open and its trace lines, the open lock, the ping, closing only what was
 // opened, accepting, the partner's release, the system information, and the
 // default transform.
@@ -16,37 +16,17 @@
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_simple_param.h"
-#include "tests/rfc/function/fake_library_fixture.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
-using rfc_function_test::FakeLibraryTest;
+using rfc_test::StandInTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 const auto kHeader = StartsWith("Rfc Class Library Trace at   ");
 
-// What RfcOpen was handed, in short: the mode and the option block's words.
-std::string Block(const fake_rfc::Open& open) {
-  const std::string mode = std::to_string(open.mode) + ":";
-  if (!open.has_options) return mode + " none";
-  switch (open.mode) {
-    case 0:
-      return mode + " " + open.host + " " + std::to_string(open.system_number) + " " +
-             open.gateway_host + " " + open.gateway_service;
-    case 1:
-      return mode + " " + open.gateway_host + " " + open.gateway_service;
-    default:
-      return mode + " " + (open.host_null ? "-" : open.host) + " " +
-             std::to_string(open.system_number) + " lb" + std::to_string(open.load_balancing) +
-             " " + (open.message_server_null ? "-" : open.message_server_host) + " " +
-             open.system_name + " " + open.group + " " + std::to_string(open.mode3_flag) + " " +
-             std::to_string(open.reserved);
-  }
-}
-
-class ConnectionTest : public FakeLibraryTest {
+class ConnectionTest : public StandInTest {
  protected:
   static CRfcLogonInfo Logon() {
     CRfcLogonInfo logon;
@@ -71,6 +51,11 @@ class ConnectionTest : public FakeLibraryTest {
     info.group = "PUBLIC";
     info.mode3_flag = 5;
     return info;
+  }
+  std::vector<ConnectionHandle> Closed() {
+    std::vector<ConnectionHandle> handles;
+    for (const auto& call : fake().CallsOf("RfcClose")) handles.push_back(call.handle);
+    return handles;
   }
   static std::unique_ptr<CRfcConnection> Prepared(const CRfcConnInfo& info) {
     auto connection = std::make_unique<CRfcConnection>();
@@ -110,17 +95,15 @@ TEST_F(ConnectionTest, EachModeOpensWithItsOptionBlock) {
       continue;
     }
     ASSERT_EQ(fake().opens.size(), 1u) << c.block;
-    EXPECT_EQ(Block(fake().opens[0]), c.block);
+    EXPECT_EQ(fake().opens[0].block, c.block);
     EXPECT_EQ(connection->GetHandle(), 7u);
     EXPECT_EQ(connection->OwnsHandle(), 1);
     // Every open is pinged; an open connection is not opened again.
     EXPECT_EQ(fake().calls.at(0).function, "RFCPING");
     connection->Open();
     EXPECT_EQ(fake().opens.size(), 1u);
-    const fake_rfc::Open& open = fake().opens[0];
-    EXPECT_EQ(open.destination + open.client + open.user + open.password + open.language,
-              "DEST100BATCHsecretE");  // the password as stored
-    EXPECT_EQ(open.trace, 0);
+    EXPECT_EQ(fake().opens[0].logon, "DEST 100 BATCH secret E");  // the password as stored
+    EXPECT_EQ(fake().opens[0].trace, 0);
   }
 }
 
@@ -128,7 +111,7 @@ TEST_F(ConnectionTest, TheMessageServerIsUsedWhenItsFieldsAreSet) {
   auto connection = Prepared(Info(0));
   connection->OpenLoadBalanced();
   ASSERT_EQ(fake().opens.size(), 1u);
-  EXPECT_EQ(Block(fake().opens[0]), "3: - 0 lb1 mshost DEV PUBLIC 0 0");
+  EXPECT_EQ(fake().opens[0].block, "3: - 0 lb1 mshost DEV PUBLIC 0 0");
   EXPECT_EQ(connection->GetConnInfo().mode, 3);
   EXPECT_EQ(fake().Count("RfcCall"), 2u);  // pinged by the open and once more
   // Open already: only the ping, and a failed one throws.
@@ -148,7 +131,7 @@ TEST_F(ConnectionTest, TheMessageServerIsUsedWhenItsFieldsAreSet) {
   auto without = Prepared(info);
   without->SetTraceFlag(1);
   without->OpenViaMessageServer();
-  EXPECT_EQ(Block(fake().opens.back()), "4: none");
+  EXPECT_EQ(fake().opens.back().block, "4: none");
   EXPECT_EQ(fake().opens.back().trace, 1);
   EXPECT_EQ(without->GetConnInfo().mode, 4);
 }
@@ -229,7 +212,7 @@ TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
   fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char**) { return RFC_CLOSED; };
   EXPECT_EQ(connection.Ping(), 0u);
   EXPECT_EQ(connection.GetHandle(), 0u);  // closed: forgotten without RfcClose
-  EXPECT_TRUE(fake().closes.empty());
+  EXPECT_TRUE(fake().CallsOf("RfcClose").empty());
   // Only the library's error record means a failed ping; a text passes on.
   connection.AttachHandle(12);
   fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char**) -> int {
@@ -245,7 +228,7 @@ TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
   EXPECT_THROW(opened->Open(), RFC_ERROR_INFO);
   EXPECT_EQ(opened->GetHandle(), 7u);
   opened.reset();
-  EXPECT_THAT(fake().closes, ElementsAre(7u));
+  EXPECT_THAT(Closed(), ElementsAre(7u));
 }
 
 TEST_F(ConnectionTest, CloseClosesOnlyWhatItOpenedOrAccepted) {
@@ -253,7 +236,7 @@ TEST_F(ConnectionTest, CloseClosesOnlyWhatItOpenedOrAccepted) {
   borrowed.AttachHandle(33);
   borrowed.Close();
   EXPECT_EQ(borrowed.GetHandle(), 33u);
-  EXPECT_TRUE(fake().closes.empty());
+  EXPECT_TRUE(fake().CallsOf("RfcClose").empty());
 
   auto connection = Prepared(Info(0));
   connection->Open();
@@ -265,19 +248,20 @@ TEST_F(ConnectionTest, CloseClosesOnlyWhatItOpenedOrAccepted) {
   connection->SetConnInfo(Info(0));  // new records close first
   connection->Open();
   connection->SetLogonInfo(Logon());
-  EXPECT_THAT(fake().closes, ElementsAre(7u, 7u, 7u));
+  EXPECT_THAT(Closed(), ElementsAre(7u, 7u, 7u));
 
   char program[] = "-aPROG";
   char* argv[] = {program, nullptr};
   connection->Open();
+  fake().first_handle = 9;
   auto run = rfc_test::RunTraced([&] { connection->Accept(argv); });  // closes first, too
   EXPECT_EQ(connection->GetHandle(), 9u);
   EXPECT_EQ(connection->OwnsHandle(), 1);
   EXPECT_EQ(connection->GetArgv(), argv);
-  EXPECT_THAT(fake().accepts, ElementsAre(argv));
-  EXPECT_EQ(fake().closes.size(), 4u);
+  EXPECT_EQ(fake().CallsOf("RfcAccept").at(0).text, "-aPROG");
+  EXPECT_EQ(Closed().size(), 4u);
   EXPECT_EQ(run.lines.back(), "CRfcConnection::Accept(char**) succeeded");
-  fake().accept_result = 0;
+  fake().fail_every_accept = true;
   auto failed =
       rfc_test::RunTraced([&] { EXPECT_THROW(connection->Accept(argv), RFC_ERROR_INFO); });
   EXPECT_EQ(connection->GetHandle(), 0u);
@@ -325,7 +309,7 @@ TEST_F(ConnectionTest, AnEmptyPartnerReleaseIsAskedFromTheSystem) {
   ASSERT_EQ(fake().calls.size(), 2u);
   EXPECT_EQ(fake().calls[1].function, "RFC_GET_SAP_SYSTEM_PARAMETERS");
   std::vector<std::string> exports;
-  for (const fake_rfc::Param& param : fake().receives[1].exports) {
+  for (const stand_in::Entry& param : fake().receives[1].params) {
     exports.push_back(param.name + " " + std::to_string(param.type) + " " +
                       std::to_string(param.length));
   }
@@ -347,14 +331,14 @@ TEST_F(ConnectionTest, AnEmptyPartnerReleaseIsAskedFromTheSystem) {
 }
 
 TEST_F(ConnectionTest, SystemInformationIsFetchedOnceAndFlattened) {
-  rfc_function_test::Dictionary dictionary;
+  rfc_test::Dictionary dictionary;
   dictionary.params = {{"E", "RFCSI_EXPORT", "RFCSI", "", "u", 20},
                        {"E", "CURRENT_RESOURCES", "SIMPLE", "CURRENT_RESOURCES", "I", 4}};
   dictionary.structures = {{"RFCSI",
                             {{"RFCSI", "SYSID", 1, 0, 8, 0, "C"},
                              {"RFCSI", "SAPREL", 2, 8, 4, 0, "C"},
                              {"RFCSI", "PORT", 3, 12, 4, 0, "I"}}}};
-  rfc_function_test::Answer(dictionary);
+  rfc_test::Answer(dictionary);
   fake().receive_by_function["RFC_SYSTEM_INFO"] = [](RfcParameterEntry* exports, RfcTableEntry*,
                                                      char**) {
     std::memcpy(exports[0].address, "DEV     46C ", 12);

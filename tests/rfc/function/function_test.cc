@@ -18,13 +18,12 @@
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/rfc/function/fake_library_fixture.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
-using rfc_function_test::FakeLibraryTest;
-using rfc_function_test::FillTable;
+using rfc_test::StandInTest;
+using rfc_test::FillTable;
 using ::testing::ElementsAre;
 
 template <typename Entry>
@@ -34,10 +33,10 @@ std::vector<std::string> Names(const std::vector<Entry>& entries) {
   return names;
 }
 
-class FunctionTest : public FakeLibraryTest {
+class FunctionTest : public StandInTest {
  protected:
   void SetUp() override {
-    FakeLibraryTest::SetUp();
+    StandInTest::SetUp();
     connection_.AttachHandle(42);
   }
   int Call(CRfcClientFunc& function, int all = 0) {
@@ -51,13 +50,13 @@ TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   CRfcClientFunc empty(&connection_, "rfcping");
   EXPECT_EQ(Call(empty), 0);
   ASSERT_EQ(fake().calls.size(), 1u);
-  EXPECT_EQ(fake().calls[0].handle, 42u);
+  EXPECT_EQ(fake().CallsOf("RfcCall")[0].handle, 42u);
   EXPECT_EQ(fake().calls[0].function, "RFCPING");
   // Only terminators; the receive gets the same table array.
-  EXPECT_EQ(fake().calls[0].import_array[0].name, nullptr);
-  EXPECT_EQ(fake().calls[0].table_array[0].name, nullptr);
-  EXPECT_EQ(fake().receives[0].export_array[0].name, nullptr);
-  EXPECT_EQ(fake().receives[0].table_array, fake().calls[0].table_array);
+  EXPECT_EQ(fake().calls[0].params_array[0].name, nullptr);
+  EXPECT_EQ(fake().calls[0].tables_array[0].name, nullptr);
+  EXPECT_EQ(fake().receives[0].params_array[0].name, nullptr);
+  EXPECT_EQ(fake().receives[0].tables_array, fake().calls[0].tables_array);
 
   CRfcClientFunc function(&connection_, "F");
   CRfcSimpleParam a("A", TYPE_CHAR, 3, 0, 0), b("B", TYPE_INT, 4, 0, 0);
@@ -80,41 +79,41 @@ TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   // Active simple imports and structures go; a passed simple import turns
   // inactive, a structure stays active. Exports and tables go whole.
   Call(function);
-  const fake_rfc::Call& first = fake().calls[1];
-  EXPECT_THAT(Names(first.imports), ElementsAre("A", "S"));
-  EXPECT_EQ(first.imports[0].bytes, "xy ");
-  EXPECT_EQ(first.imports[0].type, TYPE_CHAR);
-  EXPECT_EQ(first.imports[1].type, TYPE_BYTE);
-  EXPECT_EQ(first.imports[1].length, 6u);
+  const stand_in::Exchange& first = fake().calls[1];
+  EXPECT_THAT(Names(first.params), ElementsAre("A", "S"));
+  EXPECT_EQ(first.params[0].bytes, "xy ");
+  EXPECT_EQ(first.params[0].type, TYPE_CHAR);
+  EXPECT_EQ(first.params[1].type, TYPE_BYTE);
+  EXPECT_EQ(first.params[1].length, 6u);
   EXPECT_EQ(a.IsActive(), 0);
   EXPECT_EQ(s.IsActive(), 1);
-  const fake_rfc::Receive& receive = fake().receives[1];
-  EXPECT_THAT(Names(receive.exports), ElementsAre("E1", "E2"));
-  EXPECT_EQ(receive.exports[1].bytes, "000");
+  const stand_in::Exchange& receive = fake().receives[1];
+  EXPECT_THAT(Names(receive.params), ElementsAre("E1", "E2"));
+  EXPECT_EQ(receive.params[1].bytes, "000");
   EXPECT_EQ(e1.IsActive(), 0);  // exports never touch the flag
   EXPECT_THAT(Names(receive.tables), ElementsAre("T1", "T2"));
   EXPECT_EQ(receive.tables[0].handle, t1.GetTableHandle());
-  EXPECT_EQ(receive.tables[1].line_length, 20u);
+  EXPECT_EQ(receive.tables[1].length, 20u);
 
   // A second call without setting A passes only the structure; every import
   // goes with bAll. Imports that turn active later fit the kept array.
   Call(function);
-  EXPECT_THAT(Names(fake().calls[2].imports), ElementsAre("S"));
+  EXPECT_THAT(Names(fake().calls[2].params), ElementsAre("S"));
   Call(function, 1);
-  EXPECT_THAT(Names(fake().calls[3].imports), ElementsAre("A", "B", "S"));
+  EXPECT_THAT(Names(fake().calls[3].params), ElementsAre("A", "B", "S"));
   a.SetActive(1);
   b.SetActive(1);
   Call(function);
-  EXPECT_THAT(Names(fake().calls[4].imports), ElementsAre("A", "B", "S"));
-  EXPECT_EQ(fake().calls[4].import_array, fake().calls[1].import_array);
-  EXPECT_EQ(fake().receives[4].export_array, fake().receives[1].export_array);
+  EXPECT_THAT(Names(fake().calls[4].params), ElementsAre("A", "B", "S"));
+  EXPECT_EQ(fake().calls[4].params_array, fake().calls[1].params_array);
+  EXPECT_EQ(fake().receives[4].params_array, fake().receives[1].params_array);
 
   // A list that changes gets a new array with a new terminator.
   CRfcSimpleParam e3("E3", TYPE_INT, 4, 0, 0);
   function.AddExport(&e3);
   Call(function);
-  EXPECT_THAT(Names(fake().receives[5].exports), ElementsAre("E1", "E2", "E3"));
-  EXPECT_EQ(fake().receives[5].export_array[3].name, nullptr);
+  EXPECT_THAT(Names(fake().receives[5].params), ElementsAre("E1", "E2", "E3"));
+  EXPECT_EQ(fake().receives[5].params_array[3].name, nullptr);
 }
 
 TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
@@ -225,7 +224,7 @@ TEST_F(FunctionTest, AFailedRfcCallThrowsTheLibrarysErrorAndTheFunctionStaysUsab
   fake().call_result = 0;
   a.SetActive(1);
   EXPECT_EQ(Call(function), 0);
-  EXPECT_THAT(Names(fake().calls.back().imports), ElementsAre("A"));
+  EXPECT_THAT(Names(fake().calls.back().params), ElementsAre("A"));
 }
 
 TEST_F(FunctionTest, AllocationFailuresAreReported) {
@@ -279,12 +278,12 @@ TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
   // A function that described itself owns what it made; what the
   // application added stays the application's (the sanitizer build sees a
   // leak or a use after free).
-  rfc_function_test::Dictionary dictionary;
+  rfc_test::Dictionary dictionary;
   dictionary.params = {{"I", "QUERY", "SIMPLE", "QUERY", "C", 10},
                        {"E", "COUNT", "SIMPLE", "COUNT", "I", 4},
                        {"T", "LINES", "ZLINE", "", "h", 3}};
   dictionary.structures = {{"ZLINE", {{"ZLINE", "TEXT", 1, 0, 3, 0, "C"}}}};
-  rfc_function_test::Answer(dictionary);
+  rfc_test::Answer(dictionary);
   auto own = std::make_unique<CRfcSimpleParam>("MINE", TYPE_CHAR, 3, 0, 0);
   auto own_table = std::make_unique<CRfcTableParam>("MYTAB", 4, 0, 0, nullptr, nullptr);
   {
@@ -293,7 +292,7 @@ TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
     function.AddImport(own.get());
     function.AddTable(own_table.get());
   }
-  EXPECT_EQ(fake().created.size(), 3u);  // PARAMS, FIELDS, LINES
+  EXPECT_EQ(fake().Count("ItCreate"), 3u);  // PARAMS, FIELDS, LINES
   EXPECT_EQ(fake().deleted.size(), 3u);  // LINES went with its parameter
   EXPECT_STREQ(own->GetName(), "MINE");
   EXPECT_STREQ(own_table->GetName(), "MYTAB");

@@ -11,11 +11,11 @@
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/rfc/function/fake_library_fixture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
-class MetaDumpTest : public rfc_function_test::FakeLibraryTest {
+class MetaDumpTest : public rfc_test::StandInTest {
  protected:
   // A structure parameter of type ZPAIR {KEY CHAR 5, COUNT INT}; with
   // `gap` only COUNT is described.

@@ -13,13 +13,12 @@
 #include "rfc/function/rfc_byte_order.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
-#include "tests/rfc/function/fake_library_fixture.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 #include "tests/support/field_info.h"
 
 namespace {
 
-using rfc_function_test::FakeLibraryTest;
+using rfc_test::StandInTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
@@ -29,7 +28,7 @@ std::string Bytes(const unsigned char* data, size_t length) {
   return std::string(reinterpret_cast<const char*>(data), length);
 }
 
-class ParamTest : public FakeLibraryTest {};
+class ParamTest : public StandInTest {};
 
 TEST_F(ParamTest, SimpleParametersTakeTheLengthOfTheirTypeAndStartCleared) {
   struct Case {

@@ -12,12 +12,11 @@
 
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_data.h"
-#include "tests/rfc/function/fake_library_fixture.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
-using rfc_function_test::FakeLibraryTest;
+using rfc_test::StandInTest;
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
@@ -79,7 +78,7 @@ TEST(StructLayoutRule, NaturalAlignmentOfFloatIntAndInt2) {
   }
 }
 
-class StructInfoTest : public FakeLibraryTest {};
+class StructInfoTest : public StandInTest {};
 
 TEST_F(StructInfoTest, KeepsNormalisedCopiesAndInstallsOnceUnderItsName) {
   RecordingStruct info("MYSTRUCT");
@@ -103,7 +102,7 @@ TEST_F(StructInfoTest, KeepsNormalisedCopiesAndInstallsOnceUnderItsName) {
   EXPECT_EQ(info.GetFieldInfo(4), nullptr);
 
   ASSERT_EQ(fake().installs.size(), 1u);
-  const fake_rfc::Install& install = fake().installs[0];
+  const stand_in::Install& install = fake().installs[0];
   EXPECT_EQ(install.name, "MYSTRUCT");
   ASSERT_EQ(install.elements.size(), 4u);
   EXPECT_EQ(install.elements[1].name, "WHEN");

@@ -14,19 +14,18 @@
 #include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_byte_order.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/rfc/function/fake_library_fixture.h"
-#include "tests/rfc/trace_capture.h"
+#include "tests/rfc/rfc_test_support.h"
 #include "tests/support/field_info.h"
 
 namespace {
 
-using rfc_function_test::FakeLibraryTest;
+using rfc_test::StandInTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 using test_support::Field;
 
-class TableParamTest : public FakeLibraryTest {
+class TableParamTest : public StandInTest {
  protected:
   // Lines of {NAME CHAR 3, COUNT INT 4}: 8 bytes.
   static void Describe(CRfcTableParam& table) {
@@ -68,13 +67,13 @@ TEST_F(TableParamTest, OwnedTablesAreCreatedOnceAndDeleted) {
     EXPECT_EQ(table.GetTableHandle(), owned);
   }
   // The destructor deletes the owned table.
-  EXPECT_THAT(fake().log,
+  EXPECT_THAT(fake().Entries(),
               ElementsAre("RfcInstallStructure", "ItCreate", "ItFree", "ItFree", "ItDelete"));
   EXPECT_THAT(fake().deleted, ElementsAre(owned));
 }
 
 TEST_F(TableParamTest, ReceivedTablesAreForgottenNotDeleted) {
-  const TableHandle received = fake().NewTable("T", 8);
+  const TableHandle received = fake().NewTable(8);
   {
     CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
     table.TakeTableHandle(received);

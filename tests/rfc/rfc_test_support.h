@@ -1,0 +1,227 @@
+#pragma once
+// What the class-library tests share: running code with the trace on and
+// reading what it wrote, and a fixture on the stand-in RFC library with the
+// dictionary answers (PARAMS and FIELDS lines) it hands back.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/path.h"
+#include "platform/thread.h"
+#include "rfc/binding/rfc_binding.h"
+#include "rfc/core/rfc_allocation.h"
+#include "rfc/core/rfc_trace.h"
+#include "rfc/function/rfc_byte_order.h"
+#include "tests/support/stand_in_rfc.h"
+#include "tests/support/temp_dir.h"
+
+namespace rfc_test {
+
+struct TracedRun {
+  bool file_exists = false;
+  std::string content;             // the trace file as written
+  std::vector<std::string> lines;  // split at CR LF, a last unended line kept
+  bool threw_text = false;         // a const char* left the code ...
+  std::string thrown;              // ... with this text
+};
+
+// Runs `code` on a thread of its own, so that its trace file holds exactly
+// what it traced, with the trace on (or off) in a fresh directory. Exceptions
+// other than const char* are rethrown in the caller.
+inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = true) {
+  testutil::TempDir dir;
+  CRfcTrace& trace = GetRfcTrace();
+  trace.SetDirectory(dir.path());
+  trace.SetTraceOn(trace_on ? 1 : 0);
+  TracedRun run;
+  uint32_t thread_id = 0;
+  std::exception_ptr other;
+  auto body = [&] {
+    try {
+      code();
+    } catch (const char* text) {
+      run.threw_text = true;
+      run.thrown = text;
+    } catch (...) {
+      other = std::current_exception();
+    }
+  };
+  // The trace keeps a thread's file by thread id for good, and Windows gives
+  // the id of an ended thread to the next one at once: the code runs only on
+  // a thread whose id is new to this process. Threads with a used id wait,
+  // so that the next one gets another id, and end without running the code.
+  static std::set<uint32_t> used_ids;
+  std::vector<std::pair<std::promise<bool>, std::thread>> parked;
+  for (;;) {
+    std::promise<uint32_t> id;
+    std::promise<bool> go;
+    std::thread thread([&body, &id, run_it = go.get_future()]() mutable {
+      id.set_value(platform::CurrentThreadId());
+      if (run_it.get()) body();
+    });
+    thread_id = id.get_future().get();
+    if (used_ids.insert(thread_id).second) {
+      go.set_value(true);
+      thread.join();
+      break;
+    }
+    parked.emplace_back(std::move(go), std::move(thread));
+  }
+  for (auto& [go, thread] : parked) {
+    go.set_value(false);
+    thread.join();
+  }
+  trace.SetTraceOn(0);
+  const std::string file =
+      dir.path() + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
+  run.file_exists = std::filesystem::exists(file);
+  run.content = testutil::ReadBytes(file);
+  size_t start = 0;
+  for (size_t end; (end = run.content.find("\r\n", start)) != std::string::npos; start = end + 2) {
+    run.lines.push_back(run.content.substr(start, end - start));
+  }
+  if (start < run.content.size()) run.lines.push_back(run.content.substr(start));
+  if (other) std::rethrow_exception(other);
+  return run;
+}
+
+// The last `count` lines of a run.
+inline std::vector<std::string> Tail(const TracedRun& run, size_t count) {
+  return std::vector<std::string>(run.lines.end() - std::min(count, run.lines.size()),
+                                  run.lines.end());
+}
+
+// The stand-in library's state; loaded on first use.
+inline stand_in::State& Fake() {
+  static stand_in::State* state = [] {
+    if (!LoadRfcLibrary(STAND_IN_RFC)) throw std::runtime_error("cannot load " STAND_IN_RFC);
+    return &stand_in::StandIn(STAND_IN_RFC);
+  }();
+  return *state;
+}
+
+// Every test starts with a fresh library state, no planned allocation
+// failures, native byte order and the trace off.
+class StandInTest : public ::testing::Test {
+ protected:
+  void SetUp() override { Clean(); }
+  void TearDown() override { Clean(); }
+  static void Clean() {
+    Fake().Reset();
+    rfc::testing::ClearAllocationFaults();
+    SetRfcByteOrderSwitch(0);
+    GetRfcTrace().SetTraceOn(0);
+  }
+  stand_in::State& fake() { return Fake(); }
+};
+
+// A line of RFC_GET_FUNCTION_INTERFACE's PARAMS table.
+struct ParamsLine {
+  std::string param_class, parameter, tab_name, field_name, exid;
+  int32_t int_length = 0, decimals = 0;
+};
+// A line of RFC_GET_STRUCTURE_DEFINITION's FIELDS table.
+struct FieldsLine {
+  std::string tab_name, field_name;
+  int32_t position = 0, offset = 0, int_length = 0, decimals = 0;
+  std::string exid;
+};
+
+inline void Put(std::string& line, size_t at, const std::string& text, size_t length) {
+  std::string field = text.substr(0, length);
+  field.resize(length, ' ');
+  line.replace(at, length, field);
+}
+inline void PutInt(std::string& line, size_t at, int32_t value) {
+  std::memcpy(&line[at], &value, sizeof value);
+}
+
+// The lines in the long (208/80 bytes) or short (168/40) layout.
+inline std::string PackParams(const ParamsLine& p, bool long_layout) {
+  std::string line(long_layout ? 208 : 168, '\0');
+  const size_t names = long_layout ? 30 : 10, after = 31 + 2 * names;
+  Put(line, 0, p.param_class, 1);
+  Put(line, 1, p.parameter, 30);
+  Put(line, 31, p.tab_name, names);
+  Put(line, 31 + names, p.field_name, names);
+  Put(line, after, p.exid, 1);
+  PutInt(line, after + 9, p.int_length);
+  PutInt(line, after + 13, p.decimals);
+  Put(line, after + 17, "", 100);  // DEFAULT, PARAMTEXT
+  return line;
+}
+inline std::string PackFields(const FieldsLine& f, bool long_layout) {
+  std::string line(long_layout ? 80 : 40, '\0');
+  const size_t names = long_layout ? 30 : 10;
+  Put(line, 0, f.tab_name, names);
+  Put(line, names, f.field_name, names);
+  PutInt(line, 2 * names, f.position);
+  PutInt(line, 2 * names + 4, f.offset);
+  PutInt(line, 2 * names + 8, f.int_length);
+  PutInt(line, 2 * names + 12, f.decimals);
+  Put(line, 2 * names + 16, f.exid, 1);
+  return line;
+}
+
+// A receive that appends `lines` to the table entry named `table` (making the
+// table as the library would when the entry has none) and answers 0.
+inline stand_in::ReceiveScript FillTable(const std::string& table, std::vector<std::string> lines) {
+  return [table, lines](RfcParameterEntry*, RfcTableEntry* tables, char**) {
+    for (RfcTableEntry* entry = tables; entry != nullptr && entry->name != nullptr; ++entry) {
+      if (std::string(static_cast<const char*>(entry->name), entry->name_length) != table) continue;
+      if (entry->handle == nullptr) entry->handle = Fake().NewTable(entry->line_length);
+      for (const std::string& line : lines) Fake().AppendLine(entry->handle, line);
+    }
+    return 0;
+  };
+}
+
+// The text of the import `name` of an RfcCall (trailing blanks removed), or "<missing>".
+inline std::string ImportText(const stand_in::Exchange& call, const std::string& name) {
+  for (const stand_in::Entry& param : call.params) {
+    if (param.name != name) continue;
+    std::string text = param.bytes;
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
+    return text;
+  }
+  return "<missing>";
+}
+
+// Answers RFC_GET_FUNCTION_INTERFACE with `params` and RFC_GET_STRUCTURE_DEFINITION
+// from `structures` (TABLE_NOT_ACTIVE for any other).
+struct Dictionary {
+  std::vector<ParamsLine> params;
+  std::vector<std::pair<std::string, std::vector<FieldsLine>>> structures;
+  bool long_layout = true;
+};
+inline void Answer(const Dictionary& dictionary) {
+  std::vector<std::string> params;
+  for (const ParamsLine& line : dictionary.params) params.push_back(PackParams(line, dictionary.long_layout));
+  Fake().receive_by_function["RFC_GET_FUNCTION_INTERFACE"] = FillTable("PARAMS", params);
+  Fake().receive_by_function["RFC_GET_STRUCTURE_DEFINITION"] =
+      [dictionary](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) -> int {
+    const std::string name = ImportText(Fake().calls.back(), "TABNAME");
+    for (const auto& [structure, fields] : dictionary.structures) {
+      if (structure != name) continue;
+      std::vector<std::string> lines;
+      for (const FieldsLine& field : fields) lines.push_back(PackFields(field, dictionary.long_layout));
+      return FillTable("FIELDS", lines)(exports, tables, exception);
+    }
+    static char not_active[] = "TABLE_NOT_ACTIVE";
+    *exception = not_active;
+    return RFC_EXCEPTION;
+  };
+}
+
+}  // namespace rfc_test
