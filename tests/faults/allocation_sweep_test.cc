@@ -67,6 +67,11 @@ struct Operation {
 
 void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 
+// An operation with nothing to prepare.
+std::function<Step()> Plain(Step run) {
+  return [run] { return run; };
+}
+
 // The connection the operations share, opened before any fault is planned.
 CRfcConnection* g_connection = nullptr;
 
@@ -109,33 +114,29 @@ class NoOpServerFunc : public CRfcServerFunc {
 std::vector<Operation> Operations() {
   return {
       {"StringBuffers", false,
-       [] {
-         return Step([] {
-           CRfcString padded("abc", 30);
-           CRfcString text("abc");
-           text += "def";
-           CRfcString middle;
-           text.Mid(middle, 1, 3);
-           CRfcString copy(text);
-           copy = "xyz";
-           return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
-                             copy == "xyz",
-                         "texts");
-         });
-       },
+       Plain([] {
+         CRfcString padded("abc", 30);
+         CRfcString text("abc");
+         text += "def";
+         CRfcString middle;
+         text.Mid(middle, 1, 3);
+         CRfcString copy(text);
+         copy = "xyz";
+         return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
+                           copy == "xyz",
+                       "texts");
+       }),
        false, {kNoMemory}},
 
       {"ListStorage", false,
-       [] {
-         return Step([] {
-           int item = 0;
-           CRfcList<int> list;
-           list.InitList(2);
-           for (int i = 0; i < 25; ++i) list.Add(&item);
-           list.SetAtGrow(40, &item);
-           return Expect(list.GetCount() == 41 && list.GetAt(24) == &item, "list");
-         });
-       },
+       Plain([] {
+         int item = 0;
+         CRfcList<int> list;
+         list.InitList(2);
+         for (int i = 0; i < 25; ++i) list.Add(&item);
+         list.SetAtGrow(40, &item);
+         return Expect(list.GetCount() == 41 && list.GetAt(24) == &item, "list");
+       }),
        false, {kNoMemory}},
 
       {"PackedValueAsText", false,
@@ -151,70 +152,62 @@ std::vector<Operation> Operations() {
        true, {kNoMemory}},
 
       {"TraceFileOfANewThread", false,
-       [] {
-         return Step([] {
-           std::string outcome;
-           std::thread writer([&] {
-             try {
-               GetRfcTrace().WriteLine("a thread's first line");
-             } catch (const char* text) {
-               outcome = text;
-             }
-           });
-           writer.join();
-           return outcome;
+       Plain([] {
+         std::string outcome;
+         std::thread writer([&] {
+           try {
+             GetRfcTrace().WriteLine("a thread's first line");
+           } catch (const char* text) {
+             outcome = text;
+           }
          });
-       },
+         writer.join();
+         return outcome;
+       }),
        false, {kNoMemory}},
 
       {"SimpleParameter", false,
-       [] {
-         return Step([] {
-           CRfcSimpleParam param("count", TYPE_CHAR, 10, 0, 0);
-           param.SetType(TYPE_INT, 0, 0);
-           param.Value() = 42;
-           return Expect(param.GetLength() == 4 && static_cast<int>(param.Value()) == 42, "INT parameter");
-         });
-       },
+       Plain([] {
+         CRfcSimpleParam param("count", TYPE_CHAR, 10, 0, 0);
+         param.SetType(TYPE_INT, 0, 0);
+         param.Value() = 42;
+         return Expect(param.GetLength() == 4 && static_cast<int>(param.Value()) == 42, "INT parameter");
+       }),
        false, {kNoMemory}},
 
       {"StructureLayout", false,
-       [] {
-         return Step([] {
-           CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
-           CRfcFieldInfo fields[] = {Field("UNIT", 0, TYPE_CHAR, 3), Field("VALUE", 1, TYPE_FLOAT, 8),
-                                     Field("COUNT", 2, TYPE_INT, 4)};
-           table.AddFieldInfo(fields, 3);
-           return Expect(table.GetFieldCount() == 3 && table.GetLineLength() == 24 && fields[2].offset == 16,
-                         "layout");
-         });
-       },
+       Plain([] {
+         CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
+         CRfcFieldInfo fields[] = {Field("UNIT", 0, TYPE_CHAR, 3), Field("VALUE", 1, TYPE_FLOAT, 8),
+                                   Field("COUNT", 2, TYPE_INT, 4)};
+         table.AddFieldInfo(fields, 3);
+         return Expect(table.GetFieldCount() == 3 && table.GetLineLength() == 24 && fields[2].offset == 16,
+                       "layout");
+       }),
        false, {kNoMemory}},
 
       {"FunctionListsAndCallArrays", false,
-       [] {
-         return Step([] {
-           std::vector<std::unique_ptr<CRfcSimpleParam>> params;
-           std::vector<std::unique_ptr<CRfcTableParam>> tables;
-           CRfcClientFunc function(nullptr, "Z_MANY_PARAMETERS");
-           for (int i = 0; i < 11; ++i) {
-             const std::string name = "P" + std::to_string(i);
-             params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
-             function.AddImport(params.back().get());
-             params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
-             function.AddExport(params.back().get());
-             tables.push_back(std::make_unique<CRfcTableParam>(name.c_str(), 8, 0, 0, nullptr, nullptr));
-             function.AddTable(tables.back().get());
-           }
-           function.SetUpImports(1);
-           function.SetUpExports();
-           function.SetUpTables();
-           return Expect(function.GetImportArray()[11].name == nullptr &&
-                             function.GetExportArray()[11].name == nullptr &&
-                             function.GetTableArray()[11].name == nullptr && function.GetTables().GetCount() == 11,
-                         "call arrays");
-         });
-       },
+       Plain([] {
+         std::vector<std::unique_ptr<CRfcSimpleParam>> params;
+         std::vector<std::unique_ptr<CRfcTableParam>> tables;
+         CRfcClientFunc function(nullptr, "Z_MANY_PARAMETERS");
+         for (int i = 0; i < 11; ++i) {
+           const std::string name = "P" + std::to_string(i);
+           params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
+           function.AddImport(params.back().get());
+           params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
+           function.AddExport(params.back().get());
+           tables.push_back(std::make_unique<CRfcTableParam>(name.c_str(), 8, 0, 0, nullptr, nullptr));
+           function.AddTable(tables.back().get());
+         }
+         function.SetUpImports(1);
+         function.SetUpExports();
+         function.SetUpTables();
+         return Expect(function.GetImportArray()[11].name == nullptr &&
+                           function.GetExportArray()[11].name == nullptr &&
+                           function.GetTableArray()[11].name == nullptr && function.GetTables().GetCount() == 11,
+                       "call arrays");
+       }),
        false, {kNoMemory}},
 
       {"ClientCall", true,
@@ -243,32 +236,26 @@ std::vector<Operation> Operations() {
        true, {kNoMemory}},
 
       {"ClientFunctionAutoCreation", true,
-       [] {
-         return Step([] {
-           CRfcClientFunc function(g_connection, "Z_KTZ_BAPI_GET_DD_INFO", 1);
-           return Expect(function.GetImports().GetCount() == 1 && function.GetExports().GetCount() == 1 &&
-                             function.GetTables().GetCount() == 1,
-                         "interface");
-         });
-       },
+       Plain([] {
+         CRfcClientFunc function(g_connection, "Z_KTZ_BAPI_GET_DD_INFO", 1);
+         return Expect(function.GetImports().GetCount() == 1 && function.GetExports().GetCount() == 1 &&
+                           function.GetTables().GetCount() == 1,
+                       "interface");
+       }),
        false, {kAutoCreation, kNoInterface, "Failure to create parameters"}},
 
       {"StructureParameterAutoCreation", true,
-       [] {
-         return Step([] {
-           CRfcStructParam order("ORDER", 0, 1, g_connection, "ZORDERS");
-           return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22, "structure");
-         });
-       },
+       Plain([] {
+         CRfcStructParam order("ORDER", 0, 1, g_connection, "ZORDERS");
+         return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22, "structure");
+       }),
        false, {"Failure to auto-create structure parameter", kNoDefinition, "Failure from AddFieldInfo"}},
 
       {"TableParameterAutoCreation", true,
-       [] {
-         return Step([] {
-           CRfcTableParam orders("ORDERS", 0, 0, 1, g_connection, "ZORDERS");
-           return Expect(orders.GetFieldCount() == 3 && orders.GetLineLength() == 22, "table");
-         });
-       },
+       Plain([] {
+         CRfcTableParam orders("ORDERS", 0, 0, 1, g_connection, "ZORDERS");
+         return Expect(orders.GetFieldCount() == 3 && orders.GetLineLength() == 22, "table");
+       }),
        false, {"Failure to auto-create table parameter", kNoDefinition, "Failure from AddFieldInfo"}},
 
       // A function that cannot be made gives 0; a failure inside the call is
@@ -332,17 +319,15 @@ std::vector<Operation> Operations() {
        false, {kNoMemory}},
 
       {"BatchFunction", false,
-       [] {
-         return Step([] {
-           CBatchServerFunc::DdColumns columns;
-           columns[1] = std::make_unique<CSapColumn>("H_IDENT", 1, 0, TYPE_CHAR, 10, 0);
-           columns[2] = std::make_unique<CSapColumn>("COUNT", 2, 10, TYPE_INT, 4, 0);
-           columns[3] = std::make_unique<CSapColumn>("NOTE", 3, 14, TYPE_CHAR, 5, 0);
-           CBatchServerFunc function(nullptr, "Z_SWEEP_BATCH", "ZSWEEP", columns, nullptr);
-           return Expect(function.GetRowWidth() == 19 && function.GetTableParam()->GetLineLength() == 24,
-                         "batch function");
-         });
-       },
+       Plain([] {
+         CBatchServerFunc::DdColumns columns;
+         columns[1] = std::make_unique<CSapColumn>("H_IDENT", 1, 0, TYPE_CHAR, 10, 0);
+         columns[2] = std::make_unique<CSapColumn>("COUNT", 2, 10, TYPE_INT, 4, 0);
+         columns[3] = std::make_unique<CSapColumn>("NOTE", 3, 14, TYPE_CHAR, 5, 0);
+         CBatchServerFunc function(nullptr, "Z_SWEEP_BATCH", "ZSWEEP", columns, nullptr);
+         return Expect(function.GetRowWidth() == 19 && function.GetTableParam()->GetLineLength() == 24,
+                       "batch function");
+       }),
        false, {kNoMemory}},
   };
 }
