@@ -2,8 +2,8 @@
 // layer's fault seam reaches it, the log's last error can be read, and
 // LeakSanitizer sees what failed cycles leave behind), against a sapsim the
 // test starts, with `sapsim call` playing SAP. Faults: every allocation of a
-// batch, file errors of the log and of the XML documents, the SAP side killed
-// at chosen moments, and the gateway cancelling the registration.
+// batch, file errors of the log and of the XML documents, and the SAP side
+// killed at chosen moments.
 
 #include <signal.h>
 
@@ -20,7 +20,6 @@
 #include "app/settings.h"
 #include "platform/event.h"
 #include "platform/file.h"
-#include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
@@ -320,25 +319,6 @@ INSTANTIATE_TEST_SUITE_P(KillPoints, KillTest,
                            name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
                            return name;
                          });
-
-TEST_F(WorkerFaultTest, CancelledRegistrationEndsTheCycleQuietlyAndTheServerRegistersAgain) {
-  StartSapsim();
-  StartWorker();
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  int total = 0;
-  int cancelled = 0;
-  ErrorInfoEx error{};
-  EXPECT_EQ(RfcCancelRegisterServer(kProgramId, "127.0.0.1", sapsim_->port_text().c_str(), &total, &cancelled,
-                                    &error),
-            0);
-  EXPECT_EQ(cancelled, 1);
-  ASSERT_TRUE(WaitForServing(2)) << LogText();
-  const std::vector<LoggedCycle> cycles = Cycles();
-  ASSERT_EQ(cycles.size(), 2u);
-  EXPECT_EQ(cycles[0].Errors() + cycles[0].Unknown(), 0) << cycles[0].body;
-  EXPECT_EQ(Call(2, "AGAIN").out, "BATCH_RC=1\n");
-  EXPECT_EQ(Receipts(), 1);
-}
 
 }  // namespace
 }  // namespace faults
