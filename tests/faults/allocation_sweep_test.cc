@@ -352,12 +352,7 @@ class AllocationSweepTest : public ::testing::TestWithParam<Operation> {
     options.system_file = system_dir_.Write("system.json", sapsim::testing::SmallSystem());
     sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
     connection_ = std::make_unique<CRfcConnection>();
-    CRfcLogonInfo logon;
-    logon.client = "100";
-    logon.user = "BATCH";
-    logon.password = "secret";
-    logon.language = "E";
-    connection_->SetLogonInfo(logon);
+    connection_->SetLogonInfo(CRfcLogonInfo{"100", "BATCH", "secret", "E"});
     CRfcConnInfo info;
     info.mode = 0;
     info.destination = "SWEEP";
