@@ -18,14 +18,12 @@ namespace {
 
 stand_in::State& Script() { return stand_in::StandIn(STAND_IN_RFC); }
 
-// Describes the CHAR fields A and B (2 bytes) and, with `third`, C (1 byte).
-// The whole line is handed over each time, as AddFieldInfo lays out only
-// what it is given.
+// Describes the CHAR fields A and B (2 bytes) and, with `third`, C (1 byte);
+// the whole line each time, as AddFieldInfo lays out only what it is given.
 void Describe(CRfcTableParam& table, bool third) {
   CRfcFieldInfo fields[3] = {};
-  const char* names[] = {"A", "B", "C"};
   for (int i = 0; i < 3; ++i) {
-    SetFieldName(fields[i], names[i]);
+    SetFieldName(fields[i], std::string(1, static_cast<char>('A' + i)).c_str());
     fields[i].column = i;
     fields[i].type = TYPE_CHAR;
     fields[i].length = i < 2 ? 2 : 1;
@@ -33,20 +31,11 @@ void Describe(CRfcTableParam& table, bool third) {
   table.AddFieldInfo(fields, third ? 3 : 2);
 }
 
+// A table of `lines` lines whose third column is described when line
+// `widen_at` is read (never when negative).
 struct Widening {
-  CRfcTableParam* table;
-  unsigned at_line;
-};
-
-
-class AccessFaultTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC)); }
-  void SetUp() override { Script().Reset(); }
-  void TearDown() override { Script().Reset(); }
-
-  static std::unique_ptr<CRfcTableParam> TwoColumnTable(int lines) {
-    auto table = std::make_unique<CRfcTableParam>("T", 0, 0, 0, nullptr, "");
+  explicit Widening(int lines, int widen_at = -1) : at(widen_at) {
+    table = std::make_unique<CRfcTableParam>("T", 0, 0, 0, nullptr, "");
     Describe(*table, false);
     table->Create();
     for (int line = 0; line < lines; ++line) {
@@ -54,41 +43,44 @@ class AccessFaultTest : public ::testing::Test {
       table->GetData(table->GetCurrentLine(), 0) = "a";
       table->GetData(table->GetCurrentLine(), 1) = "b";
     }
-    return table;
+    Script().on_get_line = [this](unsigned line) {
+      if (static_cast<int>(line) == at) Describe(*table, true);
+    };
   }
+  std::unique_ptr<CRfcTableParam> table;
+  int at;
 };
 
-TEST_F(AccessFaultTest, LinesWithDifferentFieldCountsAbandonTheTable) {
-  auto table = TwoColumnTable(3);
-  Widening widening{table.get(), 2};
-  // Describes the third column when line `at_line` is read.
-  Script().on_get_line = [&widening](unsigned line) {
-    if (line == widening.at_line) Describe(*widening.table, true);
-  };
+class AccessFaultTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC)); }
+  void SetUp() override { Script().Reset(); }
+  void TearDown() override { Script().Reset(); }
+};
+
+TEST_F(AccessFaultTest, LinesOfDifferentWidthsOrAMissingLineAbandonTheTable) {
+  Widening wider(3, 2);
   try {
-    CSapTable text(table.get());
+    CSapTable text(wider.table.get());
     FAIL() << "lines of two widths made one table";
   } catch (const std::string& message) {
     EXPECT_EQ("Different number of cols in rows found!", message);
   }
-  EXPECT_EQ(3, table->GetFieldCount());
+  EXPECT_EQ(3, wider.table->GetFieldCount());
 
   // A change before the first line is read is no fault.
-  auto other = TwoColumnTable(2);
-  widening = Widening{other.get(), 1};
-  CSapTable text(other.get());
+  Widening early(2, 1);
+  CSapTable text(early.table.get());
   EXPECT_EQ(3, text.GetColumnCount());
   EXPECT_EQ(2u, text.GetRowCount());
-}
 
-TEST_F(AccessFaultTest, ALineTheLibraryCannotGiveIsTheClassLibrarysError) {
-  auto table = TwoColumnTable(3);
+  Widening plain(3);
   Script().missing_lines.insert(2);
   try {
-    CSapTable text(table.get());
+    CSapTable missing(plain.table.get());
     FAIL() << "a missing line was read";
-  } catch (const char* text) {
-    EXPECT_STREQ("ItGetLine Failure!", text);
+  } catch (const char* message) {
+    EXPECT_STREQ("ItGetLine Failure!", message);
   }
 }
 

@@ -1,7 +1,5 @@
 // The data-access layer on parameters filled by hand in the RFC library's own
-// internal tables (no SAP system): table and structure texts, the table
-// reader's cutting of lines into cells, the dictionary evaluation, and the
-// logon records.
+// internal tables (no SAP system).
 
 #include <cstring>
 
@@ -16,40 +14,30 @@
 #include "rfc/core/rfc_data.h"
 #include "rfc/core/rfc_trace.h"
 #include "tests/access/local_parameters.h"
+#include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
 
 namespace access_test {
 namespace {
 
+using testutil::Join;
+
 TEST(SapTableTest, RowsAndColumnsFollowTheLinesAndTheFirstLinesFields) {
   CSapTable none(nullptr);
-  EXPECT_EQ("", none.GetName());
-  EXPECT_EQ(0, none.SetRow(0));
-  EXPECT_EQ("", none.GetValue(0));
-  EXPECT_EQ(0, none.GetColumnCount());
+  EXPECT_EQ(Join(none.GetName(), none.SetRow(0), none.GetValue(0), none.GetColumnCount()), "|0||0|");
   auto param = MakeTable("ORDERS", {{"IDENT", TYPE_CHAR, 10}, {"QTY", TYPE_NUM, 6}});
   EXPECT_EQ(0, CSapTable(param.get()).GetColumnCount());  // no lines: no columns
-  for (const char* line : {"A-1 5", "B-2 17", "C-3 0"}) {
-    const std::string text = line;
-    AddLine(*param, {text.substr(0, 3), text.substr(4)});
-  }
+  for (const char* line : {"A-1 5", "B-2 17", "C-3 0"}) AddLine(*param, {std::string(line, 3), line + 4});
   CSapTable table(param.get());
-  EXPECT_EQ("ORDERS", table.GetName());
-  EXPECT_EQ(3u, table.GetRowCount());
-  EXPECT_EQ(16, table.GetTotalLength());
-  EXPECT_STREQ("QTY", table.GetColumnName(1));
-  EXPECT_EQ(nullptr, table.GetColumnName(2));
-  EXPECT_EQ(nullptr, table.GetColumnName(-1));
   const CSapColumn* qty = table.GetColumn(1);
-  EXPECT_EQ((std::vector<int>{TYPE_NUM, 6, 10, 1}),
-            (std::vector<int>{qty->GetType(), qty->GetLength(), qty->GetOffset(), qty->GetColumn()}));
-  EXPECT_EQ("C-3", table.GetValue(std::string("IDENT")));  // the last line built stays current
+  EXPECT_EQ(Join(table.GetName(), table.GetRowCount(), table.GetTotalLength(), table.GetColumnName(1),
+                 table.GetColumnName(2) == nullptr, table.GetColumnName(-1) == nullptr, qty->GetType() == TYPE_NUM,
+                 qty->GetLength(), qty->GetOffset(), qty->GetColumn(), table.GetValue(std::string("IDENT"))),
+            "ORDERS|3|16|QTY|1|1|1|6|10|1|C-3|");  // the last line built stays current
   ASSERT_EQ(1, table.SetRow(1));
-  EXPECT_EQ("B-2", table.GetValue(0));
-  EXPECT_EQ("000017", table.GetValue(std::string("QTY")));
-  EXPECT_EQ("", table.GetValue(2));
-  EXPECT_EQ("", table.GetValue(-1));
-  EXPECT_EQ("", table.GetValue(std::string("qty")));  // names are case-sensitive
+  EXPECT_EQ(Join(table.GetValue(0), table.GetValue(std::string("QTY")), table.GetValue(2), table.GetValue(-1),
+                 table.GetValue(std::string("qty"))),
+            "B-2|000017||||");
   for (int row : {3, -1}) {
     EXPECT_EQ(0, table.SetRow(row));
     EXPECT_EQ("", table.GetValue(std::string("IDENT")));  // no current row
@@ -85,16 +73,14 @@ TEST(SapTableTest, RepeatedNamesUndescribedColumnsAndUnreadableValues) {
   auto twice = MakeFilledTable("T", {{"A", TYPE_CHAR, 2}, {"A", TYPE_CHAR, 2}}, {{"x", "y"}});
   CSapTable table(twice.get());
   ASSERT_EQ(1, table.SetRow(0));
-  EXPECT_EQ("y", table.GetValue(std::string("A")));  // the later field
-  EXPECT_EQ("x", table.GetValue(0));
+  EXPECT_EQ(Join(table.GetValue(std::string("A")), table.GetValue(0)), "y|x|");  // a name finds the later field
 
   auto gap = MakeFilledTable("T", {{"FIRST", TYPE_CHAR, 3, 0, 0}, {"THIRD", TYPE_CHAR, 5, 0, 2}}, {{"one", "", "three"}});
   CSapTable gapped(gap.get());
-  EXPECT_EQ(3, gapped.GetColumnCount());
-  EXPECT_EQ(nullptr, gapped.GetColumnName(1));
   ASSERT_EQ(1, gapped.SetRow(0));
-  EXPECT_EQ("", gapped.GetValue(1));
-  EXPECT_EQ("three", gapped.GetValue(std::string("THIRD")));
+  EXPECT_EQ(Join(gapped.GetColumnCount(), gapped.GetColumnName(1) == nullptr, gapped.GetValue(1),
+                 gapped.GetValue(std::string("THIRD"))),
+            "3|1||three|");
 
   auto packed = MakeFilledTable("T", {{"IDENT", TYPE_CHAR, 2}, {"AMOUNT", TYPE_BCD, 2}}, {{"a", "1"}, {"b", "2"}});
   ASSERT_EQ(1, packed->GotoLine(1));
@@ -120,26 +106,19 @@ const std::vector<Field> kReturn = {
 
 TEST(SapStructureTest, CharacterAndNumericFieldsAreTextsEveryOtherTypeIsRefused) {
   auto param = MakeStructure("return", kReturn, {"E", "", "7", "  Structure X does not exist  "});
-  CSapStructure structure(param.get());
-  EXPECT_EQ("RETURN", structure.GetName());
-  EXPECT_EQ(4, structure.GetFieldCount());
-  EXPECT_EQ("", structure.GetValue(std::string("ID")));
-  EXPECT_EQ("007", structure.GetValue(std::string("NUMBER")));
-  EXPECT_EQ("  Structure X does not exist", structure.GetValue(std::string("MESSAGE")));
-  EXPECT_EQ("007", structure.GetValue(2));
-  for (int bad : {4, -1}) EXPECT_EQ("", structure.GetValue(bad));
-  for (const char* bad : {"type", "MISSING"}) EXPECT_EQ("", structure.GetValue(std::string(bad)));
-  EXPECT_EQ(220, structure.GetField(3)->GetLength());
+  CSapStructure s(param.get());
+  EXPECT_EQ(Join(s.GetName(), s.GetFieldCount(), s.GetValue(std::string("ID")), s.GetValue(std::string("NUMBER")),
+                 s.GetValue(std::string("MESSAGE")), s.GetValue(2), s.GetValue(4), s.GetValue(-1),
+                 s.GetValue(std::string("type")), s.GetValue(std::string("MISSING")), s.GetField(3)->GetLength()),
+            "RETURN|4||007|  Structure X does not exist|007|||||220|");
   CSapStructure none(nullptr);
-  EXPECT_EQ(0, none.GetFieldCount());
-  EXPECT_EQ("", none.GetValue(std::string("TYPE")));
+  EXPECT_EQ(Join(none.GetFieldCount(), none.GetValue(std::string("TYPE"))), "0||");
   auto twice = MakeStructure("S", {{"A", TYPE_CHAR, 2}, {"A", TYPE_NUM, 2}}, {"x", "5"});
   EXPECT_EQ("05", CSapStructure(twice.get()).GetValue(std::string("A")));
 
-  const std::vector<Field> refused = {{"D", TYPE_DATE, 8}, {"P", TYPE_BCD, 3, 1}, {"T", TYPE_TIME, 6},
-                                      {"X", TYPE_BYTE, 2}, {"F", TYPE_FLOAT, 8},  {"I", TYPE_INT, 4},
-                                      {"S", TYPE_INT2, 2}, {"B", TYPE_INT1, 1}};
-  for (const Field& field : refused) {
+  for (const Field& field : std::vector<Field>{{"D", TYPE_DATE, 8}, {"P", TYPE_BCD, 3, 1}, {"T", TYPE_TIME, 6},
+                                               {"X", TYPE_BYTE, 2}, {"F", TYPE_FLOAT, 8}, {"I", TYPE_INT, 4},
+                                               {"S", TYPE_INT2, 2}, {"B", TYPE_INT1, 1}}) {
     auto odd = MakeStructure("S", {{"OK", TYPE_NUM, 2}, field}, {});
     try {
       CSapStructure mapped(odd.get());
@@ -151,18 +130,17 @@ TEST(SapStructureTest, CharacterAndNumericFieldsAreTextsEveryOtherTypeIsRefused)
   }
 }
 
-// FIELDS records (name, offset, length, type, text) and DATA lines cut into
-// `table`, which may already hold columns of its own.
+// FIELDS records (name, offset, length, type, text) and DATA lines cut into a
+// table that may already hold columns of its own.
 struct Cut {
   Cut(const std::vector<std::vector<std::string>>& fields, const std::vector<std::string>& lines,
-      std::vector<Field> field_layout = ReadTableFields(), std::vector<std::string> earlier_columns = {}) {
+      std::vector<Field> field_layout = ReadTableFields(), const char* earlier_column = nullptr) {
     fields_param = MakeFilledTable("FIELDS", field_layout, fields);
-    std::vector<std::vector<std::string>> data;
-    for (const auto& line : lines) data.push_back({line});
-    data_param = MakeFilledTable("DATA", ReadTableData(), data);
+    data_param = MakeTable("DATA", ReadTableData());
+    for (const auto& line : lines) AddLine(*data_param, {line});
     CSapTable fields_text(fields_param.get());
     CSapTable data_text(data_param.get());
-    for (const std::string& column : earlier_columns) table.AddColumn(column);
+    if (earlier_column != nullptr) table.AddColumn(earlier_column);
     CReadTable::FillFromResult(table, infos, &fields_text, &data_text);
   }
   // The cell's text, or "<none>" when the table has no such cell.
@@ -171,54 +149,41 @@ struct Cut {
     if (table.GetCell(column, row, text) == 1) return text;
     return text.empty() ? "<none>" : "<stale>";
   }
-  std::unique_ptr<CRfcTableParam> fields_param;
-  std::unique_ptr<CRfcTableParam> data_param;
+  std::unique_ptr<CRfcTableParam> fields_param, data_param;
   CTextTable table;
   std::vector<std::unique_ptr<CColumnInfo>> infos;
 };
 
-TEST(ReadTableCutTest, LinesAreCutByOffsetAndLengthAndTrimmed) {
+TEST(ReadTableCutTest, LinesAreCutByOffsetAndLengthAndTrimmedAndOddRecordsReadAsTheyCome) {
   const std::vector<std::vector<std::string>> fields = {
       {"MANDT", "0", "3", "C", "Client"}, {"FUNCTION", "3", "30", "C", "Batch function"}, {"ACTIVE", "33", "1", "C", ""}};
   // The third line ends before ACTIVE (trailing blanks go on the way): an empty cell.
   const auto pad = [](std::string text) { return text + std::string(30 - text.size(), ' '); };
   const Cut cut(fields, {"100" + pad("Z_BATCH_ORDERS") + "Y", "100" + pad("  Z_PADDED") + "y", "100Z_BATCH_INACTIVE"});
-  EXPECT_EQ(3, cut.table.GetColumnCount());
-  EXPECT_EQ("Z_BATCH_ORDERS|Y|Z_PADDED|y|Z_BATCH_INACTIVE||<none>|<none>",
-            cut("FUNCTION", 0) + "|" + cut("ACTIVE", 0) + "|" + cut("FUNCTION", 1) + "|" + cut("ACTIVE", 1) + "|" +
-                cut("FUNCTION", 2) + "|" + cut("ACTIVE", 2) + "|" + cut("ACTIVE", 3) + "|" + cut("PROGRAMM", 0));
   const CColumnInfo* function = cut.table.GetColumnInfo(1);
-  EXPECT_EQ(3, function->offset);
-  EXPECT_EQ(30, function->length);
-  EXPECT_EQ("Batch function", function->text);
-  EXPECT_EQ("", function->type);  // looked up under a column name FIELDS does not have
-  EXPECT_EQ(3u, cut.infos.size());
+  EXPECT_EQ(Join(cut.table.GetColumnCount(), cut("FUNCTION", 0), cut("ACTIVE", 0), cut("FUNCTION", 1),
+                 cut("ACTIVE", 1), cut("FUNCTION", 2), cut("ACTIVE", 2), cut("ACTIVE", 3), cut("PROGRAMM", 0),
+                 function->offset, function->length, function->text, function->type, cut.infos.size()),
+            "3|Z_BATCH_ORDERS|Y|Z_PADDED|y|Z_BATCH_INACTIVE||<none>|<none>|3|30|Batch function||3|");
   const Cut empty(fields, {});
-  EXPECT_EQ(0, empty.table.GetRowCount());
-  EXPECT_EQ(2, empty.table.GetColumnIndex("ACTIVE"));
+  EXPECT_EQ(Join(empty.table.GetRowCount(), empty.table.GetColumnIndex("ACTIVE")), "0|2|");
   const Cut no_fields({}, {"100Z_ONE"});
-  EXPECT_EQ(0, no_fields.table.GetRowCount());
-  EXPECT_EQ("<none>", no_fields("ACTIVE", 0));
-}
+  EXPECT_EQ(Join(no_fields.table.GetRowCount(), no_fields("ACTIVE", 0)), "0|<none>|");
 
-TEST(ReadTableCutTest, OddFieldRecordsAreReadAsTheyCome) {
   // A repeated name keeps its first record.
   const Cut repeated({{"A", "0", "2", "", ""}, {"B", "2", "2", "", ""}, {"A", "4", "2", "", ""}}, {"aabbcc"});
-  EXPECT_EQ(2, repeated.table.GetColumnCount());
-  EXPECT_EQ("aa", repeated("A", 0));
+  EXPECT_EQ(Join(repeated.table.GetColumnCount(), repeated("A", 0)), "2|aa|");
   // Offsets and lengths that are no numbers count as 0 (or as their leading digits).
   std::vector<Field> text_numbers = ReadTableFields();
-  text_numbers[1].type = TYPE_CHAR;
-  text_numbers[2].type = TYPE_CHAR;
+  text_numbers[1].type = text_numbers[2].type = TYPE_CHAR;
   const Cut odd({{"FROM_START", "abc", "3", "", ""}, {"NO_LENGTH", "2", "x1", "", ""},
                  {"DIGITS_FIRST", "4x", "2z", "", ""}},
                 {"abcdefgh"}, text_numbers);
-  EXPECT_EQ("abc||ef", odd("FROM_START", 0) + "|" + odd("NO_LENGTH", 0) + "|" + odd("DIGITS_FIRST", 0));
+  EXPECT_EQ(Join(odd("FROM_START", 0), odd("NO_LENGTH", 0), odd("DIGITS_FIRST", 0)), "abc||ef|");
   // A length beyond the line is clipped to it; a column nobody described has no cells.
   EXPECT_EQ("fg", Cut({{"TAIL", "5", "100", "", ""}}, {"abcde  fg"})("TAIL", 0));
-  const Cut earlier({{"A", "0", "1", "", ""}}, {"ab"}, ReadTableFields(), {"EARLIER"});
-  EXPECT_EQ("<none>", earlier("EARLIER", 0));
-  EXPECT_EQ("a", earlier("A", 0));
+  const Cut earlier({{"A", "0", "1", "", ""}}, {"ab"}, ReadTableFields(), "EARLIER");
+  EXPECT_EQ(Join(earlier("EARLIER", 0), earlier("A", 0)), "<none>|a|");
 }
 
 // CDdInfo's columns as "position name type offset length decimals" lines,
@@ -235,10 +200,8 @@ std::string DdInfo(const std::string& type, const std::vector<std::vector<std::s
   CDdInfo info(result, no_table ? nullptr : &meta_table);
   if (info.IsComplete() == 0) return "refused: " + info.GetMessage() + (info.GetColumns().empty() ? "" : " + columns");
   std::string text;
-  for (const auto& [position, column] : info.GetColumns()) {
-    text += std::to_string(position) + " " + column->GetName() + " " + std::to_string(column->GetType()) + " " +
-            std::to_string(column->GetOffset()) + " " + std::to_string(column->GetLength()) + " " +
-            std::to_string(column->GetDecimals()) + ";";
+  for (const auto& [position, c] : info.GetColumns()) {
+    text += Join(position, c->GetName(), c->GetType(), c->GetOffset(), c->GetLength(), c->GetDecimals()) + ";";
   }
   return text;
 }
@@ -246,20 +209,17 @@ std::string DdInfo(const std::string& type, const std::vector<std::vector<std::s
 TEST(DdInfoTest, OnlyCapitalSIsSuccessAndOffsetsAreTheRunningSumsOfTheLengths) {
   EXPECT_EQ("", DdInfo("S", {}));
   EXPECT_EQ("", DdInfo("S", {}, false, true));
-  EXPECT_EQ("1 IDENT 0 0 10 0;2 QTY 8 10 4 0;3 AMOUNT 2 14 8 2;",
+  EXPECT_EQ("1|IDENT|0|0|10|0|;2|QTY|8|10|4|0|;3|AMOUNT|2|14|8|2|;",
             DdInfo("S", {{"IDENT", "1", "0", "10", "0"}, {"QTY", "2", "8", "4", "0"}, {"AMOUNT", "3", "2", "8", "2"}}));
   // A later row at the same position replaces the earlier, but both lengths count.
-  EXPECT_EQ("1 SECOND 0 5 7 0;2 THIRD 0 12 3 0;",
+  EXPECT_EQ("1|SECOND|0|5|7|0|;2|THIRD|0|12|3|0|;",
             DdInfo("S", {{"FIRST", "1", "0", "5", "0"}, {"SECOND", "1", "0", "7", "0"}, {"THIRD", "2", "0", "3", "0"}}));
   // Numbers that are no numbers count as zero.
-  EXPECT_EQ("0 ODD 0 0 0 0;2 NEXT 0 0 4 0;",
-            DdInfo("S", {{"ODD", "x", "C", "", "-1"}, {"NEXT", "2", "0", "4", "0"}}, true));
+  EXPECT_EQ("0|ODD|0|0|0|0|;2|NEXT|0|0|4|0|;", DdInfo("S", {{"ODD", "x", "C", "", "-1"}, {"NEXT", "2", "0", "4", "0"}}, true));
   for (const std::string type : {"s", "E", "W", "I", "A", ""}) {
     EXPECT_EQ("refused: Structure ZX does not exist", DdInfo(type, {{"F", "1", "0", "1", "0"}})) << type;
   }
 }
-
-std::string Text(const char* text) { return text; }
 
 TEST(ClientConnectionTest, TraceSwitchAndWhatTheTwoLogonSetUpsLeaveOfEachOther) {
   // The class-library trace is process-wide: a folder of the test's own, and off again afterwards.
@@ -278,19 +238,16 @@ TEST(ClientConnectionTest, TraceSwitchAndWhatTheTwoLogonSetUpsLeaveOfEachOther) 
   connection.SetAppServerLogon("apphost", 12, "100", "BATCH", "secret", "E", "sapgw12", 0);
   EXPECT_EQ(1, connection.SetLoadBalancingLogon(1, "mshost", "DEV", "PUBLIC", "200", "OTHER", "pw", "D", 0));
   EXPECT_STREQ("RELEASEUNKNOWN", connection.GetConnection().release);
-  for (const CRfcConnInfo* info : {&connection.GetConnection(), &connection.GetConnInfo()}) {
-    EXPECT_EQ("mshost DEV PUBLIC 0 apphost apphost sapgw12 12",
-              Text(info->message_server_host) + " " + Text(info->system_name) + " " + Text(info->group) + " " +
-                  std::to_string(info->mode) + " " + Text(info->host) + " " + Text(info->gateway_host) + " " +
-                  Text(info->gateway_service) + " " + std::to_string(info->system_number));
+  for (const CRfcConnInfo* i : {&connection.GetConnection(), &connection.GetConnInfo()}) {
+    EXPECT_EQ(Join(i->message_server_host, i->system_name, i->group, i->mode, i->host, i->gateway_host,
+                   i->gateway_service, i->system_number),
+              "mshost|DEV|PUBLIC|0|apphost|apphost|sapgw12|12|");
   }
   const CRfcLogonInfo& logon = connection.GetLogonInfo();
-  EXPECT_EQ("200 OTHER pw D",
-            Text(logon.client) + " " + Text(logon.user) + " " + Text(logon.password) + " " + Text(logon.language));
+  EXPECT_EQ(Join(logon.client, logon.user, logon.password, logon.language), "200|OTHER|pw|D|");
   // The other way round the message server's fields stay as well.
   connection.SetAppServerLogon("other", 0, "100", "BATCH", "secret", "E", "3300", 0);
-  EXPECT_STREQ("mshost", connection.GetConnInfo().message_server_host);
-  EXPECT_STREQ("other", connection.GetConnInfo().host);
+  EXPECT_EQ(Join(connection.GetConnInfo().message_server_host, connection.GetConnInfo().host), "mshost|other|");
 }
 
 }  // namespace

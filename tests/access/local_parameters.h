@@ -4,11 +4,15 @@
 // that the text conversions can be fed any content.
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "rfc/binding/rfc_binding.h"
+#include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
+#include "tests/sapsim/support/rfc_library.h"
 
 namespace access_test {
 
@@ -21,25 +25,76 @@ struct Field {
 };
 
 // Loads librfcsim.so of this build through the binding, once per process.
-void LoadLocalLibrary();
+inline void LoadLocalLibrary() {
+  static const bool loaded = LoadRfcLibrary(sapsim::testing::LibraryPath().c_str());
+  if (!loaded) throw std::runtime_error("cannot load " + sapsim::testing::LibraryPath());
+}
+
+// Describes `fields` to a table or structure parameter.
+template <typename Param>
+void AddFields(Param& param, const std::vector<Field>& fields) {
+  LoadLocalLibrary();
+  std::vector<CRfcFieldInfo> records(fields.size());
+  for (size_t i = 0; i < fields.size(); ++i) {
+    SetFieldName(records[i], fields[i].name.c_str());
+    records[i].column = fields[i].column >= 0 ? fields[i].column : static_cast<int>(i);
+    records[i].type = fields[i].type;
+    records[i].length = fields[i].length;
+    records[i].decimals = fields[i].decimals;
+  }
+  param.AddFieldInfo(records.data(), static_cast<int>(records.size()));
+}
+
+// Integers are assigned as numbers for the integer and byte types.
+inline void Assign(CRfcData& value, int type, const std::string& text) {
+  if (type == TYPE_INT || type == TYPE_INT2 || type == TYPE_INT1 || type == TYPE_BYTE) {
+    value = static_cast<RFC_INT>(std::stol(text));
+  } else {
+    value = text.c_str();
+  }
+}
 
 // A table parameter with the given fields and an internal table of its own.
-std::unique_ptr<CRfcTableParam> MakeTable(const std::string& name, const std::vector<Field>& fields);
-// Appends a line; each text is assigned to its column's value (integers are
-// assigned as numbers for the integer and byte types).
-void AddLine(CRfcTableParam& table, const std::vector<std::string>& texts);
-// A table whose lines are the given texts, with the fields given.
-std::unique_ptr<CRfcTableParam> MakeFilledTable(const std::string& name,
-                                                const std::vector<Field>& fields,
-                                                const std::vector<std::vector<std::string>>& lines);
+inline std::unique_ptr<CRfcTableParam> MakeTable(const std::string& name, const std::vector<Field>& fields) {
+  auto table = std::make_unique<CRfcTableParam>(name.c_str(), 0, 0, 0, nullptr, "");
+  AddFields(*table, fields);
+  table->Create();
+  return table;
+}
+
+// Appends a line, one text per column.
+inline void AddLine(CRfcTableParam& table, const std::vector<std::string>& texts) {
+  if (table.GotoLine(static_cast<int>(ItFill(table.GetTableHandle()))) == 0) throw std::runtime_error("no line");
+  for (size_t c = 0; c < texts.size(); ++c) {
+    const CRfcFieldInfo* info = table.GetFieldInfo(static_cast<int>(c));
+    if (info != nullptr) Assign(table.GetData(table.GetCurrentLine(), static_cast<int>(c)), info->type, texts[c]);
+  }
+}
+
+inline std::unique_ptr<CRfcTableParam> MakeFilledTable(const std::string& name, const std::vector<Field>& fields,
+                                                       const std::vector<std::vector<std::string>>& lines) {
+  std::unique_ptr<CRfcTableParam> table = MakeTable(name, fields);
+  for (const auto& line : lines) AddLine(*table, line);
+  return table;
+}
 
 // A structure parameter with the given fields and values.
-std::unique_ptr<CRfcStructParam> MakeStructure(const std::string& name,
-                                               const std::vector<Field>& fields,
-                                               const std::vector<std::string>& values);
+inline std::unique_ptr<CRfcStructParam> MakeStructure(const std::string& name, const std::vector<Field>& fields,
+                                                      const std::vector<std::string>& values) {
+  auto structure = std::make_unique<CRfcStructParam>(name.c_str(), 0, 0, nullptr, "");
+  AddFields(*structure, fields);
+  structure->ResetValue();
+  for (size_t i = 0; i < values.size() && i < fields.size(); ++i) {
+    Assign(structure->FieldValue(static_cast<int>(i)), fields[i].type, values[i]);
+  }
+  return structure;
+}
 
 // RFC_READ_TABLE's FIELDS and DATA layouts.
-std::vector<Field> ReadTableFields();
-std::vector<Field> ReadTableData();
+inline std::vector<Field> ReadTableFields() {
+  return {{"FIELDNAME", TYPE_CHAR, 30}, {"OFFSET", TYPE_NUM, 6}, {"LENGTH", TYPE_NUM, 6},
+          {"TYPE", TYPE_CHAR, 1},       {"FIELDTEXT", TYPE_CHAR, 60}};
+}
+inline std::vector<Field> ReadTableData() { return {{"WA", TYPE_CHAR, 512}}; }
 
 }  // namespace access_test

@@ -50,15 +50,11 @@ TEST_F(BatchAppTest, WorkerCyclesUntilTheNamedEventIsSetAndAStartClearsAnOldStop
   ASSERT_TRUE(Eventually([&] { return Headers() >= 2; })) << LogText();
   EXPECT_EQ(testutil::FileNames(dir_.path(), ".log"), std::vector<std::string>{CLogFile::GetDate() + ".log"});
   uint32_t code = 0;
-  ASSERT_TRUE(context.thread_handle->GetExitCode(&code));
-  EXPECT_EQ(code, platform::kStillActive);
-
+  ASSERT_TRUE(context.thread_handle->GetExitCode(&code) && code == platform::kStillActive);
   ASSERT_TRUE(stop->Set());
   EXPECT_EQ(CBatchApp::IsRunning(name), 0);
-  ASSERT_TRUE(context.thread_handle->Join(20000));
-  EXPECT_EQ(context.finished, 1);
-  ASSERT_TRUE(context.thread_handle->GetExitCode(&code));
-  EXPECT_EQ(code, 0u);
+  ASSERT_TRUE(context.thread_handle->Join(20000) && context.thread_handle->GetExitCode(&code));
+  EXPECT_EQ(testutil::Join(context.finished, code), "1|0|");
   const std::string log = LogText();
   EXPECT_EQ(CountOf(log, "# HEADER\r\n"), CountOf(log, " - RFC_ERROR_INFO\nKey: ")) << log;
 
@@ -81,9 +77,8 @@ TEST_F(BatchAppTest, WorkerEndsAtItsFirstCheckWhenThereIsNothingToRunFor) {
     // An empty instance name gives an event nobody can open by name.
     CBatchApp app(MakeSettings(""));
     ASSERT_EQ(app.Start(), 1);
-    CWorkerContext& context = *ProcessWorkerContexts().front();
-    ASSERT_TRUE(context.thread_handle->Join(20000));
-    EXPECT_EQ(context.finished, 1);
+    ASSERT_TRUE(ProcessWorkerContexts().front()->thread_handle->Join(20000));
+    EXPECT_EQ(ProcessWorkerContexts().front()->finished, 1);
   }
   // A stop signalled before the first check; then a cleared running flag,
   // whatever the event says.

@@ -56,38 +56,31 @@ class BatchServerTest : public ::testing::Test {
   std::string ini_;
 };
 
-TEST_F(BatchServerTest, SigintSetsTheStopEventAndExitsWithZero) {
-  auto server = Start(ini_, "output.txt");
+TEST_F(BatchServerTest, SecondProcessUnderTheSameNameLeavesTheFirstRunningAndSigintSetsTheStopEvent) {
+  auto first = Start(ini_, "first.txt");
   ASSERT_TRUE(Eventually([&] { return Headers() >= 1; })) << LogText();
-  ASSERT_EQ(testutil::FileNames(logs_).size(), 1u);
-  const std::string name = testutil::FileNames(logs_)[0];
-  EXPECT_EQ(name.size(), 12u);
-  EXPECT_EQ(name.find_first_not_of("0123456789"), 8u) << name;
-  EXPECT_EQ(name.substr(8), ".log");
+  const std::vector<std::string> names = testutil::FileNames(logs_);
+  ASSERT_EQ(names.size(), 1u);
+  EXPECT_EQ(names[0].size(), 12u);
+  EXPECT_EQ(names[0].find_first_not_of("0123456789"), 8u) << names[0];
+  EXPECT_EQ(names[0].substr(8), ".log");
   // Keep the event alive past the process to see that termination set it.
   std::unique_ptr<platform::Event> watch = platform::Event::Open(name_);
   ASSERT_TRUE(watch);
   ASSERT_EQ(watch->Wait(0), platform::WaitResult::kTimeout);
 
-  ASSERT_EQ(kill(server->pid(), SIGINT), 0);
-  ExpectCleanExit(*server);
-  EXPECT_EQ(watch->Wait(0), platform::WaitResult::kSignaled);
-  EXPECT_EQ(testutil::ReadBytes(dir_.File("output.txt")), "");
-}
-
-TEST_F(BatchServerTest, SecondProcessUnderTheSameNameLeavesTheFirstOneRunning) {
-  auto first = Start(ini_, "first.txt");
-  ASSERT_TRUE(Eventually([&] { return Headers() >= 1; })) << LogText();
   const size_t threads = first->ThreadCount();
   auto second = Start(ini_, "second.txt");
   ASSERT_TRUE(Eventually([&] { return Headers() >= 2; })) << LogText();
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   EXPECT_EQ(first->ThreadCount(), threads);
   EXPECT_FALSE(first->Poll().has_value());
-  for (auto* server : {second.get(), first.get()}) {
-    ASSERT_EQ(kill(server->pid(), SIGTERM), 0);
-    ExpectCleanExit(*server);
-  }
+  ASSERT_EQ(kill(first->pid(), SIGINT), 0);
+  ExpectCleanExit(*first);
+  EXPECT_EQ(watch->Wait(0), platform::WaitResult::kSignaled);
+  EXPECT_EQ(testutil::ReadBytes(dir_.File("first.txt")), "");
+  ASSERT_EQ(kill(second->pid(), SIGTERM), 0);
+  ExpectCleanExit(*second);
 }
 
 TEST_F(BatchServerTest, LibraryThatCannotBeLoadedEndsTheWorkerForGood) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/notify_socket.h"
+#include "tests/support/polling.h"
 
 namespace {
 
@@ -51,11 +52,9 @@ TEST(WorkerStatusTest, ManagerHearsReadyThenEveryChangedLineAndTheRecordFollows)
                                        " (program id BATCHSRV, gateway sapgw1 sapgw00)"});
     WorkerStatusData read{};
     ASSERT_TRUE(ReadWorkerStatus(instance, &read));
-    EXPECT_EQ(read.state, static_cast<uint32_t>(WorkerState::kServing));
-    EXPECT_EQ(read.batches, 2u);
-    EXPECT_EQ(std::string(read.last_batch_id), "001047032436008");
-    EXPECT_EQ(read.failed_cycles, 0u);
-    EXPECT_EQ(read.process_id, getpid());
+    EXPECT_EQ(testutil::Join(read.state == static_cast<uint32_t>(WorkerState::kServing), read.batches,
+                             read.last_batch_id, read.failed_cycles, read.process_id == getpid()),
+              "1|2|001047032436008|0|1|");
 
     status.CycleStarting();
     status.Stopping();
@@ -75,11 +74,10 @@ TEST(WorkerStatusTest, RetryingCountsFailedCyclesSinceTheFirstAndKeepsTheLastErr
   const int64_t first = status.data().since_ms;
   status.CycleStarting();
   status.CycleFailed("K2", "second");
-  EXPECT_EQ(status.data().state, static_cast<uint32_t>(WorkerState::kRetrying));
-  EXPECT_EQ(status.data().since_ms, first);
-  EXPECT_EQ(status.data().failed_cycles, 2u);
-  EXPECT_EQ(std::string(status.data().error_key), "K2");
-  EXPECT_EQ(std::string(status.data().error_message), "second");
+  const WorkerStatusData& data = status.data();
+  EXPECT_EQ(testutil::Join(data.state == static_cast<uint32_t>(WorkerState::kRetrying), data.since_ms == first,
+                           data.failed_cycles, data.error_key, data.error_message),
+            "1|1|2|K2|second|");
   const std::string long_text(5000, 'x');
   status.Ended(long_text);
   EXPECT_EQ(std::string(status.data().ended_reason), long_text.substr(0, 511));

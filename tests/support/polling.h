@@ -2,6 +2,7 @@
 // Waiting for another process or thread, and counting what it wrote.
 
 #include <chrono>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,6 +22,14 @@ bool Eventually(Predicate done, std::chrono::milliseconds patience = kPatience) 
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return true;
+}
+
+// Values each followed by '|': many results compared in one assertion.
+template <typename... Values>
+std::string Join(const Values&... values) {
+  std::ostringstream out;
+  ((out << values << '|'), ...);
+  return out.str();
 }
 
 // Occurrences of `part` in `text`, overlapping ones included.

@@ -1,0 +1,324 @@
+// The worker's real service cycle in the test's own process (so that the file
+// layer's fault seam reaches it, the log's last error can be read, and
+// LeakSanitizer sees what failed cycles leave behind), against a sapsim the
+// test starts, with `sapsim call` playing SAP. Faults: every allocation of a
+// batch, file errors of the log and of the XML documents, and the SAP side
+// killed at chosen moments.
+
+#include <signal.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/batch_app.h"
+#include "app/globals.h"
+#include "app/settings.h"
+#include "platform/event.h"
+#include "platform/file.h"
+#include "rfc/core/rfc_allocation.h"
+#include "tests/sapsim/support/rfc_library.h"
+#include "tests/sapsim/support/sapsim_process.h"
+#include "tests/support/log_reading.h"
+#include "tests/support/polling.h"
+
+namespace faults {
+namespace {
+
+using testutil::CountOf;
+using testutil::Eventually;
+constexpr const char* kProgramId = "BATCHFAULT";
+const std::string kWaiting = "\r\n...WAITING FOR BATCHES...\r\n";
+
+// One batch function over a two-field structure; ZKTZ_BATCHES says so.
+constexpr const char* kSystem = R"({
+  "system_id": "FLT", "release": "46C", "kernel_release": "46D", "host": "faulthost",
+  "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
+  "structures": {
+    "ZKTZ_BATCHES": [
+      {"name": "MANDT", "type": "C", "length": 3}, {"name": "PROGRAMM", "type": "C", "length": 40},
+      {"name": "FUNCTION", "type": "C", "length": 30}, {"name": "STRUCTURE", "type": "C", "length": 30},
+      {"name": "ACTIVE", "type": "C", "length": 1}
+    ],
+    "ZFAULT_LINE": [{"name": "H_IDENT", "type": "C", "length": 10}, {"name": "NAME", "type": "C", "length": 20}]
+  },
+  "tables": {
+    "ZKTZ_BATCHES": [
+      {"MANDT": "100", "PROGRAMM": "BATCHFAULT", "FUNCTION": "Z_FAULT_BATCH", "STRUCTURE": "ZFAULT_LINE", "ACTIVE": "Y"}
+    ]
+  }
+})";
+
+// One service cycle as the log shows it: the entries after a header block.
+struct LoggedCycle {
+  std::string body;
+  int Errors() const { return CountOf(body, " - RFC_ERROR_INFO\nKey: "); }
+  int Unknown() const { return CountOf(body, " - UNKNOWN EXEPTION\n\r\n"); }
+  bool Serving() const { return body.find(kWaiting) != std::string::npos; }
+  // Nothing but one time-stamped library error: "MM/DD/YY hh:mm:ss - RFC_ERROR_INFO",
+  // the Key, Status, Message and Initstate lines, then CR LF.
+  bool IsOneLibraryError() const {
+    if (!testutil::StartsWithLogTime(body)) return false;
+    size_t at = 17;
+    for (const std::string label : {" - RFC_ERROR_INFO\nKey: ", "\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
+      if (body.compare(at, label.size(), label) != 0) return false;
+      if ((at = body.find_first_of("\n\r", at + label.size())) == std::string::npos) return false;
+    }
+    return body.compare(at, std::string::npos, "\r\n") == 0;
+  }
+};
+
+class WorkerFaultTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    instance_ = testutil::UniqueName("FAULT");
+    std::filesystem::create_directory(logs_);
+    std::filesystem::create_directory(xml_);
+  }
+  void TearDown() override {
+    platform::testing::ClearFileFaults();
+    EXPECT_TRUE(StopWorker());
+    app_.reset();
+    sapsim_.reset();
+  }
+
+  // sapsim on `port` (0: a free one) with extra `serve` options.
+  void StartSapsim(uint16_t port = 0, const std::vector<std::string>& extra = {}) {
+    sapsim::testing::SapsimProcess::Options options;
+    options.system_file = dir_.Write("system.json", kSystem);
+    options.port = port;
+    options.extra = extra;
+    sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
+  }
+  // The worker of a fresh instance, through CBatchApp as the program starts it.
+  void StartWorker() {
+    const std::string ini = dir_.Write(
+        "batch.ini", "[" + instance_ + "]\r\nsap.server.gateway.host=127.0.0.1\r\nsap.server.gateway.service=" +
+                         sapsim_->port_text() + "\r\nsap.server.programm.id=" + kProgramId +
+                         "\r\nsap.server.listen.timer=10\r\nsap.client.loadbalancing=No\r\nsap.client.host=127.0.0.1\r\n"
+                         "sap.client.sysnumber=00\r\nsap.client.client=100\r\nsap.client.user.id=BATCH\r\n"
+                         "sap.client.user.password=secret\r\nsap.client.language=EN\r\nsap.client.trace=0\r\n"
+                         "sap.library=" + sapsim::testing::LibraryPath() + "\r\nsap.path=" + logs_ +
+                         "\r\nxml.path=" + xml_ + "\r\n");
+    app_ = std::make_unique<CBatchApp>(CSettings(instance_ + " " + ini));
+    ASSERT_EQ(app_->Start(), 1);
+  }
+  // Sets the stop event and waits for the worker to end; false if it did not.
+  bool StopWorker() {
+    if (!app_) return true;
+    std::unique_ptr<platform::Event> stop = platform::Event::Open(instance_);
+    if (!stop || !stop->Set()) return false;
+    for (const auto& context : ProcessWorkerContexts()) {
+      if (!context->thread_handle->Join(20000)) return false;
+    }
+    return true;
+  }
+
+  std::string LogText() const { return testutil::FilesText(logs_); }
+  std::vector<LoggedCycle> Cycles() const {
+    std::vector<LoggedCycle> cycles;
+    for (std::string& body : testutil::ServiceCycles(LogText())) cycles.push_back({std::move(body)});
+    return cycles;
+  }
+  int Receipts() const { return CountOf(LogText(), " - Receive data: "); }
+  bool WaitForServing(int times = 1) { return Eventually([&] { return CountOf(LogText(), kWaiting) >= times; }); }
+
+  // `sapsim call` of the batch function with `rows` lines.
+  sapsim::testing::RunResult Call(int rows, const std::string& tag) {
+    std::string csv = "H_IDENT,NAME\n";
+    for (int i = 0; i < rows; ++i) csv += tag + std::to_string(i) + ",line " + std::to_string(i) + "\n";
+    const std::string csv_file = dir_.Write("batch" + std::to_string(++calls_) + ".csv", csv);
+    return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
+                                        "--program-id", kProgramId, "--function", "Z_FAULT_BATCH", "--structure",
+                                        "ZFAULT_LINE", "--csv", csv_file});
+  }
+  // The batch ids of "Receive data: <id>.xml" (fifteen digits), in log order.
+  std::vector<std::string> ReceivedIds() const {
+    const std::string log = LogText();
+    const std::string entry = " - Receive data: ";
+    std::vector<std::string> ids;
+    for (size_t at = log.find(entry); at != std::string::npos; at = log.find(entry, at + 1)) {
+      const std::string id = log.substr(at + entry.size(), 15);
+      if (id.size() == 15 && id.find_first_not_of("0123456789") == std::string::npos &&
+          log.compare(at + entry.size() + 15, 6, ".xml\r\n") == 0) {
+        ids.push_back(id);
+      }
+    }
+    return ids;
+  }
+  std::string XmlPath(const std::string& batch_id) const { return xml_ + "/" + batch_id + ".xml"; }
+  int XmlFiles() const {
+    auto files = std::filesystem::directory_iterator(xml_);
+    return static_cast<int>(std::distance(begin(files), end(files)));
+  }
+
+  sapsim::testing::TempDir dir_;
+  std::string instance_;
+  const std::string logs_ = dir_.File("logs");
+  const std::string xml_ = dir_.File("xml");
+  std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
+  std::unique_ptr<CBatchApp> app_;
+  int calls_ = 0;
+};
+
+// Each failed allocation costs that batch only (the dispatcher reports the
+// text and the caller gets no BATCH_RC), the cycle goes on, and the next
+// batch is served whole.
+TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
+  StartSapsim();
+  StartWorker();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  // The first batch builds the function's call arrays; from then on every
+  // batch of the same shape makes the same allocations.
+  ASSERT_EQ(Call(2, "W").out, "BATCH_RC=1\n");
+
+  ::testing::internal::CaptureStdout();
+  int index = 0;
+  for (;; ++index) {
+    ASSERT_LT(index, 1000) << "the batch never completes";
+    const int received = Receipts();
+    rfc::testing::FailAllocations(index, 1);
+    const sapsim::testing::RunResult call = Call(2, "A" + std::to_string(index));
+    const bool reached = rfc::testing::PendingAllocationFaults() == 0;
+    rfc::testing::ClearAllocationFaults();
+    if (!reached) {
+      EXPECT_EQ(call.out, "BATCH_RC=1\n") << "allocation " << index << " was not reached: " << call.err;
+      break;
+    }
+    EXPECT_NE(call.exit_code, 0) << "allocation " << index;
+    EXPECT_EQ(call.out.find("BATCH_RC"), std::string::npos) << "allocation " << index << ": " << call.out;
+    EXPECT_EQ(Receipts(), received) << "allocation " << index;
+    const sapsim::testing::RunResult next = Call(2, "N" + std::to_string(index));
+    EXPECT_EQ(next.out, "BATCH_RC=1\n") << "after allocation " << index << ": " << next.err;
+  }
+  const std::string reports = ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(CountOf(reports, "\n Main Thread  Failed to allocate memory!"), index) << reports;
+  EXPECT_GT(index, 0) << "a batch allocates nothing through the library's allocator";
+  ASSERT_EQ(Cycles().size(), 1u) << LogText();
+  EXPECT_EQ(Cycles().front().Unknown() + Cycles().front().Errors(), 0);
+}
+
+// An XML file error loses only the file (the batch is logged and answered); a
+// log error ends the cycle without an answer, its message names the cause, and
+// the next cycle serves again.
+TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed) {
+  using platform::testing::FileFault;
+  using platform::testing::FileOp;
+  StartSapsim();
+  StartWorker();
+  ASSERT_TRUE(WaitForServing()) << LogText();
+  const std::pair<FileFault, int> faults[] = {
+      {FileFault::kDiskFull, 13}, {FileFault::kAccessDenied, 5}, {FileFault::kSharingViolation, 11},
+      {FileFault::kIoError, 10}};  // the cause as the log's file-error message numbers it
+  for (const bool log : {true, false}) {
+    for (const FileOp op : {FileOp::kOpen, FileOp::kWrite}) {
+      for (const auto& [fault, cause] : faults) {
+        SCOPED_TRACE(std::string(log ? "log " : "xml ") + (op == FileOp::kOpen ? "open " : "write ") +
+                     std::to_string(cause));
+        const size_t cycles = Cycles().size();
+        const size_t received = ReceivedIds().size();
+        const int xml_files = XmlFiles();
+        platform::testing::InjectFileFault(log ? logs_ : xml_, op, fault, 1);
+        const sapsim::testing::RunResult call = Call(3, "F");
+        if (!log) {
+          // The save's result is not looked at: no document, no file of any name.
+          EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
+          const std::vector<std::string> ids = ReceivedIds();
+          ASSERT_EQ(ids.size(), received + 1);
+          EXPECT_FALSE(std::filesystem::exists(XmlPath(ids.back())));
+          EXPECT_EQ(XmlFiles(), xml_files);
+          EXPECT_EQ(Cycles().size(), cycles);
+          EXPECT_EQ(Cycles().back().Unknown(), 0);
+        } else {
+          // The handler's log error ends the cycle before the answer is sent.
+          EXPECT_NE(call.exit_code, 0);
+          EXPECT_EQ(call.out.find("BATCH_RC"), std::string::npos) << call.out;
+          ASSERT_TRUE(Eventually([&] { return Cycles().size() == cycles + 1 && Cycles().back().Serving(); }))
+              << LogText();
+          const LoggedCycle failed = Cycles()[cycles - 1];
+          EXPECT_EQ(failed.Unknown(), 1) << failed.body;
+          EXPECT_EQ(failed.body.substr(failed.body.size() - 22), " - UNKNOWN EXEPTION\n\r\n") << failed.body;
+          EXPECT_EQ(ReceivedIds().size(), received);
+          EXPECT_EQ(XmlFiles(), xml_files + 1);  // the document was saved before the entry failed
+          const std::string log_path = std::filesystem::directory_iterator(logs_)->path().string();
+          EXPECT_EQ(ProcessLog().GetLastError(), "Error in log file for: '" + instance_ + "', file name: '" +
+                                                     log_path + "', cause: '" + std::to_string(cause) + "'");
+        }
+        // The next batch is taken whole: answered with 1, logged, written.
+        const std::string tag = "N" + std::to_string(cause);
+        EXPECT_EQ(Call(2, tag).out, "BATCH_RC=1\n");
+        const std::vector<std::string> ids = ReceivedIds();
+        ASSERT_EQ(ids.size(), received + (log ? 1 : 2));
+        const std::string xml = testutil::ReadBytes(XmlPath(ids.back()));
+        EXPECT_NE(xml.find("<H_IDENT>" + tag + "1</H_IDENT>"), std::string::npos) << xml;
+        EXPECT_EQ(xml.substr(xml.size() - 9), "\n</BATCH>") << xml;
+      }
+    }
+  }
+  EXPECT_EQ(Cycles().size(), 9u);  // the first and one after each log fault
+}
+
+// sapsim kills itself (SIGKILL) during the registration, the logon, in the
+// middle of a reply's table or of a batch's table. The worker logs every failed
+// cycle as a header block and one library error, retries at once, and serves
+// again once the system is back.
+struct Kill {
+  const char* point;        // sapsim serve --kill-at
+  bool dies_while_serving;  // the cycle it breaks had reached its server loop
+  const char* why;          // in the error of the broken cycle, when it logs one
+};
+class KillTest : public WorkerFaultTest, public ::testing::WithParamInterface<Kill> {};
+
+TEST_P(KillTest, EveryFailedCycleIsOneHeaderAndOneErrorUntilTheSystemIsBack) {
+  const Kill kill = GetParam();
+  StartSapsim(0, {"--kill-at", kill.point});
+  const uint16_t port = sapsim_->port();
+  StartWorker();
+  if (kill.dies_while_serving) {
+    ASSERT_TRUE(WaitForServing()) << LogText();
+    EXPECT_NE(Call(300, "K").exit_code, 0);  // enough lines that half of the call is inside the table
+  }
+  ASSERT_TRUE(Eventually([&] {
+    return sapsim_->Log().find(std::string("killed at ") + kill.point) != std::string::npos;
+  })) << sapsim_->Log();
+  EXPECT_EQ(sapsim_->Stop(), 128 + SIGKILL);
+
+  ASSERT_TRUE(Eventually([&] { return Cycles().size() >= 5; })) << LogText();
+  const std::vector<LoggedCycle> cycles = Cycles();
+  if (kill.dies_while_serving) {
+    // The server loop sees the connection closed: no error, the next cycle starts.
+    EXPECT_TRUE(cycles[0].Serving()) << cycles[0].body;
+    EXPECT_EQ(cycles[0].Errors() + cycles[0].Unknown(), 0) << cycles[0].body;
+  } else {
+    EXPECT_TRUE(cycles[0].IsOneLibraryError()) << cycles[0].body;
+    EXPECT_NE(cycles[0].body.find(kill.why), std::string::npos) << cycles[0].body;
+  }
+  for (size_t i = 1; i + 1 < cycles.size(); ++i) {  // the last cycle may still be writing
+    EXPECT_TRUE(cycles[i].IsOneLibraryError()) << i << ": " << cycles[i].body;
+  }
+  EXPECT_EQ(Receipts(), 0);
+  // The worker retries without end; once the system is back on its port it
+  // registers again and takes a batch.
+  StartSapsim(port);
+  ASSERT_TRUE(WaitForServing(kill.dies_while_serving ? 2 : 1)) << LogText();
+  EXPECT_EQ(Call(2, "BACK").out, "BATCH_RC=1\n");
+  EXPECT_EQ(Receipts(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(KillPoints, KillTest,
+                         ::testing::Values(Kill{"registration", false, "Initstate: group 101, RfcAccept"},
+                                           Kill{"logon", false, "Initstate: group 101, RfcOpen"},
+                                           Kill{"reply-table", false, "in the middle of a frame"},
+                                           Kill{"call-table", true, ""}),
+                         [](const ::testing::TestParamInfo<Kill>& info) {
+                           std::string name = info.param.point;
+                           name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace faults
