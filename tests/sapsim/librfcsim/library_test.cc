@@ -1,13 +1,12 @@
 // librfcsim.so against a running sapsim, for what the batch server's own
 // runs cannot provoke: refused and impossible logons, broken partners, calls
-// that end badly, concurrent clients, registration counts and cancels.
+// that end badly, and concurrent clients.
 
 #include <sys/socket.h>
 
 #include <cstring>
 #include <future>
 #include <stdexcept>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -194,32 +193,6 @@ TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEnds) {
   EXPECT_EQ(RFC_FAILURE, lib.RfcCall(server, "RFCPING", none.params, none.tables));
 }
 
-TEST_F(Library, AcceptNamesWhatIsMissing) {
-  std::string closed = "-x" + std::to_string(UnusedPort());
-  char a[] = "-aTOLERANT", g[] = "-g127.0.0.1", empty_a[] = "-a", empty_g[] = "-g", empty_x[] = "-x";
-  char* no_service[] = {a, g, nullptr};
-  char* empty[] = {empty_a, empty_g, empty_x, nullptr};
-  char* unreachable[] = {a, g, closed.data(), nullptr};
-  const struct {
-    char** argv;
-    const char* message;
-  } refused[] = {{no_service, "missing or empty -x<gateway service>"},
-                 {empty, "-a<program id> -g<gateway host> -x<gateway service>"},
-                 {nullptr, ""},
-                 {unreachable, "registration of program TOLERANT at gateway 127.0.0.1:"}};
-  for (const auto& c : refused) {
-    EXPECT_EQ(0u, lib.RfcAccept(c.argv)) << c.message;
-    EXPECT_NE(std::string::npos, lib.LastError().find(c.message)) << lib.LastError();
-  }
-  int total = 5, cancelled = 5;
-  ErrorInfoEx error{};
-  EXPECT_EQ(RFC_FAILURE, lib.RfcCancelRegisterServer("P", "127.0.0.1", closed.c_str() + 2, &total, &cancelled, &error));
-  EXPECT_EQ(0, cancelled);
-  EXPECT_EQ(101, error.group);
-  EXPECT_EQ(RFC_FAILURE, lib.RfcCheckRegisterServer("P", "", "sapgw00", &total, nullptr, nullptr, nullptr, &error));
-  EXPECT_NE(nullptr, std::strstr(error.message, "gateway host is empty"));
-}
-
 TEST_F(Library, CallerThatBreaksOffMidCallCostsTheServerOnlyItsConnection) {
   const ConnectionHandle server = Accept();
   ASSERT_NE(0u, server) << lib.LastError();
@@ -243,50 +216,6 @@ TEST_F(Library, CallerThatBreaksOffMidCallCostsTheServerOnlyItsConnection) {
   }
   EXPECT_EQ(RFC_CLOSED, Serve(server, 1).last_rc);
   EXPECT_NE(0u, Accept()) << lib.LastError();
-}
-
-TEST_F(Library, RegistrationsAreCountedBusyOrReadyAndCancelledWithGroup109) {
-  const std::string port = sapsim_->port_text();
-  const auto counts = [&](const char* id) {
-    int total = -1, initialising = -1, ready = -1, busy = -1;
-    ErrorInfoEx error{};
-    lib.RfcCheckRegisterServer(id, "127.0.0.1", port.c_str(), &total, &initialising, &ready, &busy, &error);
-    return std::vector<int>{total, initialising, ready, busy};
-  };
-  const ConnectionHandle first = Accept("BATCHSRV"), second = Accept("BATCHSRV"), other = Accept("OTHER");
-  ASSERT_TRUE(first != 0 && second != 0 && other != 0) << lib.LastError();
-  // Counted as initialising until the gateway has welcomed them.
-  EXPECT_TRUE(testutil::Eventually([&] { return counts("BATCHSRV") == std::vector<int>{2, 0, 2, 0}; }));
-  std::vector<int> during;
-  SetHandler("Z_COUNT", [&](ConnectionHandle h) {
-    during = counts("BATCHSRV");
-    return Answer(h);
-  });
-  std::future<CallOutcome> outcome = CallLater("Z_COUNT", "", "", "BATCHSRV");
-  // The gateway picks either registration.
-  std::thread serve_first([&] { Serve(first, 1, 2000); });
-  std::thread serve_second([&] { Serve(second, 1, 2000); });
-  EXPECT_EQ(wire::ReplyStatus::kOk, outcome.get().reply.status);
-  serve_first.join();
-  serve_second.join();
-  EXPECT_EQ((std::vector<int>{2, 0, 1, 1}), during);
-
-  std::future<std::pair<int, int>> dispatched = std::async(std::launch::async, [&] {
-    const int rc = lib.RfcDispatch(second);  // blocks until something arrives
-    return std::make_pair(rc, lib.LastErrorGroup());
-  });
-  int total = -1, cancelled = -1;
-  ErrorInfoEx error{};
-  ASSERT_EQ(RFC_OK, lib.RfcCancelRegisterServer("BATCHSRV", "127.0.0.1", port.c_str(), &total, &cancelled, &error));
-  EXPECT_EQ(2, cancelled);
-  ASSERT_EQ(std::future_status::ready, dispatched.wait_for(std::chrono::seconds(20)));
-  EXPECT_EQ((std::pair<int, int>(RFC_CLOSED, RFC_ERROR_GROUP_CANCELLED)), dispatched.get());
-  EXPECT_TRUE(testutil::Eventually([&] { return lib.RfcListen(first) != RFC_NOTHING_WAITING; }));
-  EXPECT_EQ(RFC_CLOSED, lib.RfcListen(first));
-  EXPECT_EQ(RFC_ERROR_GROUP_CANCELLED, lib.LastErrorGroup());
-  EXPECT_EQ(0, counts("BATCHSRV")[0]);
-  EXPECT_EQ(RFC_NOTHING_WAITING, lib.RfcListen(other));
-  EXPECT_NE(std::string::npos, sapsim_->Log().find("cancelled 2 registration(s) of program BATCHSRV"));
 }
 
 }  // namespace
