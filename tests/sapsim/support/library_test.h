@@ -28,15 +28,12 @@ class LibraryTest : public ::testing::Test {
     }
   }
 
-  // Starts (or restarts) the system from a system file's text.
-  void Start(const std::string& system = SmallSystem(), bool message_server = false) {
-    if (sapsim_) sapsim_->Stop();
+  // Starts the system from a system file's text.
+  void Start(const std::string& system = SmallSystem()) {
     SapsimProcess::Options options;
     options.system_file = dir_.Write("system.json", system);
-    options.message_server = message_server;
     sapsim_ = std::make_unique<SapsimProcess>(options);
   }
-  void StartExample() { Start(ReadFile(SourceDir() + "/examples/system.json")); }
 
   // A client logon through the gateway (mode 1); 0 when refused. Open's
   // handles are closed at the end.

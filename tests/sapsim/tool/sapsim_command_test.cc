@@ -41,7 +41,7 @@ TEST(SapsimServe, RefusesBadStartsWithExitCodeTwoAndTheReason) {
 
 class SapsimCall : public LibraryTest {
  protected:
-  void SetUp() override { StartExample(); }
+  void SetUp() override { Start(ReadFile(SourceDir() + "/examples/system.json")); }
   RunResult Call(const std::string& structure, const std::string& csv, std::vector<std::string> more = {}) {
     std::vector<std::string> command = {SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
                                         "BATCHSRV", "--function", "Z_BATCH_ORDERS", "--structure", structure,

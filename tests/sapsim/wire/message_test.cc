@@ -5,6 +5,9 @@
 #include <sys/socket.h>
 
 #include <functional>
+#include <memory>
+#include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -150,19 +153,16 @@ TEST(WireDecoding, PayloadReaderChecksEveryLengthAgainstWhatRemains) {
   EXPECT_THROW(trailing.ExpectEnd(), DecodeError);
 }
 
-class FrameChannelTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    int fds[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds));
-    a_ = std::make_unique<FrameChannel>(Socket(fds[0]));
-    b_ = std::make_unique<FrameChannel>(Socket(fds[1]));
-  }
-  std::unique_ptr<FrameChannel> a_;
-  std::unique_ptr<FrameChannel> b_;
-};
+// The two ends of one connection.
+std::pair<std::unique_ptr<FrameChannel>, std::unique_ptr<FrameChannel>> Connected() {
+  int fds[2];
+  EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, fds));
+  return {std::make_unique<FrameChannel>(Socket(fds[0])), std::make_unique<FrameChannel>(Socket(fds[1]))};
+}
 
-TEST_F(FrameChannelTest, TellsGarbageBrokenFramesAndOrderlyCloseApart) {
+TEST(FrameChannelTest, TellsGarbageBrokenFramesAndOrderlyCloseApart) {
+  std::unique_ptr<FrameChannel> a_, b_;
+  std::tie(a_, b_) = Connected();
   Frame frame;
   std::string error;
   EXPECT_EQ(IoStatus::kTimeout, b_->WaitReadable(0));
@@ -179,7 +179,7 @@ TEST_F(FrameChannelTest, TellsGarbageBrokenFramesAndOrderlyCloseApart) {
   EXPECT_NE(IoStatus::kOk, b_->Send(w, &error));
 
   // Half a frame, then the end: broken, not an orderly close.
-  SetUp();
+  std::tie(a_, b_) = Connected();
   std::vector<uint8_t> bytes = SampleFrame();
   ASSERT_EQ(static_cast<ssize_t>(kHeaderSize + 2), ::send(a_->socket().fd(), bytes.data(), kHeaderSize + 2, 0));
   a_->Shutdown();
