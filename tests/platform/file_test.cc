@@ -236,59 +236,42 @@ TEST_F(FileTest, FailuresLeakNoDescriptors) {
 using platform::posix::FileCauseFromErrno;
 using platform::posix::FileStep;
 
-struct Row {
-  int error_number;
-  FileStep step;
-  int cause;
-};
-
 TEST(FileCauseTest, ErrnoMapsToTheLogsCauseNumbers) {
-  const Row rows[] = {
-      {0, FileStep::kOpen, platform::kFileOk},
-      {ENOTDIR, FileStep::kOpen, platform::kFileBadPath},
-      {ENAMETOOLONG, FileStep::kOpen, platform::kFileBadPath},
-      {ELOOP, FileStep::kOpen, platform::kFileBadPath},
-      {EMFILE, FileStep::kOpen, platform::kFileTooManyOpen},
-      {ENFILE, FileStep::kOpen, platform::kFileTooManyOpen},
-      {EACCES, FileStep::kOpen, platform::kFileAccessDenied},
-      {EPERM, FileStep::kOpen, platform::kFileAccessDenied},
-      {EISDIR, FileStep::kOpen, platform::kFileAccessDenied},
-      {EROFS, FileStep::kOpen, platform::kFileAccessDenied},
-      {EBADF, FileStep::kWrite, platform::kFileInvalid},
-      {EBUSY, FileStep::kOpen, platform::kFileRemoveCurrentDir},
-      {ENOSPC, FileStep::kWrite, platform::kFileDiskFull},
-      {EDQUOT, FileStep::kWrite, platform::kFileDiskFull},
-      {EIO, FileStep::kWrite, platform::kFileHardIo},
-      {EIO, FileStep::kClose, platform::kFileHardIo},
-      {ESPIPE, FileStep::kSeek, platform::kFileBadSeek},
-      {EINVAL, FileStep::kSeek, platform::kFileBadSeek},
+  constexpr FileStep kOpen = FileStep::kOpen, kWrite = FileStep::kWrite;
+  const struct {
+    int error_number;
+    FileStep step;
+    int cause;
+  } rows[] = {
+      {0, kOpen, platform::kFileOk},                    {ENOTDIR, kOpen, platform::kFileBadPath},
+      {ENAMETOOLONG, kOpen, platform::kFileBadPath},    {ELOOP, kOpen, platform::kFileBadPath},
+      {EMFILE, kOpen, platform::kFileTooManyOpen},      {ENFILE, kOpen, platform::kFileTooManyOpen},
+      {EACCES, kOpen, platform::kFileAccessDenied},     {EPERM, kOpen, platform::kFileAccessDenied},
+      {EISDIR, kOpen, platform::kFileAccessDenied},     {EROFS, kOpen, platform::kFileAccessDenied},
+      {EBADF, kWrite, platform::kFileInvalid},          {EBUSY, kOpen, platform::kFileRemoveCurrentDir},
+      {ENOSPC, kWrite, platform::kFileDiskFull},        {EDQUOT, kWrite, platform::kFileDiskFull},
+      {EIO, kWrite, platform::kFileHardIo},             {EIO, FileStep::kClose, platform::kFileHardIo},
+      {ESPIPE, FileStep::kSeek, platform::kFileBadSeek}, {EINVAL, FileStep::kSeek, platform::kFileBadSeek},
       {EWOULDBLOCK, FileStep::kLock, platform::kFileSharingViolation},
-      // The same numbers from other steps mean something else.
-      {EINVAL, FileStep::kOpen, platform::kFileGeneric},
-      {EINVAL, FileStep::kWrite, platform::kFileGeneric},
-      {EWOULDBLOCK, FileStep::kWrite, platform::kFileGeneric},
-      {EWOULDBLOCK, FileStep::kOpen, platform::kFileGeneric},
-      // Everything not named above.
-      {EFBIG, FileStep::kWrite, platform::kFileGeneric},
-      {ENXIO, FileStep::kOpen, platform::kFileGeneric},
-      {EEXIST, FileStep::kOpen, platform::kFileGeneric},
-      {ENOMEM, FileStep::kOpen, platform::kFileGeneric},
+      // The same numbers from other steps mean something else; the rest is generic.
+      {EINVAL, kOpen, platform::kFileGeneric},          {EINVAL, kWrite, platform::kFileGeneric},
+      {EWOULDBLOCK, kWrite, platform::kFileGeneric},    {EWOULDBLOCK, kOpen, platform::kFileGeneric},
+      {EFBIG, kWrite, platform::kFileGeneric},          {ENXIO, kOpen, platform::kFileGeneric},
+      {EEXIST, kOpen, platform::kFileGeneric},          {ENOMEM, kOpen, platform::kFileGeneric},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     EXPECT_EQ(FileCauseFromErrno(row.error_number, row.step, "/tmp/x.log"), row.cause)
         << "errno " << row.error_number << " at step " << static_cast<int>(row.step);
   }
-}
-
-TEST(FileCauseTest, AMissingFileInAMissingDirectoryIsABadPath) {
+  // A missing file in a missing directory is a bad path.
   TempDir dir;
   WriteFile(dir.File("plain"), "x");
-  const std::pair<std::string, int> cases[] = {{dir.File("missing.log"), platform::kFileNotFound},
-                                               {dir.File("nodir/missing.log"), platform::kFileBadPath},
-                                               {dir.File("plain/missing.log"), platform::kFileBadPath},
-                                               {"bare_missing_name.log", platform::kFileNotFound},
-                                               {"/bare_root_name.log", platform::kFileNotFound}};
-  for (const auto& [path, cause] : cases) EXPECT_EQ(FileCauseFromErrno(ENOENT, FileStep::kOpen, path), cause) << path;
+  const std::pair<std::string, int> missing[] = {{dir.File("missing.log"), platform::kFileNotFound},
+                                                 {dir.File("nodir/missing.log"), platform::kFileBadPath},
+                                                 {dir.File("plain/missing.log"), platform::kFileBadPath},
+                                                 {"bare_missing_name.log", platform::kFileNotFound},
+                                                 {"/bare_root_name.log", platform::kFileNotFound}};
+  for (const auto& [path, cause] : missing) EXPECT_EQ(FileCauseFromErrno(ENOENT, kOpen, path), cause) << path;
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 // the message for every kind of mistake, naming the place.
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include <gtest/gtest.h>
 
@@ -30,38 +28,6 @@ std::string ErrorOf(const std::string& text) {
 std::string WithStructure(const std::string& fields, const std::string& tables = "{}") {
   return R"({"system_id": "DEV", "release": "46C", "structures": {"ZS": )" + fields + R"(}, "tables": )" + tables +
          "}";
-}
-
-TEST(SystemFile, ReadsSystemLogonsStructuresAndTables) {
-  SystemDefinition system = ParseSystemText(R"({
-    "system_id": "QAS", "release": "46C", "kernel_release": "46D", "host": "qashost",
-    "logon": [{"client": "200", "user": "RFCUSER", "password": "pw"}],
-    "groups": ["PUBLIC"],
-    "structures": {"ZS": [{"name": "A", "type": "C", "length": 3, "text": "First"},
-                          {"name": "F", "type": "F"},
-                          {"name": "P", "type": "P", "length": 4, "decimals": 2}]},
-    "tables": {"ZS": [{"A": "xé", "F": 1.5, "P": "-12.34"}, {}]}
-  })", "sys.json");
-  EXPECT_EQ("46D", system.kernel_release);
-  EXPECT_EQ("RFCUSER", system.logons.at(0).user);
-  const StructureDefinition& zs = system.structures.at("ZS");
-  EXPECT_EQ(8u, zs.layout.fields[1].offset);  // FLOAT aligned
-  EXPECT_EQ(24u, zs.layout.length);
-  EXPECT_EQ("First", zs.field_texts.at("A"));
-  const TableContent& table = system.tables.at("ZS");
-  ASSERT_EQ(2u, table.row_count);
-  const char* rows = reinterpret_cast<const char*>(table.rows.data());
-  double f;
-  std::memcpy(&f, rows + 8, 8);
-  EXPECT_DOUBLE_EQ(1.5, f);
-  EXPECT_EQ(std::string("x\xE9 \0\0\0\0\0", 8), std::string(rows, 8));  // UTF-8 in, ISO-8859-1 out
-  EXPECT_EQ(std::string("\x00\x01\x23\x4D", 4), std::string(rows + 16, 4));  // -12.34 in 7 digits
-  EXPECT_EQ("   ", std::string(rows + 24, 3));  // an empty row: initial values
-  SystemDefinition old = ParseSystemText(R"({"system_id": "OLD", "release": ""})", "sys.json");
-  EXPECT_EQ("", old.kernel_release);  // the release's, which may be empty
-  EXPECT_FALSE(UsesLongNames(old.release));
-  EXPECT_FALSE(UsesLongNames("31I"));
-  EXPECT_TRUE(UsesLongNames("40A"));
 }
 
 TEST(SystemFile, NamesThePlaceAndTheMistake) {
@@ -165,33 +131,6 @@ TEST(BatchRows, CsvValuesBecomeLinesOfTheStructure) {
     error.clear();
     EXPECT_FALSE(ParseCsv(csv, &records, &error) && BuildBatchRows(records, "ZLINE", structure.layout, &rows, &error));
     EXPECT_EQ(message, error);
-  }
-}
-
-// The example system and the sample batches users start from must fit together.
-TEST(BatchRows, ExampleBatchesFitTheExampleSystem) {
-  const server::SystemDefinition system =
-      server::LoadSystemFile(std::string(BS_TEST_SOURCE_DIR) + "/examples/system.json");
-  EXPECT_EQ(5u, system.tables.at("ZKTZ_BATCHES").row_count);
-  std::string letters;
-  for (const wire::FieldDesc& field : system.structures.at("ZBATCH_ORDER").layout.fields) {
-    letters += wire::TypeLetter(field.type);
-  }
-  for (char letter : std::string("CDPTXNFIsb")) EXPECT_NE(std::string::npos, letters.find(letter)) << letter;
-  const std::pair<const char*, const char*> batches[] = {{"orders.csv", "ZBATCH_ORDER"},
-                                                         {"customers.csv", "ZBATCH_CUSTOMER"}};
-  for (const auto& [file, structure] : batches) {
-    std::ifstream in(std::string(BS_TEST_SOURCE_DIR) + "/examples/batches/" + file, std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::vector<CsvRecord> records;
-    std::string error;
-    BatchRows rows;
-    ASSERT_TRUE(ParseCsv(text, &records, &error) &&
-                BuildBatchRows(records, structure, system.structures.at(structure).layout, &rows, &error))
-        << file << ": " << error;
-    EXPECT_GE(rows.row_count, 3u) << file;
-    // Every sample has the characters XML needs to escape, and blanks.
-    for (const char* marker : {"<", "&", ">", "\"", "'", "  "}) EXPECT_NE(std::string::npos, text.find(marker)) << file;
   }
 }
 

@@ -28,22 +28,23 @@ class LibraryTest : public ::testing::Test {
     }
   }
 
-  // Starts (or restarts) the system from a system file's text.
-  void Start(const std::string& system = SmallSystem(), bool message_server = false) {
-    if (sapsim_) sapsim_->Stop();
+  // Starts the system from a system file's text.
+  void Start(const std::string& system = SmallSystem()) {
     SapsimProcess::Options options;
     options.system_file = dir_.Write("system.json", system);
-    options.message_server = message_server;
     sapsim_ = std::make_unique<SapsimProcess>(options);
   }
-  void StartExample() { Start(ReadFile(SourceDir() + "/examples/system.json")); }
 
-  // A client logon through the gateway (mode 1); 0 when refused.
-  ConnectionHandle Open(const char* password = "secret", const char* client = "100") {
+  // A client logon through the gateway (mode 1); 0 when refused. Open's
+  // handles are closed at the end.
+  ConnectionHandle Logon(const char* password = "secret", const char* client = "100") {
     const std::string port = sapsim_->port_text();
     GatewayLogonOptions gateway{"127.0.0.1", port.c_str()};
     OpenOptions options{"", RFC_MODE_GATEWAY, &gateway, client, "BATCH", password, "E", 0};
-    return Keep(lib.RfcOpen(&options));
+    return lib.RfcOpen(&options);
+  }
+  ConnectionHandle Open(const char* password = "secret", const char* client = "100") {
+    return Keep(Logon(password, client));
   }
   // A registration of `program_id` at the system's gateway; 0 when refused.
   ConnectionHandle Accept(const std::string& program_id = "TESTPROG") {

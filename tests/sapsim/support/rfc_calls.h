@@ -32,11 +32,6 @@ struct Chars {
     std::memset(text, ' ', N);
     std::memcpy(text, value.data(), value.size() < N ? value.size() : N);
   }
-  std::string str() const {
-    std::string s(text, N);
-    size_t end = s.find_last_not_of(' ');
-    return end == std::string::npos ? std::string() : s.substr(0, end + 1);
-  }
 };
 
 // A line of an internal table as text, trailing blanks removed.
@@ -44,13 +39,6 @@ inline std::string LineText(const void* line, size_t offset, size_t length) {
   std::string s(static_cast<const char*>(line) + offset, length);
   size_t end = s.find_last_not_of(' ');
   return end == std::string::npos ? std::string() : s.substr(0, end + 1);
-}
-
-// A 32-bit integer at `offset` of a line.
-inline int32_t IntAt(const void* line, size_t offset) {
-  int32_t value;
-  std::memcpy(&value, static_cast<const char*>(line) + offset, sizeof value);
-  return value;
 }
 
 }  // namespace sapsim::testing

@@ -14,7 +14,6 @@ struct CallOutcome {
   std::string refused;  // the system's refusal, or why the connection broke
   wire::Frame frame;    // keeps the reply's bytes
   wire::ReplyMessage reply;
-  bool replied() const { return refused.empty(); }
   // An export as text ("" when absent).
   std::string Export(const std::string& name) const;
 };

@@ -7,9 +7,9 @@ namespace sapsim::testing {
 
 // A small system: DEV, logon 100/BATCH/secret, group PUBLIC, and the
 // structure and table ZORDERS (IDENT C10, QTY N6, PRICE P 6.2).
-inline std::string SmallSystem(const std::string& release = "46C", const std::string& kernel = "46D") {
+inline std::string SmallSystem() {
   return R"({
-    "system_id": "DEV", "release": ")" + release + R"(", "kernel_release": ")" + kernel + R"(",
+    "system_id": "DEV", "release": "46C", "kernel_release": "46D",
     "host": "simhost",
     "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
     "groups": ["PUBLIC", "SPACE"],

@@ -41,7 +41,7 @@ TEST(SapsimServe, RefusesBadStartsWithExitCodeTwoAndTheReason) {
 
 class SapsimCall : public LibraryTest {
  protected:
-  void SetUp() override { StartExample(); }
+  void SetUp() override { Start(ReadFile(SourceDir() + "/examples/system.json")); }
   RunResult Call(const std::string& structure, const std::string& csv, std::vector<std::string> more = {}) {
     std::vector<std::string> command = {SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
                                         "BATCHSRV", "--function", "Z_BATCH_ORDERS", "--structure", structure,
@@ -57,23 +57,24 @@ TEST_F(SapsimCall, RepeatPrintsOneSummaryLineAndASecondServeFindsThePortTaken) {
   EXPECT_EQ(1, second.exit_code);
   EXPECT_NE(std::string::npos, second.err.find("cannot listen on 127.0.0.1:" + sapsim_->port_text())) << second.err;
   int calls = 0;
+  NoArgs none;
   SetHandler("Z_BATCH_ORDERS", [&](ConnectionHandle h) {
     ++calls;
-    NoArgs none;
     return lib.RfcSendData(h, none.params, none.tables);
   });
   const ConnectionHandle handle = Accept("BATCHSRV");
   ASSERT_NE(0u, handle) << lib.LastError();
-  std::thread server([&] { Serve(handle, 4); });
-  const RunResult result =
-      Call("ZBATCH_ORDER", SourceDir() + "/examples/batches/orders.csv", {"--repeat", "4"});
+  std::thread server([&] { Serve(handle, 5); });
+  const RunResult result = Call("ZBATCH_ORDER", SourceDir() + "/examples/batches/orders.csv", {"--repeat", "4"});
+  // The other sample batch must fit the example system too.
+  const RunResult customers = Call("ZBATCH_CUSTOMER", SourceDir() + "/examples/batches/customers.csv");
   server.join();
   EXPECT_EQ(0, result.exit_code) << result.err;
+  EXPECT_EQ(0, customers.exit_code) << customers.err;
   EXPECT_EQ(0u, result.out.find("calls=4 seconds=")) << result.out;
-  EXPECT_NE(std::string::npos, result.out.find(" calls_per_second="));
-  EXPECT_NE(std::string::npos, result.out.find(" rows_per_second="));
+  for (const char* k : {" calls_per_second=", " rows_per_second="}) EXPECT_NE(std::string::npos, result.out.find(k));
   EXPECT_EQ(1, std::count(result.out.begin(), result.out.end(), '\n'));
-  EXPECT_EQ(4, calls);
+  EXPECT_EQ(5, calls);
 }
 
 TEST_F(SapsimCall, BadBatchesAndOptionsAreRefusedBeforeAnyCall) {
