@@ -7,6 +7,8 @@
 #include <mutex>
 #include <new>
 
+#include "output/short_copy.h"
+
 namespace {
 
 // ---------------------------------------------------------------------------
@@ -273,29 +275,7 @@ size_t EscapedLength(std::string_view text) {
   return length;
 }
 
-// memcpy of a length known only at run time is a library call, which costs
-// more than the copy itself for the few bytes of a typical name or value.
-void Copy(char* out, const char* from, size_t n) {
-  if (n > 16) {
-    std::memcpy(out, from, n);
-  } else if (n >= 8) {
-    uint64_t head;
-    uint64_t tail;
-    std::memcpy(&head, from, 8);
-    std::memcpy(&tail, from + n - 8, 8);
-    std::memcpy(out, &head, 8);
-    std::memcpy(out + n - 8, &tail, 8);
-  } else if (n >= 4) {
-    uint32_t head;
-    uint32_t tail;
-    std::memcpy(&head, from, 4);
-    std::memcpy(&tail, from + n - 4, 4);
-    std::memcpy(out, &head, 4);
-    std::memcpy(out + n - 4, &tail, 4);
-  } else {
-    for (size_t i = 0; i < n; ++i) out[i] = from[i];
-  }
-}
+void Copy(char* out, const char* from, size_t n) { xml_output::CopyShort(out, from, n); }
 
 char* Put(char* out, std::string_view text) {
   Copy(out, text.data(), text.size());

@@ -2,6 +2,7 @@
 // the life of each writing handle.
 
 #include "platform/file.h"
+#include "platform/file_faults.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -85,21 +86,6 @@ using posix::FileStep;
 
 // ---- injected faults ----------------------------------------------------
 
-struct InjectedFault {
-  std::string path_part;
-  testing::FileOp op;
-  testing::FileFault fault;
-  int remaining;  // below 0: until cleared
-};
-
-// Counts the armed faults so that the normal path costs one relaxed load.
-std::atomic<int> g_armed_faults{0};
-std::mutex g_faults_mutex;
-std::vector<InjectedFault>& Faults() {
-  static std::vector<InjectedFault> faults;
-  return faults;
-}
-
 struct Injection {
   int error_number;
   FileStep step;
@@ -124,19 +110,10 @@ Injection ToInjection(testing::FileFault fault, FileStep step) {
 
 // The cause an armed fault imposes on this operation, or kFileOk.
 int TakeInjectedFault(const std::string& path, testing::FileOp op, FileStep step) {
-  if (g_armed_faults.load(std::memory_order_relaxed) == 0) return kFileOk;
-  std::lock_guard<std::mutex> lock(g_faults_mutex);
-  auto& faults = Faults();
-  for (auto it = faults.begin(); it != faults.end(); ++it) {
-    if (it->op != op || path.find(it->path_part) == std::string::npos) continue;
-    const Injection injection = ToInjection(it->fault, step);
-    if (it->remaining > 0 && --it->remaining == 0) {
-      faults.erase(it);
-      g_armed_faults.fetch_sub(1, std::memory_order_relaxed);
-    }
-    return FileCauseFromErrno(injection.error_number, injection.step, path);
-  }
-  return kFileOk;
+  testing::FileFault fault;
+  if (!testing::TakeFileFault(path, op, &fault)) return kFileOk;
+  const Injection injection = ToInjection(fault, step);
+  return FileCauseFromErrno(injection.error_number, injection.step, path);
 }
 
 // Writes all n bytes to fd or fails; `path` names the file for faults and causes.
@@ -353,20 +330,4 @@ int WriteWholeFile(const std::string& path, const void* data, size_t n) {
   }
 }
 
-namespace testing {
-
-void InjectFileFault(const std::string& path_part, FileOp op, FileFault fault, int count) {
-  if (count == 0) return;
-  std::lock_guard<std::mutex> lock(g_faults_mutex);
-  Faults().push_back(InjectedFault{path_part, op, fault, count});
-  g_armed_faults.fetch_add(1, std::memory_order_relaxed);
-}
-
-void ClearFileFaults() {
-  std::lock_guard<std::mutex> lock(g_faults_mutex);
-  Faults().clear();
-  g_armed_faults.store(0, std::memory_order_relaxed);
-}
-
-}  // namespace testing
 }  // namespace platform
