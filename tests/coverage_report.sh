@@ -6,9 +6,10 @@ build=${1:-build-cov}
 top=$(cd "$(dirname "$0")/.." && pwd)
 summary="$build/coverage-summary.json"
 # gcovr 5.2 stops on some counters of the simulator's threads unless told to go on.
+# It searches only the build folder: others (a Wine prefix links to /) are not ours.
 gcovr --root "$top" --object-directory "$build" \
       --exclude "$top/tests/" --exclude "$top/bench/" --exclude "$top/fuzz/" \
-      --gcov-ignore-parse-errors --json-summary "$summary" --json-summary-pretty \
+      --gcov-ignore-parse-errors --json-summary "$summary" --json-summary-pretty "$build" \
       -j 2 >"$build/gcovr.log" 2>&1 || { cat "$build/gcovr.log" >&2; exit 1; }
 python3 - "$summary" <<'PY'
 import json, sys
