@@ -27,9 +27,8 @@ class BatchAppTest : public ::testing::Test {
  protected:
   // Settings of instance `name` whose daily log goes into the test's directory.
   CSettings MakeSettings(const std::string& name) {
-    const std::string ini = dir_.Write("batch.ini", "[" + name + "]\r\nsap.server.listen.timer=5\r\n"
-                                                    "sap.library=" RFC_STUB_COMPLETE "\r\nsap.path=" + dir_.path() +
-                                                        "\r\n");
+    const std::string ini = dir_.Write("batch.ini", "[" + name + "]\r\nsap.server.listen.timer=5\r\nsap.library=" +
+                                                        RFC_STUB_COMPLETE + "\r\nsap.path=" + dir_.path() + "\r\n");
     return CSettings(name.empty() ? ini : name + " " + ini);
   }
   std::string LogText() const { return testutil::FilesText(dir_.path(), ".log"); }
@@ -40,7 +39,6 @@ class BatchAppTest : public ::testing::Test {
 
 TEST_F(BatchAppTest, WorkerCyclesUntilTheNamedEventIsSetAndAStartClearsAnOldStop) {
   const std::string name = testutil::UniqueName("SRV");
-  EXPECT_EQ(CBatchApp::IsRunning(name), 0);
   std::unique_ptr<platform::Event> stop = platform::Event::Create(name, true);  // left from an earlier run
   EXPECT_EQ(CBatchApp::IsRunning(name), 0);
   auto app = std::make_unique<CBatchApp>(MakeSettings(name));
@@ -68,8 +66,6 @@ TEST_F(BatchAppTest, WorkerCyclesUntilTheNamedEventIsSetAndAStartClearsAnOldStop
   app.reset();
   EXPECT_TRUE(ProcessWorkerContexts().empty());
   EXPECT_EQ(stop->Wait(0), platform::WaitResult::kSignaled);
-  stop.reset();
-  EXPECT_EQ(CBatchApp::IsRunning(name), 0);
 }
 
 TEST_F(BatchAppTest, WorkerEndsAtItsFirstCheckWhenThereIsNothingToRunFor) {
@@ -85,14 +81,11 @@ TEST_F(BatchAppTest, WorkerEndsAtItsFirstCheckWhenThereIsNothingToRunFor) {
   const std::string name = testutil::UniqueName("SRV");
   CBatchApp app(MakeSettings(name));
   std::unique_ptr<platform::Event> stop = platform::Event::Create(name, true);
-  CWorkerContext signalled;
-  EXPECT_EQ(WorkerThread(&signalled), 0u);
-  EXPECT_EQ(signalled.finished, 1);
+  CWorkerContext signalled, stopped;
+  EXPECT_EQ(testutil::Join(WorkerThread(&signalled), signalled.finished), "0|1|");
   ASSERT_TRUE(stop->Reset());
-  CWorkerContext stopped;
   stopped.running = 0;
-  EXPECT_EQ(WorkerThread(&stopped), 0u);
-  EXPECT_EQ(stopped.finished, 1);
+  EXPECT_EQ(testutil::Join(WorkerThread(&stopped), stopped.finished), "0|1|");
   EXPECT_EQ(LogText(), "");
 }
 

@@ -61,6 +61,8 @@ TEST_F(IniFileTest, ValuesAreFoundByPlainTextSearches) {
       {"a name starts its line, blanks before =", "[S]\r\nxk=bad\r\nk2=bad\r\n   k   =  good\r\n", "S", "k", true,
        "  good"},
       {"xk and k2 are not k", "[S]\r\nxk=v\r\nk2=w\r\n", "S", "k", false, ""},
+      {"a name with no = after it", "[S]\r\na=1\r\nzz\r\n", "S", "zz", false, ""},
+      {"the header is no name", "[S]=1\r\n", "S", "[S]", false, ""},
       {"a zero byte does not end the buffer", zero, "S", "b", true, "2"},
       {"... nor the value", zero, "S", "a", true, "x\0y"s},
   };
@@ -83,6 +85,7 @@ TEST_F(IniFileTest, KeysAreListedLineByLineUpToABracketAfterTheFilesLineEnd) {
     std::vector<std::string> keys;
   } cases[] = {
       {"[S]\na=1\nb = 2\n", {"a", "b "}},  // any line break ends a name
+      {"[S]a=1\r\nb=2\r\n", {"S]a", "b"}},  // the header's "[" is left out
       {"x=[S]\r\na=0\r\n[S]\r\na=1\r\n", {"a"}},
       {"[S]\r\na=x[y\r\nb=2\r\n", {"a", "b"}},
       // "  [T]" follows blanks, "\n[U]" another line end than the file's CR LF.

@@ -7,12 +7,15 @@
 
 #include <climits>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include "app/decimal_text.h"
 #include "app/globals.h"
 #include "app/log_failure_notice.h"
 #include "app/settings.h"
+#include "app/worker_status.h"
 
 namespace {
 
@@ -66,6 +69,24 @@ TEST(WorkerTest, LogFailuresReachStandardErrorOnceAndThenAtMostOnceAMinute) {
   EXPECT_EQ(lines, 10);
 }
 
+TEST(WorkerTest, CurrentExceptionIsDescribedByItsKind) {
+  const std::pair<void (*)(), const char*> cases[] = {
+      {[] { throw "a text"; }, "a text"},
+      {[] { throw static_cast<const char*>(nullptr); }, "(no text)"},
+      {[] { throw std::string("a string"); }, "a string"},
+      {[] { throw std::bad_alloc(); }, "out of memory"},
+      {[] { throw std::runtime_error("a runtime error"); }, "a runtime error"},
+      {[] { throw 7; }, "an exception of unknown kind"},
+  };
+  for (const auto& [raise, text] : cases) {
+    try {
+      raise();
+    } catch (...) {
+      EXPECT_EQ(DescribeCurrentException(), text);
+    }
+  }
+}
+
 TEST(WorkerTest, IdlePauseIsTheListenTimerPlusOneAndOnlyAnExactYesBalancesTheLoad) {
   const struct {
     const char* timer;
@@ -93,7 +114,7 @@ TEST(DecimalTextTest, ReadsLeadingDigitsAfterWhiteSpaceAndSignClampedToTheRange)
     int value;
   } cases[] = {
       {"250", 250}, {"  250", 250}, {"\t\r\n 7", 7}, {"250ms", 250}, {"00", 0}, {"08", 8}, {"-5", -5},
-      {"+12", 12}, {"1 2", 1},
+      {"+12", 12}, {"1 2", 1}, {"\v\f 3", 3},
       // No digits give 0.
       {"", 0}, {"abc", 0}, {"   ", 0}, {"-", 0}, {"- 5", 0}, {"x250", 0},
       {"2147483647", INT_MAX}, {"2147483648", INT_MAX}, {"-2147483648", INT_MIN}, {"-2147483649", INT_MIN},

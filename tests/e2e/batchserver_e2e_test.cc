@@ -23,7 +23,6 @@ namespace {
 
 using testutil::kLogRule;
 const std::regex kDateTime(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)");
-constexpr const char* kWaiting = "\r\n\r\n...WAITING FOR BATCHES...\r\n\r\n\r\n";
 
 // A batch for ZE2E_ALL: special characters, blanks, identifiers from each of
 // the three columns, a row without any, and every field type (SHARE is a
@@ -35,142 +34,107 @@ constexpr const char* kAllTypesCsv =
     ",,I3,inner  blanks stay,20000229,000000,,9999,1,1,1,1,01,\n"
     ",,,no identifier: left out,,,5,5,5,5,5,5,05,0.5\n";
 
-// The rows of kAllTypesCsv as the server writes them.
-constexpr const char* kAllTypesRows =
-    "    <A&lt;1&gt;&amp;>\n"
-    "      <H_IDENT>A&lt;1&gt;&amp;</H_IDENT>\n"
-    "      <T_IDENT>T1</T_IDENT>\n"
-    "      <IDENT>I1</IDENT>\n"
-    "      <NOTE>a&lt;b &amp; &quot;c&quot; 'd' &amp; &gt;</NOTE>\n"
-    "      <DAY>20240131</DAY>\n"
-    "      <AT>235959</AT>\n"
-    "      <AMOUNT>12.34</AMOUNT>\n"
-    "      <CODE>0042</CODE>\n"
-    "      <QTY>42</QTY>\n"
-    "      <WEIGHT>2.5</WEIGHT>\n"
-    "      <PRIO>-3</PRIO>\n"
-    "      <FLAGS>7</FLAGS>\n"
-    "      <RAW>ABCD</RAW>\n"
-    "      <SHARE>0.125</SHARE>\n"
-    "    </A&lt;1&gt;&amp;>\n"
-    "    <T2>\n"
-    "      <H_IDENT/>\n"
-    "      <T_IDENT>T2</T_IDENT>\n"
-    "      <IDENT/>\n"
-    "      <NOTE/>\n"
-    "      <DAY>00000000</DAY>\n"
-    "      <AT>000000</AT>\n"
-    "      <AMOUNT>-0.50</AMOUNT>\n"
-    "      <CODE>0000</CODE>\n"
-    "      <QTY>0</QTY>\n"
-    "      <WEIGHT>0</WEIGHT>\n"
-    "      <PRIO>0</PRIO>\n"
-    "      <FLAGS>0</FLAGS>\n"
-    "      <RAW>0000</RAW>\n"
-    "      <SHARE>-0.125</SHARE>\n"
-    "    </T2>\n"
-    "    <I3>\n"
-    "      <H_IDENT/>\n"
-    "      <T_IDENT/>\n"
-    "      <IDENT>I3</IDENT>\n"
-    "      <NOTE>inner  blanks stay</NOTE>\n"
-    "      <DAY>20000229</DAY>\n"
-    "      <AT>000000</AT>\n"
-    "      <AMOUNT>0.00</AMOUNT>\n"
-    "      <CODE>9999</CODE>\n"
-    "      <QTY>1</QTY>\n"
-    "      <WEIGHT>1</WEIGHT>\n"
-    "      <PRIO>1</PRIO>\n"
-    "      <FLAGS>1</FLAGS>\n"
-    "      <RAW>0100</RAW>\n"
-    "      <SHARE>0.000</SHARE>\n"
-    "    </I3>\n";
-
-std::string XmlStart(const std::string& function, const std::string& id,
-                     const std::string& structure) {
-  return "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>\n\n\n<BATCH>\n  <" + function +
-         " TIMESTAMP=\"" + id + "\" BEGIN=\"1\" TABLE=\"" + structure + "\"";
-}
-
-// The header block of one service cycle, checked line by line.
-void ExpectHeader(const std::vector<std::string>& lines, size_t at, const std::string& path,
-                  const std::string& instance) {
-  ASSERT_GE(lines.size(), at + 8);
-  EXPECT_EQ(lines[at], kLogRule);
-  EXPECT_EQ(lines[at + 1], "# HEADER");
-  EXPECT_EQ(lines[at + 2], "# Path: " + path);
-  EXPECT_EQ(lines[at + 3].substr(0, 13), "# Date/Time: ");
-  EXPECT_TRUE(std::regex_match(lines[at + 3].substr(13), kDateTime)) << lines[at + 3];
-  EXPECT_EQ(lines[at + 4], "# DESCRIPTION: " + instance);
-  EXPECT_EQ(lines[at + 5], "# CLOCKS_PER_SEC: 1000");
-  EXPECT_EQ(lines[at + 6], kLogRule);
-  EXPECT_EQ(lines[at + 7], "");
-}
-
-// A cycle that ended in a library error: the time-stamped record of
-// RFC_ERROR_INFO on one entry, one CR LF at its end.
-void ExpectLibraryErrorCycle(const std::string& cycle, const std::string& reason) {
-  EXPECT_TRUE(std::regex_match(cycle.substr(0, 17), kDateTime)) << cycle;
-  EXPECT_EQ(cycle.substr(17, 23), " - RFC_ERROR_INFO\nKey: ") << cycle;
-  EXPECT_EQ(CountOf(cycle, "RFC_ERROR_INFO"), 1) << cycle;
-  EXPECT_EQ(CountOf(cycle, "\r\n"), 1) << cycle;
-  for (const char* field : {"\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
-    EXPECT_NE(cycle.find(field), std::string::npos) << cycle;
+// The rows of kAllTypesCsv as the server writes them: the row's tag, then
+// each field's text ("" for an empty element).
+std::string AllTypesRows() {
+  const char* names[] = {"H_IDENT", "T_IDENT", "IDENT", "NOTE", "DAY",   "AT",  "AMOUNT",
+                         "CODE",    "QTY",     "WEIGHT", "PRIO", "FLAGS", "RAW", "SHARE"};
+  const std::vector<std::vector<std::string>> rows = {
+      {"A&lt;1&gt;&amp;", "A&lt;1&gt;&amp;", "T1", "I1", "a&lt;b &amp; &quot;c&quot; 'd' &amp; &gt;", "20240131",
+       "235959", "12.34", "0042", "42", "2.5", "-3", "7", "ABCD", "0.125"},
+      {"T2", "", "T2", "", "", "00000000", "000000", "-0.50", "0000", "0", "0", "0", "0", "0000", "-0.125"},
+      {"I3", "", "", "I3", "inner  blanks stay", "20000229", "000000", "0.00", "9999", "1", "1", "1", "1", "0100",
+       "0.000"}};
+  std::string xml;
+  for (const auto& row : rows) {
+    xml += "    <" + row[0] + ">\n";
+    for (size_t i = 1; i < row.size(); ++i) {
+      const std::string name = names[i - 1];
+      xml += "      <" + name + (row[i].empty() ? "/>\n" : ">" + row[i] + "</" + name + ">\n");
+    }
+    xml += "    </" + row[0] + ">\n";
   }
-  EXPECT_NE(cycle.find(reason), std::string::npos) << cycle;
-  EXPECT_EQ(cycle.substr(cycle.size() - 2), "\r\n");
+  return xml;
 }
 
-TEST_F(BatchServerE2eTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
+std::string XmlStart(const std::string& function, const std::string& id, const std::string& structure) {
+  return "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>\n\n\n<BATCH>\n  <" + function + " TIMESTAMP=\"" + id +
+         "\" BEGIN=\"1\" TABLE=\"" + structure + "\"";
+}
+
+class BatchServerProcessTest : public BatchServerE2eTest {
+ protected:
+  // Writes the INI and starts the server in the work directory; `tag` keeps
+  // another instance's INI and output files apart.
+  std::unique_ptr<testutil::ChildProcess> StartInstance(const std::string& instance,
+                                                        const std::map<std::string, std::string>& settings,
+                                                        const std::string& tag = "") {
+    return std::make_unique<testutil::ChildProcess>(
+        std::vector<std::string>{testutil::BuildDir() + "/bin/batchserver", instance,
+                                 WriteIni(instance, settings, tag)},
+        work_, dir_.File("server" + tag + ".out"), dir_.File("server" + tag + ".err"));
+  }
+  void StartServer() {
+    server_ = StartInstance(instance_, settings_);
+    ASSERT_TRUE(server_->started());
+  }
+  std::string ServerOut() const { return testutil::ReadBytes(dir_.File("server.out")); }
+  std::string ServerErr() const { return testutil::ReadBytes(dir_.File("server.err")); }
+  sapsim::testing::RunResult Batchctl(const std::string& command, const std::string& option = "") {
+    std::vector<std::string> argv{testutil::BuildDir() + "/bin/batchctl", command, instance_};
+    if (!option.empty()) argv.insert(argv.begin() + 2, option);
+    return sapsim::testing::RunCommand(argv);
+  }
+
+  std::unique_ptr<testutil::ChildProcess> server_;
+};
+
+TEST_F(BatchServerProcessTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
   StartServer();
   ASSERT_TRUE(WaitForServing()) << LogText() << ServerErr();
 
-  // The start of the log: header, the offered functions, the waiting lines.
+  // The start of the log: the header block, the offered functions, the waiting lines.
   const std::string log = LogText();
-  const std::vector<std::string> lines = CrLfLines(log);
-  ExpectHeader(lines, 0, LogPath(), instance_);
+  const std::vector<std::string> lines = testutil::CrLfLines(log);
+  ASSERT_GE(lines.size(), 8u);
+  EXPECT_EQ(testutil::Join(lines[0], lines[1], lines[2], lines[3].substr(0, 13), lines[4], lines[5], lines[6], lines[7]),
+            testutil::Join(kLogRule, "# HEADER", "# Path: " + logs_ + "/" + testutil::FileNames(logs_).at(0),
+                           "# Date/Time: ", "# DESCRIPTION: " + instance_, "# CLOCKS_PER_SEC: 1000", kLogRule, ""));
+  EXPECT_TRUE(std::regex_match(lines[3].substr(13), kDateTime)) << lines[3];
   EXPECT_EQ(log.substr(log.find(kLogRule + "\r\n\r\n") + kLogRule.size() + 4),
-            std::string("Add Server Function: Z_E2E_ALL\r\n"
-                        "Add Server Function: Z_E2E_SMALL\r\n") +
-                kWaiting);
+            "Add Server Function: Z_E2E_ALL\r\nAdd Server Function: Z_E2E_SMALL\r\n"
+            "\r\n\r\n...WAITING FOR BATCHES...\r\n\r\n\r\n");
 
   // A batch with every field type.
-  sapsim::testing::RunResult call = Call("Z_E2E_ALL", "ZE2E_ALL", kAllTypesCsv);
-  EXPECT_EQ(call.exit_code, 0) << call.err;
-  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  sapsim::testing::RunResult call = Call(kAllTypesCsv, "Z_E2E_ALL", "ZE2E_ALL");
+  EXPECT_EQ(testutil::Join(call.exit_code, call.out), "0|BATCH_RC=1\n|") << call.err;
   ASSERT_EQ(XmlFiles().size(), 1u);
   const std::string file = XmlFiles()[0];
   ASSERT_TRUE(std::regex_match(file, std::regex(R"([0-9]{15}\.xml)"))) << file;
   const std::string id = file.substr(0, 15);
   EXPECT_EQ(testutil::ReadBytes(xml_ + "/" + file),
-            XmlStart("Z_E2E_ALL", id, "ZE2E_ALL") + ">\n" + kAllTypesRows +
-                "  </Z_E2E_ALL>\n</BATCH>");
+            XmlStart("Z_E2E_ALL", id, "ZE2E_ALL") + ">\n" + AllTypesRows() + "  </Z_E2E_ALL>\n</BATCH>");
   const std::string after = LogText().substr(log.size());
-  EXPECT_TRUE(std::regex_match(after, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - Receive data: )" +
-                                                 id + R"(\.xml\r\n)")))
+  EXPECT_TRUE(std::regex_match(after, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - Receive data: )" + id +
+                                                 R"(\.xml\r\n)")))
       << after;
 
   // An empty batch still makes a file, an entry and BATCH_RC=1.
   std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\n");
-  EXPECT_EQ(call.exit_code, 0) << call.err;
-  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  call = Call("H_IDENT,NAME\n");
+  EXPECT_EQ(testutil::Join(call.exit_code, call.out), "0|BATCH_RC=1\n|") << call.err;
   ASSERT_EQ(XmlFiles().size(), 2u);
-  const std::string empty_id = XmlFiles()[1].substr(0, 15);
   EXPECT_EQ(testutil::ReadBytes(xml_ + "/" + XmlFiles()[1]),
-            XmlStart("Z_E2E_SMALL", empty_id, "ZE2E_SMALL") + "/>\n</BATCH>");
-  EXPECT_EQ(Receipts(), 2);
+            XmlStart("Z_E2E_SMALL", XmlFiles()[1].substr(0, 15), "ZE2E_SMALL") + "/>\n</BATCH>");
 
   // Functions of rows with ACTIVE y, blank, or an unknown structure are not
   // offered: the library-wide dispatcher refuses them, and serving goes on.
   for (const char* function : {"Z_E2E_LOWER", "Z_E2E_BLANK", "Z_E2E_UNKNOWN"}) {
-    call = Call(function, "ZE2E_SMALL", "H_IDENT,NAME\nK1,x\n");
-    EXPECT_EQ(call.exit_code, 1) << function;
-    EXPECT_EQ(call.out, "EXCEPTION=RFC function does not exist!\n") << function << call.err;
+    call = Call(kSmall, function);
+    EXPECT_EQ(testutil::Join(call.exit_code, call.out), "1|EXCEPTION=RFC function does not exist!\n|") << function;
   }
   EXPECT_EQ(CountOf(ServerOut(), "\n Main Thread  RFC function does not exist!"), 3) << ServerOut();
-  call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK1,x\n");
-  EXPECT_EQ(call.out, "BATCH_RC=1\n");
+  EXPECT_EQ(Call(kSmall).out, "BATCH_RC=1\n");
   EXPECT_EQ(Receipts(), 3);
 
   // Nothing was wrong, so one cycle, and no trace while tracing is off.
@@ -179,29 +143,51 @@ TEST_F(BatchServerE2eTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
   EXPECT_EQ(ServerErr(), "");
 }
 
-TEST_F(BatchServerE2eTest, StopEventEndsTheWorkerAtTheNextIdleMomentAndTheProcessStays) {
+TEST_F(BatchServerProcessTest, StopEventEndsTheTracedWorkerAtTheNextIdleMomentAndTheProcessStays) {
+  // An INI file that cannot be read ends the process with its message.
+  const std::string missing = dir_.File("missing dir name.ini");
+  const sapsim::testing::RunResult refused =
+      sapsim::testing::RunCommand({testutil::BuildDir() + "/bin/batchserver", instance_, missing});
+  EXPECT_EQ(testutil::Join(refused.exit_code, refused.out, refused.err),
+            testutil::Join(1, "", "File I/O error: 2 for file: " + missing + "\n"));
+
   settings_["sap.server.listen.timer"] = "1500";
+  settings_["sap.client.trace"] = "1";
   StartServer();
   ASSERT_TRUE(WaitForServing()) << LogText();
+  ASSERT_EQ(Call(kSmall).out, "BATCH_RC=1\n");
   // The worker must be in the server loop, not still registering.
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
   const std::size_t threads = server_->ThreadCount();
-
   const sapsim::testing::RunResult stop = Batchctl("stop");
   ASSERT_EQ(stop.exit_code, 0) << stop.err;
   ASSERT_TRUE(Eventually([&] { return server_->ThreadCount() < threads; })) << server_->ThreadCount();
 
   // The registration ended with the cycle: SAP can no longer deliver.
-  const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
+  const sapsim::testing::RunResult call = Call(kSmall);
   EXPECT_EQ(call.exit_code, 1);
   EXPECT_NE(call.err.find("no RFC server program is registered"), std::string::npos) << call.err;
+
+  // One worker thread wrote the trace into the start directory; the teardown
+  // after the stop is traced too, and must free nothing twice.
+  std::string traces;
+  for (const std::string& name : testutil::FileNames(work_)) {
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(crfc\d+\.trc)"))) << name;
+    traces += testutil::ReadBytes(work_ + "/" + name);
+  }
+  EXPECT_EQ(testutil::FileNames(work_).size(), 1u);
+  for (const char* line : {"Rfc Class Library Trace at   ", "CRfcClientFunc::CallReceive called\r\nRFC_READ_TABLE\r\n",
+                           "CRfcConnection::DoOpen (void *) called\r\nOpening connection to: \r\n",
+                           "CRfcServerApp::Dispatch called\r\n", "CRfcConnection::Close(void) called\r\n"}) {
+    EXPECT_NE(traces.find(line), std::string::npos) << line;
+  }
+  EXPECT_EQ(traces.find("Failure!"), std::string::npos) << traces;
 
   // The process stays, starts no new cycle, and reports the stop.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   EXPECT_FALSE(server_->Poll().has_value());
   EXPECT_EQ(Cycles().size(), 1u);
   EXPECT_EQ(Batchctl("status").exit_code, 2);
-
   const std::optional<int> status = server_->Terminate();
   ASSERT_TRUE(status.has_value());
   EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
@@ -209,12 +195,13 @@ TEST_F(BatchServerE2eTest, StopEventEndsTheWorkerAtTheNextIdleMomentAndTheProces
 
 // batchctl status against the real server through its life, and what a
 // service manager hears from it.
-TEST_F(BatchServerE2eTest, StatusTellsWhatTheWorkerDoesInEveryState) {
+TEST_F(BatchServerProcessTest, StatusTellsWhatTheWorkerDoesInEveryState) {
   const std::string notify = dir_.File("notify");
   testutil::NotifySocket manager(notify);
   ASSERT_TRUE(manager.bound());
   std::string batch_id;
   const std::string gateway = "gateway 127.0.0.1 " + sapsim_->port_text() + "\\)";
+  const std::string nowhere = dir_.File("nowhere.so");
   const struct {
     const char* step;
     std::function<void()> action;
@@ -232,12 +219,11 @@ TEST_F(BatchServerE2eTest, StatusTellsWhatTheWorkerDoesInEveryState) {
        0, "serving since [-0-9: ]+ \\(program id BATCHE2E, " + gateway, "serving"},
       {"a batch",
        [&] {
-         ASSERT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n").exit_code, 0);
+         ASSERT_EQ(Call(kSmall).exit_code, 0);
          batch_id = XmlFiles().at(0).substr(0, 15);
        },
        0, "serving since .*", "serving"},
-      {"SAP gone", [&] { sapsim_.reset(); }, 1, "retrying since [-0-9: ]+: RFC_ERROR_\\w+: .+",
-       "retrying"},
+      {"SAP gone", [&] { sapsim_.reset(); }, 1, "retrying since [-0-9: ]+: RFC_ERROR_\\w+: .+", "retrying"},
       {"stopped", [&] { ASSERT_EQ(Batchctl("stop").exit_code, 0); }, 2,
        "ended at [-0-9: ]+: stopped through the stop event", "ended"},
       {"terminated",
@@ -245,16 +231,14 @@ TEST_F(BatchServerE2eTest, StatusTellsWhatTheWorkerDoesInEveryState) {
          ASSERT_TRUE(server_->Terminate().has_value());
          batch_id.clear();
        },
-       3, "not running",
-       "not running"},
+       3, "not running", "not running"},
       {"library missing",
        [&] {
-         settings_["sap.library"] = dir_.File("nowhere.so");
+         settings_["sap.library"] = nowhere;
          StartServer();
        },
-       2, "ended at [-0-9: ]+: Failed to load dll: '" + dir_.File("nowhere.so") + "'", "ended"},
+       2, "ended at [-0-9: ]+: Failed to load dll: '" + nowhere + "'", "ended"},
   };
-  const std::string batchctl = sapsim::testing::BuildDir() + "/bin/batchctl";
   for (const auto& s : steps) {
     SCOPED_TRACE(s.step);
     s.action();
@@ -264,50 +248,34 @@ TEST_F(BatchServerE2eTest, StatusTellsWhatTheWorkerDoesInEveryState) {
       return person.exit_code == s.exit_code &&
              std::regex_match(person.out.substr(0, person.out.find('\n')), std::regex(s.first_line));
     })) << person.exit_code << "\n" << person.out << LogText();
-    const sapsim::testing::RunResult json =
-        sapsim::testing::RunCommand({batchctl, "status", "--json", instance_});
+    const sapsim::testing::RunResult json = Batchctl("status", "--json");
     EXPECT_EQ(json.exit_code, s.exit_code);
-    EXPECT_NE(json.out.find("\"state\":\"" + std::string(s.json_state) + "\""), std::string::npos)
-        << json.out;
+    EXPECT_NE(json.out.find("\"state\":\"" + std::string(s.json_state) + "\""), std::string::npos) << json.out;
     if (!batch_id.empty() && s.exit_code != 3) {
-      EXPECT_NE(person.out.find("\nbatches:        1 since start, the last " + batch_id + " at "),
-                std::string::npos)
+      EXPECT_NE(person.out.find("\nbatches:        1 since start, the last " + batch_id + " at "), std::string::npos)
           << person.out;
     }
   }
+  // A library that cannot be loaded ends the worker for good: no retry, the
+  // last cycle is "MM/DD/YY hh:mm:ss" and the one entry.
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  const std::string last = Cycles().back();
+  EXPECT_TRUE(testutil::StartsWithLogTime(last)) << last;
+  EXPECT_EQ(last.substr(17), " - Exception: Failed to load dll: '" + nowhere + "'\r\n");
+  EXPECT_FALSE(server_->Poll().has_value());
   // Ready at once, then the line of every state the worker went through.
   std::string states;
   for (const std::string& message : manager.Received()) {
     const std::string line = message.substr(message.find("STATUS=") + 7);
     states += (states.empty() ? message.substr(0, 8) : " ") + line.substr(0, line.find(' '));
   }
-  EXPECT_TRUE(std::regex_match(
-      states, std::regex("READY=1\npreparing serving (preparing )?(retrying )+(stopping )?ended")))
+  EXPECT_TRUE(std::regex_match(states, std::regex("READY=1\npreparing serving (preparing )?(retrying )+(stopping )?ended")))
       << states;
 }
 
-TEST_F(BatchServerE2eTest, LogsOnThroughTheMessageServerWhenLoadBalancingIsYes) {
-  sapsim_.reset();
-  StartSapsim(0, /*message_server=*/true);
-  settings_["sap.server.gateway.service"] = sapsim_->port_text();
-  settings_["sap.client.loadbalancing"] = "Yes";
-  settings_["sap.client.lb.messageserver"] = "127.0.0.1";
-  settings_["sap.client.lb.system"] = "E2E";
-  settings_["sap.client.lb.group"] = "PUBLIC";
-  // The application server settings must not be what makes it work.
-  settings_["sap.client.host"] = "no.such.host.invalid";
-  // The stand-in library finds the message server through this variable.
-  ASSERT_EQ(setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1), 0);
-  StartServer();
-  unsetenv("RFCSIM_MS_PORT");
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  EXPECT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nLB,balanced\n").out, "BATCH_RC=1\n");
-  EXPECT_EQ(Receipts(), 1);
-  EXPECT_NE(sapsim_->Log().find("PUBLIC"), std::string::npos) << sapsim_->Log();
-}
-
-// Cycles that fail before serving are logged once each and retried at once.
-TEST_F(BatchServerE2eTest, CycleThatFailsBeforeServingIsLoggedAndRetried) {
+// A logon through the message server serves; cycles that fail before
+// serving are logged once each and retried at once.
+TEST_F(BatchServerProcessTest, LogonThroughTheMessageServerServesAndCyclesThatFailBeforeServingAreRetried) {
   // A system without ZKTZ_BATCHES: RFC_READ_TABLE raises TABLE_NOT_AVAILABLE.
   std::string without_batches = TestSystem();
   without_batches = without_batches.substr(0, without_batches.rfind(',', without_batches.find("\"tables\""))) + "\n}";
@@ -319,10 +287,14 @@ TEST_F(BatchServerE2eTest, CycleThatFailsBeforeServingIsLoggedAndRetried) {
     std::map<std::string, std::string> settings;
     std::string system;
     bool message_server;
-    const char* reason;  // "" for an exception that is no library error
+    const char* reason;  // "" for an exception that is no library error, null for none
   } cases[] = {
-      {"wrong password", {{"sap.client.user.password", "wrong"}}, TestSystem(), false,
-       "name or password is incorrect"},
+      // The application server settings must not be what makes it work.
+      {"load balancing",
+       {{"sap.client.loadbalancing", "Yes"}, {"sap.client.lb.messageserver", "127.0.0.1"},
+        {"sap.client.lb.system", "E2E"}, {"sap.client.lb.group", "PUBLIC"}, {"sap.client.host", "no.such.host.invalid"}},
+       TestSystem(), true, nullptr},
+      {"wrong password", {{"sap.client.user.password", "wrong"}}, TestSystem(), false, "name or password is incorrect"},
       {"unknown logon group",
        {{"sap.client.loadbalancing", "Yes"}, {"sap.client.lb.messageserver", "127.0.0.1"},
         {"sap.client.lb.system", "E2E"}, {"sap.client.lb.group", "NOGROUP"}},
@@ -334,24 +306,35 @@ TEST_F(BatchServerE2eTest, CycleThatFailsBeforeServingIsLoggedAndRetried) {
     server_.reset();
     std::filesystem::remove_all(logs_);
     std::filesystem::create_directory(logs_);
-    RestartSapsimWith(c.system, c.message_server);
-    const std::string port = settings_["sap.server.gateway.service"];
     settings_ = defaults;
-    settings_["sap.server.gateway.service"] = port;
+    StartSapsim(0, {}, c.message_server, c.system);
     for (const auto& [key, value] : c.settings) settings_[key] = value;
-    if (c.message_server) {
-      ASSERT_EQ(setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1), 0);
-    }
+    // The stand-in library finds the message server through this variable.
+    if (c.message_server) setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1);
     StartServer();
     unsetenv("RFCSIM_MS_PORT");
+    if (c.reason == nullptr) {
+      ASSERT_TRUE(WaitForServing()) << LogText();
+      EXPECT_EQ(Call(kSmall).out, "BATCH_RC=1\n");
+      EXPECT_NE(sapsim_->Log().find("PUBLIC"), std::string::npos) << sapsim_->Log();
+      continue;
+    }
     ASSERT_TRUE(Eventually([&] { return Cycles().size() >= 3; })) << LogText();
     const std::vector<std::string> cycles = Cycles();
     for (size_t i = 0; i + 1 < cycles.size(); ++i) {
-      if (*c.reason != '\0') {
-        ExpectLibraryErrorCycle(cycles[i], c.reason);
-      } else {
-        EXPECT_TRUE(std::regex_match(cycles[i], std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - UNKNOWN EXEPTION\n\r\n)")))
-            << cycles[i];
+      const std::string& cycle = cycles[i];
+      if (*c.reason == '\0') {
+        EXPECT_TRUE(std::regex_match(cycle, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d - UNKNOWN EXEPTION\n\r\n)")))
+            << cycle;
+        continue;
+      }
+      // The time-stamped record of RFC_ERROR_INFO on one entry, one CR LF at its end.
+      EXPECT_TRUE(std::regex_match(cycle.substr(0, 17), kDateTime)) << cycle;
+      EXPECT_EQ(cycle.substr(17, 23), " - RFC_ERROR_INFO\nKey: ") << cycle;
+      EXPECT_EQ(testutil::Join(CountOf(cycle, "RFC_ERROR_INFO"), CountOf(cycle, "\r\n"), cycle.substr(cycle.size() - 2)),
+                testutil::Join(1, 1, "\r\n")) << cycle;
+      for (const char* part : {"\nStatus: ", "\nMessage: ", "\nInitstate: ", c.reason}) {
+        EXPECT_NE(cycle.find(part), std::string::npos) << cycle;
       }
     }
     EXPECT_EQ(Waits(), 0);
@@ -359,106 +342,15 @@ TEST_F(BatchServerE2eTest, CycleThatFailsBeforeServingIsLoggedAndRetried) {
   }
 }
 
-TEST_F(BatchServerE2eTest, ClassLibraryTraceGoesIntoTheStartDirectoryWhenSwitchedOn) {
-  settings_["sap.client.trace"] = "1";
-  StartServer();
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  for (int batch = 0; batch < 3; ++batch) {
-    ASSERT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nT,traced\n").out, "BATCH_RC=1\n");
-  }
-  // The teardown after a stop is traced too, and must free nothing twice.
-  const std::size_t threads = server_->ThreadCount();
-  ASSERT_EQ(Batchctl("stop").exit_code, 0);
-  ASSERT_TRUE(Eventually([&] { return server_->ThreadCount() < threads; }));
-
-  std::string traces;
-  int files = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(work_)) {
-    ++files;
-    EXPECT_TRUE(std::regex_match(entry.path().filename().string(), std::regex(R"(crfc\d+\.trc)")))
-        << entry.path();
-    traces += testutil::ReadBytes(entry.path().string());
-  }
-  // One worker thread writes them all.
-  EXPECT_EQ(files, 1);
-  EXPECT_NE(traces.find("Rfc Class Library Trace at   "), std::string::npos);
-  EXPECT_NE(traces.find("CRfcClientFunc::CallReceive called\r\nRFC_READ_TABLE\r\n"),
-            std::string::npos);
-  EXPECT_NE(traces.find("CRfcConnection::DoOpen (void *) called\r\nOpening connection to: \r\n"),
-            std::string::npos);
-  EXPECT_NE(traces.find("CRfcServerApp::Dispatch called\r\n"), std::string::npos);
-  EXPECT_NE(traces.find("CRfcConnection::Close(void) called\r\n"), std::string::npos);
-  EXPECT_EQ(traces.find("Failure!"), std::string::npos) << traces;
-}
-
-TEST_F(BatchServerE2eTest, LogDirectoryThatDisappearsIsReportedAndServingResumesWhenItIsBack) {
-  StartServer();
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  std::filesystem::remove_all(logs_);
-
-  // The batch's log entry cannot be written: the call fails, the cycle ends,
-  // and the report goes to standard error.
-  sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nLOST,entry\n");
-  EXPECT_NE(call.exit_code, 0);
-  EXPECT_EQ(XmlFiles().size(), 1u);
-  ASSERT_TRUE(Eventually([&] { return CountOf(ServerErr(), "Error in log file for: '") >= 1; }))
-      << ServerErr();
-  const std::string err = ServerErr();
-  EXPECT_NE(err.find("batchserver " + instance_ + ": Error in log file for: '" + instance_ +
-                     "', file name: '" + logs_ + "/"),
-            std::string::npos)
-      << err;
-  EXPECT_NE(err.find("', cause: '3'; not logged: UNKNOWN EXEPTION\n"), std::string::npos) << err;
-  EXPECT_FALSE(server_->Poll().has_value());
-
-  // Once the directory is back the next cycle logs and serves again.
-  std::filesystem::create_directory(logs_);
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nAGAIN,served\n");
-  EXPECT_EQ(call.out, "BATCH_RC=1\n");
-  EXPECT_EQ(Receipts(), 1);
-  EXPECT_EQ(XmlFiles().size(), 2u);
-  EXPECT_NE(ServerErr().find("batchserver " + instance_ + ": the log is written again, "),
-            std::string::npos);
-}
-
-TEST_F(BatchServerE2eTest, BatchThatDoesNotFitTheStructureIsRefusedAndServingGoesOn) {
-  StartServer();
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  // QTY arrives as text that is no number: the receive fails.
-  sapsim::testing::RunResult call =
-      Call("Z_E2E_ALL", "ZE2E_ALL_TEXT", "H_IDENT,QTY\nH1,12\nH2,many\n");
-  EXPECT_NE(call.exit_code, 0);
-  EXPECT_EQ(call.out.find("BATCH_RC"), std::string::npos) << call.out;
-  ASSERT_TRUE(Eventually([&] {
-    return ServerOut().find("\nRFC call/exception during Invoke of CRfcServerApp\n") !=
-           std::string::npos;
-  })) << ServerOut();
-  EXPECT_NE(ServerOut().find("\n Main Thread  \nRFC call/exception during Invoke of CRfcServerApp\nKey         "),
-            std::string::npos);
-  EXPECT_TRUE(XmlFiles().empty());
-  EXPECT_EQ(Receipts(), 0);
-
-  // Fields the caller does not send arrive initial; such a batch is taken.
-  call = Call("Z_E2E_ALL", "ZE2E_ALL_TEXT", "H_IDENT,QTY\nH1,12\n");
-  EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
-  call = Call("Z_E2E_ALL", "ZE2E_ALL", kAllTypesCsv);
-  EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
-  EXPECT_EQ(Receipts(), 2);
-  EXPECT_EQ(Cycles().size(), 1u);
-}
-
-TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServing) {
+TEST_F(BatchServerProcessTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServing) {
   StartServer();
   ASSERT_TRUE(WaitForServing()) << LogText();
   std::string csv = "H_IDENT,NAME\n";
   for (int i = 0; i < 2000; ++i) csv += "K" + std::to_string(i) + ",name " + std::to_string(i) + "\n";
-  const std::string csv_file = dir_.Write("big.csv", csv);
   {
-    testutil::ChildProcess caller({sapsim::testing::SapsimPath(), "call", "--port",
-                                   sapsim_->port_text(), "--program-id", kProgramId, "--function",
-                                   "Z_E2E_SMALL", "--structure", "ZE2E_SMALL", "--csv", csv_file,
-                                   "--repeat", "100000"},
+    testutil::ChildProcess caller({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
+                                   kProgramId, "--function", "Z_E2E_SMALL", "--structure", "ZE2E_SMALL", "--csv",
+                                   dir_.Write("big.csv", csv), "--repeat", "100000"},
                                   "", dir_.File("caller.out"), dir_.File("caller.err"));
     ASSERT_TRUE(Eventually([&] { return Receipts() >= 3; })) << LogText();
     caller.Kill(SIGKILL);
@@ -471,20 +363,18 @@ TEST_F(BatchServerE2eTest, CallerThatDisconnectsInTheMiddleLeavesTheServerServin
     before = Receipts();
     return now == before;
   }));
-  const sapsim::testing::RunResult call = Call("Z_E2E_SMALL", "ZE2E_SMALL", "H_IDENT,NAME\nK,x\n");
-  EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
+  EXPECT_EQ(Call(kSmall).out, "BATCH_RC=1\n");
   EXPECT_EQ(Receipts(), before + 1);
   EXPECT_EQ(Cycles().size(), 1u);
   EXPECT_FALSE(server_->Poll().has_value());
 }
 
-}  // namespace
 // Instances on one host and one SAP system: under program ids of their own
 // they serve side by side; a second one under the same program id cancels the
 // first one's registration when its cycle starts (what follows is a race:
 // more cancelling, or both registered), and the first serves again once the
 // other is gone.
-TEST_F(BatchServerE2eTest, InstancesServeSideBySideOnlyUnderProgramIdsOfTheirOwn) {
+TEST_F(BatchServerProcessTest, InstancesServeSideBySideOnlyUnderProgramIdsOfTheirOwn) {
   StartServer();
   ASSERT_TRUE(WaitForServing()) << LogText();
   auto start_other = [&](const std::string& tag, const std::string& program_id) {
@@ -498,23 +388,20 @@ TEST_F(BatchServerE2eTest, InstancesServeSideBySideOnlyUnderProgramIdsOfTheirOwn
   auto waits_of = [&](const std::string& tag) {
     return CountOf(testutil::FilesText(dir_.File("logs" + tag)), "\r\n...WAITING FOR BATCHES...\r\n");
   };
-  const std::string batch = "H_IDENT,NAME\nK1,x\n";
-
   auto second = start_other("2", "BATCHE2F");
   ASSERT_TRUE(Eventually([&] { return waits_of("2") == 1; })) << ServerErr();
-  EXPECT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", batch).out, "BATCH_RC=1\n");
-  EXPECT_EQ(Call("Z_E2E_SMALL", "ZE2E_SMALL", batch, "BATCHE2F").out, "BATCH_RC=1\n");
-  EXPECT_EQ(XmlFiles().size(), 1u);
-  EXPECT_EQ(testutil::FileNames(dir_.File("xml2")).size(), 1u);
-  EXPECT_EQ(Waits(), 1) << "the second instance did not disturb the first";
-  EXPECT_EQ(waits_of("2"), 1);
+  EXPECT_EQ(Call(kSmall).out, "BATCH_RC=1\n");
+  EXPECT_EQ(Call(kSmall, "Z_E2E_SMALL", "ZE2E_SMALL", "BATCHE2F").out, "BATCH_RC=1\n");
+  EXPECT_EQ(testutil::Join(XmlFiles().size(), testutil::FileNames(dir_.File("xml2")).size()), "1|1|");
+  EXPECT_EQ(testutil::Join(Waits(), waits_of("2")), "1|1|") << "the second instance did not disturb the first";
 
   auto third = start_other("3", kProgramId);
   EXPECT_TRUE(Eventually([&] { return Waits() >= 2 && waits_of("3") >= 1; })) << LogText();
   EXPECT_EQ(waits_of("2"), 1) << "another program id is not touched";
   EXPECT_EQ(third->Terminate(), 0) << "SIGTERM ends it in order";
   // The first settles and is reached again.
-  EXPECT_TRUE(Eventually([&] { return Call("Z_E2E_SMALL", "ZE2E_SMALL", batch).out == "BATCH_RC=1\n"; }));
+  EXPECT_TRUE(Eventually([&] { return Call(kSmall).out == "BATCH_RC=1\n"; }));
 }
 
+}  // namespace
 }  // namespace e2e

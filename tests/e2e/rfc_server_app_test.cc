@@ -6,14 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
-#include "rfc/function/rfc_simple_param.h"
-#include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_func.h"
 #include "tests/e2e/server_test_support.h"
 #include "tests/rfc/rfc_test_support.h"
@@ -32,27 +31,32 @@ class ServerAppTest : public ::testing::Test {
     script().Reset();
     stand_in::State::Fill(script().attributes.partner_release, 5, "46C");
   }
-
   static stand_in::State& script() { return rfc_test::Fake(); }
 
   // A connection that owns handle 1, as an accepted registration does.
-  static void Accept(CRfcConnection& connection) {
+  void Accept() {
     std::vector<char> word{'-', 'a', 'P', 'R', 'O', 'G', '\0'};
     char* argv[] = {word.data(), nullptr};
-    connection.Accept(argv);
-    ASSERT_EQ(connection.GetHandle(), 1u);
+    connection_.Accept(argv);
+    ASSERT_EQ(connection_.GetHandle(), 1u);
     script().log.clear();
   }
+  // Runs the loop over `calls`; what it printed.
+  std::string Serve(CRfcServerApp& app, const std::vector<std::string>& calls, int expected_rc = RFC_CLOSED) {
+    script().listen_results.assign(calls.size(), RFC_OK);
+    script().listen_results.push_back(RFC_CLOSED);
+    script().pending_calls.assign(calls.begin(), calls.end());
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(app.Run(0), expected_rc);
+    return testing::internal::GetCapturedStdout();
+  }
 
-  static std::vector<std::string> Entries() { return script().Entries(); }
+  CRfcConnection connection_;
 };
 
 TEST_F(ServerAppTest, SecondApplicationIsRefusedUntilTheFirstIsGone) {
-  CRfcConnection connection;
-  auto first = std::make_unique<CRfcServerApp>(&connection);
-  EXPECT_EQ(CRfcServerApp::InstanceCount(), 1);
-
-  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { CRfcServerApp second(&connection); });
+  auto first = std::make_unique<CRfcServerApp>(&connection_);
+  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { CRfcServerApp second(&connection_); });
   EXPECT_TRUE(run.threw_text);
   EXPECT_EQ(run.thrown, "Only one instance can be created!");
   ASSERT_EQ(run.lines.size(), 6u) << run.content;
@@ -60,43 +64,29 @@ TEST_F(ServerAppTest, SecondApplicationIsRefusedUntilTheFirstIsGone) {
   EXPECT_EQ(run.lines[4], "CRfcServerApp::CRfcServerApp (CRfcConnection*) called");
   EXPECT_EQ(run.lines[5], "Only one instance can be created!");
   EXPECT_EQ(CRfcServerApp::InstanceCount(), 1);
-
   first.reset();
   EXPECT_EQ(CRfcServerApp::InstanceCount(), 0);
-  CRfcServerApp third(&connection);
+  CRfcServerApp third(&connection_);
   EXPECT_EQ(CRfcServerApp::InstanceCount(), 1);
 }
 
-TEST_F(ServerAppTest, CatchAllIsInstalledWithItsDocumentation) {
-  CRfcConnection connection;
-  std::unique_ptr<CRfcServerApp> app;
-  const rfc_test::TracedRun run =
-      rfc_test::RunTraced([&] { app = std::make_unique<CRfcServerApp>(&connection); });
-  ASSERT_EQ(script().installed.size(), 1u);
-  EXPECT_EQ(script().installed[0].first, "%%USER_GLOBAL_SERVER");
-  EXPECT_EQ(script().installed[0].second,
-            "The RFC library will call this function if any unknown\n"
-            "RFC function should be executed in this RFC server program.\n");
-  EXPECT_NE(script().catch_all, nullptr);
+TEST_F(ServerAppTest, CatchAllAndFunctionsAreInstalledWithTheirDocumentationAndFoundExactly) {
+  std::unique_ptr<CRfcServerApp> owner;
+  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { owner = std::make_unique<CRfcServerApp>(&connection_); });
+  CRfcServerApp& app = *owner;
   // A note without header.
   EXPECT_EQ(run.lines, std::vector<std::string>{"CRfcServerApp::DispatchDocu called"});
-  EXPECT_STREQ(CRfcServerApp::DispatchDocu(), script().installed[0].second.c_str());
-}
-
-TEST_F(ServerAppTest, FunctionsAreInstalledByNameAndFoundExactly) {
-  CRfcConnection connection;
-  CRfcServerApp app(&connection);
-  EchoFunc first("z_first", "the first one");
-  EchoFunc second("Z_SECOND");
-  EchoFunc same_name("Z_FIRST");
-  app.AddFunction(&first);
-  app.AddFunction(&second);
-  app.AddFunction(&same_name);
+  EXPECT_NE(script().catch_all, nullptr);
+  EchoFunc first("z_first", "the first one"), second("Z_SECOND"), same_name("Z_FIRST");
+  for (EchoFunc* function : {&first, &second, static_cast<EchoFunc*>(nullptr), &same_name}) app.AddFunction(function);
   EXPECT_EQ(app.GetFunctionCount(), 3);
   // Only names and documentation: every call still comes through the catch-all.
-  ASSERT_EQ(script().installed.size(), 4u);
-  EXPECT_EQ(script().installed[1], (std::pair<std::string, std::string>("Z_FIRST", "the first one")));
-  EXPECT_EQ(script().installed[2], (std::pair<std::string, std::string>("Z_SECOND", "(null)")));
+  using Installed = std::vector<std::pair<std::string, std::string>>;
+  const char* docu =
+      "The RFC library will call this function if any unknown\nRFC function should be executed in this RFC server program.\n";
+  EXPECT_EQ(script().installed, (Installed{{"%%USER_GLOBAL_SERVER", docu}, {"Z_FIRST", "the first one"},
+                                           {"Z_SECOND", "(null)"}, {"Z_FIRST", "(null)"}}));
+  EXPECT_STREQ(CRfcServerApp::DispatchDocu(), docu);
 
   int index = -1;
   EXPECT_EQ(app.FindFunction("Z_FIRST", &index), &first);
@@ -104,82 +94,51 @@ TEST_F(ServerAppTest, FunctionsAreInstalledByNameAndFoundExactly) {
   EXPECT_EQ(app.FindFunction("Z_SECOND", &index), &second);
   EXPECT_EQ(index, 1);
   index = -1;
-  EXPECT_EQ(app.FindFunction("z_first", &index), nullptr);
-  EXPECT_EQ(app.FindFunction("Z_FIRST ", &index), nullptr);
-  EXPECT_EQ(app.FindFunction("", &index), nullptr);
-  EXPECT_EQ(app.FindFunction(nullptr, &index), nullptr);
+  for (const char* name : {"z_first", "Z_FIRST ", "", static_cast<const char*>(nullptr)}) {
+    EXPECT_EQ(app.FindFunction(name, &index), nullptr);
+  }
   EXPECT_EQ(index, -1);
   EXPECT_EQ(app.FindFunction("Z_SECOND"), &second);
   EXPECT_EQ(first.GetServerApp(), &app);
 }
 
-TEST_F(ServerAppTest, CallRunsReceiveProcessAndReturnOnTheCallsHandle) {
-  CRfcConnection connection;
-  Accept(connection);
-  CRfcServerApp app(&connection);
+TEST_F(ServerAppTest, CallsRunReceiveProcessAndReturnOnTheCallsHandleAndUnknownOnesAreRaised) {
+  Accept();
+  CRfcServerApp app(&connection_);
   EchoFunc echo("Z_ECHO");
   EchoFunc tables_only("Z_TABLES", nullptr, /*with_scalars=*/false);
   app.AddFunction(&echo);
   app.AddFunction(&tables_only);
   script().log.clear();
-  script().listen_results = {RFC_OK, RFC_OK, RFC_OK, RFC_CLOSED};
-  script().pending_calls = {"Z_ECHO", "Z_ECHO", "Z_TABLES"};
-
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(app.Run(0), RFC_CLOSED);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
-
-  EXPECT_EQ(echo.processed, 2);
+  std::string out;
+  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { out = Serve(app, {"Z_ECHO", "Z_NOWHERE", "Z_TABLES"}); });
+  EXPECT_EQ(out, std::string("\n Main Thread  ") + kMissing);
+  EXPECT_EQ(testutil::Join(echo.processed, tables_only.processed), "1|1|");
   // During the call the function used a connection of its own on the call's
-  // handle; afterwards it points nowhere.
+  // handle; afterwards it points nowhere; the borrowed handle was never closed.
   EXPECT_EQ(echo.handle_seen, 1u);
-  EXPECT_NE(echo.connection_seen, &connection);
+  EXPECT_NE(echo.connection_seen, &connection_);
   EXPECT_EQ(echo.GetConnection(), nullptr);
-  // The borrowed handle was never closed.
-  EXPECT_EQ(CountOf(Entries(), "RfcClose"), 0);
-  EXPECT_EQ(connection.GetHandle(), 1u);
-
-  const std::vector<std::string> expected{
-      "RfcListen",  "RfcDispatch", "RfcGetName", "RfcGetData", "RfcGetAttributes",
-      "RfcSendData", "RfcListen",  "RfcDispatch", "RfcGetName", "RfcGetData",
-      "RfcSendData", "RfcListen",  "RfcDispatch", "RfcGetName", "RfcGetData",
-      "RfcSendData", "RfcListen"};
-  EXPECT_EQ(Entries(), expected);
+  EXPECT_EQ(CountOf(script().Entries(), "RfcClose"), 0);
+  EXPECT_EQ(connection_.GetHandle(), 1u);
   // The release is learnt once, at the first call.
-  EXPECT_STREQ(connection.GetRelease(), "46C");
-
+  EXPECT_EQ(script().Entries(),
+            (std::vector<std::string>{"RfcListen", "RfcDispatch", "RfcGetName", "RfcGetData", "RfcGetAttributes",
+                                      "RfcSendData", "RfcListen", "RfcDispatch", "RfcGetName", "RfcRaise", "RfcListen",
+                                      "RfcDispatch", "RfcGetName", "RfcGetData", "RfcSendData", "RfcListen"}));
+  EXPECT_STREQ(connection_.GetRelease(), "46C");
   const std::vector<stand_in::Record> received = script().CallsOf("RfcGetData");
-  ASSERT_EQ(received.size(), 3u);
+  ASSERT_EQ(received.size(), 2u);
   EXPECT_EQ(received[0].handle, 1u);
   EXPECT_EQ(received[0].names, (std::vector<std::string>{"IN_VALUE", "|", "LINES"}));
   // A function without imports still receives its tables.
-  EXPECT_EQ(tables_only.processed, 1);
-  EXPECT_EQ(received[2].names, (std::vector<std::string>{"|", "LINES"}));
+  EXPECT_EQ(received[1].names, (std::vector<std::string>{"|", "LINES"}));
   const std::vector<stand_in::Record> sent = script().CallsOf("RfcSendData");
-  ASSERT_EQ(sent.size(), 3u);
+  ASSERT_EQ(sent.size(), 2u);
   EXPECT_EQ(sent[0].names, (std::vector<std::string>{"OUT_VALUE", "|", "LINES"}));
-}
-
-TEST_F(ServerAppTest, UnknownFunctionIsRaisedToTheCallerAndTheLoopGoesOn) {
-  CRfcConnection connection;
-  Accept(connection);
-  CRfcServerApp app(&connection);
-  EchoFunc echo("Z_ECHO");
-  app.AddFunction(&echo);
-  script().listen_results = {RFC_OK, RFC_OK, RFC_CLOSED};
-  script().pending_calls = {"Z_NOWHERE", "Z_ECHO"};
-
-  int rc = -1;
-  testing::internal::CaptureStdout();
-  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { rc = app.Run(0); });
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("\n Main Thread  ") + kMissing);
-  EXPECT_EQ(rc, RFC_CLOSED);
-  EXPECT_EQ(echo.processed, 1);
-
   const std::vector<stand_in::Record> raised = script().CallsOf("RfcRaise");
   ASSERT_EQ(raised.size(), 1u);
-  EXPECT_EQ(raised[0].handle, 1u);
-  EXPECT_EQ(raised[0].text, kMissing);
+  EXPECT_EQ(testutil::Join(raised[0].handle, raised[0].text), testutil::Join(1, kMissing));
   EXPECT_TRUE(Contains(run.lines, {"CRfcServerApp::Dispatch called", "", "", ""}));
   EXPECT_TRUE(Contains(run.lines, {"CRfcServerApp::Invoke called", kMissing})) << run.content;
 }
@@ -192,8 +151,7 @@ TEST_F(ServerAppTest, DispatchRefusesWithoutApplicationAndHandsBackAFailedNameLo
   ASSERT_EQ(script().CallsOf("RfcRaise").size(), 1u);
   EXPECT_EQ(script().CallsOf("RfcRaise")[0].handle, 5u);
 
-  CRfcConnection connection;
-  CRfcServerApp app(&connection);
+  CRfcServerApp app(&connection_);
   EchoFunc echo("Z_ECHO");
   app.AddFunction(&echo);
   script().current_names.emplace_back(3, "Z_ECHO");
@@ -212,33 +170,25 @@ TEST_F(ServerAppTest, IdleHookThatClosesTheConnectionEndsTheLoopWithSix) {
     }
     int idles = 0;
   };
-  CRfcConnection connection;
-  Accept(connection);
-  ClosingApp app(&connection);
+  Accept();
+  ClosingApp app(&connection_);
   EXPECT_EQ(app.Run(0), RFC_CLOSED);
   EXPECT_EQ(app.idles, 3);
-  EXPECT_EQ(connection.GetHandle(), 0u);
+  EXPECT_EQ(connection_.GetHandle(), 0u);
   const std::vector<stand_in::Record> closed = script().CallsOf("RfcClose");
   ASSERT_EQ(closed.size(), 1u);
   EXPECT_EQ(closed[0].handle, 1u);
-  EXPECT_EQ(CountOf(Entries(), "RfcListen"), 3);
-  EXPECT_EQ(CountOf(Entries(), "RfcDispatch"), 0);
+  EXPECT_EQ(testutil::Join(CountOf(script().Entries(), "RfcListen"), CountOf(script().Entries(), "RfcDispatch")), "3|0|");
 }
 
 TEST_F(ServerAppTest, LoopFailuresAreThrownAsTheLibrarysError) {
-  CRfcConnection connection;
-  Accept(connection);
-  CRfcServerApp app(&connection);
+  Accept();
+  CRfcServerApp app(&connection_);
   script().SetLastError("RFC_ERROR_COMMUNICATION", "CONNECT failed", "partner gone");
-
   // A failing listen, then a failing dispatch.
   for (int step = 0; step < 2; ++step) {
-    if (step == 0) {
-      script().listen_results = {RFC_FAILURE};
-    } else {
-      script().listen_results = {RFC_OK};
-      script().dispatch_default = RFC_SYS_EXCEPTION;
-    }
+    script().listen_results = {step == 0 ? RFC_FAILURE : RFC_OK};
+    script().dispatch_default = RFC_SYS_EXCEPTION;
     std::string key;
     const rfc_test::TracedRun run = rfc_test::RunTraced([&] {
       try {
@@ -250,69 +200,56 @@ TEST_F(ServerAppTest, LoopFailuresAreThrownAsTheLibrarysError) {
     EXPECT_EQ(key, "RFC_ERROR_COMMUNICATION") << step;
     EXPECT_STREQ(app.GetLastError().message, "partner gone");
     ASSERT_EQ(run.lines.size(), 8u) << run.content;
-    EXPECT_EQ(run.lines[4], "CRfcServerApp::Run(void) called");
-    EXPECT_EQ(run.lines[5], "Key:    RFC_ERROR_COMMUNICA");
-    EXPECT_EQ(run.lines[6], "Status: CONNECT faile");
-    EXPECT_EQ(run.lines[7], "Message:partner gone");
+    EXPECT_EQ(std::vector<std::string>(run.lines.begin() + 4, run.lines.end()),
+              (std::vector<std::string>{"CRfcServerApp::Run(void) called", "Key:    RFC_ERROR_COMMUNICA",
+                                        "Status: CONNECT faile", "Message:partner gone"}));
   }
-
   // A closed connection during dispatch is no failure.
   script().listen_results = {RFC_OK};
   script().dispatch_default = RFC_CLOSED;
   EXPECT_EQ(app.Run(0), RFC_CLOSED);
 }
 
-TEST_F(ServerAppTest, ReceiveAndReplyFailuresAreReportedAndServingGoesOn) {
-  CRfcConnection connection;
-  Accept(connection);
-  CRfcServerApp app(&connection);
+// What goes wrong inside one call is reported and serving goes on; an
+// application's own text leaves Run.
+TEST_F(ServerAppTest, FailuresInsideACallAreReportedAndServingGoesOn) {
+  Accept();
+  CRfcServerApp app(&connection_);
   EchoFunc echo("Z_ECHO");
   app.AddFunction(&echo);
   script().SetLastError("RFC_ERROR_CONVERSION", "conversion", "field QTY of line 2");
   const std::string report =
-      "\n Main Thread  \nRFC call/exception during Invoke of CRfcServerApp\n"
-      "Key         RFC_ERROR_CONVERSION\n"
+      "\n Main Thread  \nRFC call/exception during Invoke of CRfcServerApp\nKey         RFC_ERROR_CONVERSION\n"
       "Message     field QTY of line 2\n";
-
-  script().get_data_result = RFC_FAILURE;
-  script().listen_results = {RFC_OK, RFC_CLOSED};
-  script().pending_calls = {"Z_ECHO"};
-  testing::internal::CaptureStdout();
-  rfc_test::TracedRun run = rfc_test::RunTraced([&] { EXPECT_EQ(app.Run(0), RFC_CLOSED); });
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), report);
-  EXPECT_EQ(echo.processed, 0);
-  EXPECT_TRUE(script().CallsOf("RfcSendData").empty());
-  EXPECT_TRUE(Contains(run.lines, {"CRfcServerFunc::ReceiveData called", "Key:    RFC_ERROR_CONVER",
-                                   "Status: conversio", "Message:field QTY of line 2"}))
-      << run.content;
-
-  script().get_data_result = RFC_OK;
-  script().send_data_result = RFC_FAILURE;
-  script().listen_results = {RFC_OK, RFC_CLOSED};
-  script().pending_calls = {"Z_ECHO"};
-  testing::internal::CaptureStdout();
-  run = rfc_test::RunTraced([&] { EXPECT_EQ(app.Run(0), RFC_CLOSED); });
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), report);
-  EXPECT_EQ(echo.processed, 1);
-  EXPECT_TRUE(Contains(run.lines, {"CRfcServerFunc::ReturnCall called"})) << run.content;
-  EXPECT_EQ(echo.GetConnection(), nullptr);
-}
-
-TEST_F(ServerAppTest, TextsFromProcessArePrintedOtherExceptionsPassThrough) {
-  CRfcConnection connection;
-  Accept(connection);
-  CRfcServerApp app(&connection);
-  EchoFunc echo("Z_ECHO");
-  app.AddFunction(&echo);
-
-  echo.throw_text = "batch refused";
-  script().listen_results = {RFC_OK, RFC_CLOSED};
-  script().pending_calls = {"Z_ECHO"};
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(app.Run(0), RFC_CLOSED);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n Main Thread  batch refused");
-  EXPECT_TRUE(script().CallsOf("RfcSendData").empty());
-
+  const struct {
+    int get_data, send_data;
+    const char* thrown;
+    std::string out;
+    int processed;
+    std::vector<std::string> trace;
+  } cases[] = {
+      {RFC_FAILURE, RFC_OK, nullptr, report, 0,
+       {"CRfcServerFunc::ReceiveData called", "Key:    RFC_ERROR_CONVER", "Status: conversio",
+        "Message:field QTY of line 2"}},
+      {RFC_OK, RFC_FAILURE, nullptr, report, 1, {"CRfcServerFunc::ReturnCall called"}},
+      {RFC_OK, RFC_OK, "batch refused", "\n Main Thread  batch refused", 1, {}},
+  };
+  for (const auto& c : cases) {
+    script().get_data_result = c.get_data;
+    script().send_data_result = c.send_data;
+    echo.throw_text = c.thrown;
+    echo.processed = 0;
+    std::string out;
+    const rfc_test::TracedRun run = rfc_test::RunTraced([&] { out = Serve(app, {"Z_ECHO"}); });
+    EXPECT_EQ(out, c.out);
+    EXPECT_EQ(echo.processed, c.processed);
+    EXPECT_EQ(script().CallsOf("RfcSendData").size(), c.send_data == RFC_OK ? 0u : 1u);
+    script().log.clear();
+    EXPECT_TRUE(c.trace.empty() || std::search(run.lines.begin(), run.lines.end(), c.trace.begin(), c.trace.end()) !=
+                                       run.lines.end())
+        << run.content;
+    EXPECT_EQ(echo.GetConnection(), nullptr);
+  }
   // An application text is not the dispatcher's to report: it leaves Run.
   echo.throw_text = nullptr;
   echo.throw_string = "log file gone";
@@ -324,13 +261,9 @@ TEST_F(ServerAppTest, TextsFromProcessArePrintedOtherExceptionsPassThrough) {
 
 TEST_F(ServerAppTest, WithoutConnectionNothingIsExchanged) {
   EchoFunc echo("Z_ECHO");
-  EXPECT_EQ(echo.ReceiveData(), 1);
-  EXPECT_EQ(echo.ReturnCall(), 1);
-  EXPECT_EQ(echo.GetDocu(), nullptr);
+  EXPECT_EQ(testutil::Join(echo.ReceiveData(), echo.ReturnCall(), echo.GetDocu() == nullptr), "1|1|1|");
   CRfcServerApp app(nullptr);
-  EXPECT_EQ(app.Run(0), 1);
-  EXPECT_EQ(app.Run(-3), 1);
-  EXPECT_EQ(app.OnIdle(), 0);
+  EXPECT_EQ(testutil::Join(app.Run(0), app.Run(-3), app.OnIdle()), "1|1|0|");
   EXPECT_TRUE(script().CallsOf("RfcListen").empty());
   EXPECT_TRUE(script().CallsOf("RfcGetData").empty());
 }

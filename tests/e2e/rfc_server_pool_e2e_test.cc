@@ -78,18 +78,12 @@ class CountingFunc : public CRfcServerFunc {
 
 class ServerPoolE2eTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
-  }
+  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str())); }
 
   void SetUp() override {
     sapsim::testing::SapsimProcess::Options options;
-    options.system_file = dir_.Write("system.json", R"({
-      "system_id": "POO", "release": "46C",
-      "structures": {"ZPOOL_LINE": [
-        {"name": "H_IDENT", "type": "C", "length": 10},
-        {"name": "NAME", "type": "C", "length": 20}]}
-    })");
+    options.system_file = dir_.Write("system.json", R"({"system_id": "POO", "release": "46C", "structures": {"ZPOOL_LINE": [
+        {"name": "H_IDENT", "type": "C", "length": 10}, {"name": "NAME", "type": "C", "length": 20}]}})");
     sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
     // The vector the pool threads accept with, as a registration would cut it.
     words_ = {"-a" + std::string(kProgram), "-g127.0.0.1", "-x" + sapsim_->port_text()};
@@ -101,53 +95,21 @@ class ServerPoolE2eTest : public ::testing::Test {
     connection_.Close();
   }
 
-  // The gateway's count of registrations of the program id.
+  // The gateway's count of ready or busy registrations of the program id.
   int Registered() {
     int total = 0, initialising = 0, ready = 0, busy = 0;
     ErrorInfoEx error{};
-    const std::string port = sapsim_->port_text();
-    RfcCheckRegisterServer(kProgram, "127.0.0.1", port.c_str(), &total, &initialising, &ready,
-                           &busy, &error);
+    RfcCheckRegisterServer(kProgram, "127.0.0.1", sapsim_->port_text().c_str(), &total, &initialising, &ready, &busy,
+                           &error);
     return ready + busy;
   }
 
-  // Runs a pool of `threads` on `app` while `callers` run once all threads
-  // registered; then the gateway cancels the registrations, which ends the
-  // pool. False when the threads did not all register.
-  struct PoolRun {
-    bool registered = false;
-    int rc = -1;
-    std::string thrown;
-    std::string out;
-  };
-  PoolRun RunPool(CRfcServerApp& app, int threads, const std::function<void()>& callers) {
-    PoolRun run;
-    testing::internal::CaptureStdout();
-    std::thread pool([&] {
-      try {
-        run.rc = app.Run(threads);
-      } catch (const char* text) {
-        run.thrown = text;
-      }
-    });
-    run.registered = Eventually([&] { return Registered() == threads; });
-    if (run.registered) callers();
-    int total = 0, cancelled = 0;
-    ErrorInfoEx error{};
-    RfcCancelRegisterServer(kProgram, "127.0.0.1", sapsim_->port_text().c_str(), &total, &cancelled, &error);
-    pool.join();
-    run.out = testing::internal::GetCapturedStdout();
-    return run;
-  }
-
-  sapsim::testing::RunResult Call(const std::string& function, int rows) {
+  sapsim::testing::RunResult Call(int rows) {
     std::string csv = "H_IDENT,NAME\n";
     for (int i = 0; i < rows; ++i) csv += "K" + std::to_string(i) + ",row " + std::to_string(i) + "\n";
-    const std::string file = dir_.Write(function + std::to_string(rows) + ".csv", csv);
-    return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port",
-                                        sapsim_->port_text(), "--program-id", kProgram,
-                                        "--function", function, "--structure", "ZPOOL_LINE",
-                                        "--csv", file});
+    return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
+                                        "--program-id", kProgram, "--function", "Z_POOL_COUNT", "--structure",
+                                        "ZPOOL_LINE", "--csv", dir_.Write(std::to_string(rows) + ".csv", csv)});
   }
 
   sapsim::testing::TempDir dir_;
@@ -157,34 +119,37 @@ class ServerPoolE2eTest : public ::testing::Test {
   CRfcConnection connection_;
 };
 
+// Three pool threads serve six concurrent callers, each call on a clone,
+// until the gateway cancels the registrations, which ends the pool.
 TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
   CRfcServerApp app(&connection_);
   CountingFunc registered("Z_POOL_COUNT");
   app.AddFunction(&registered);
-  CountingFunc::clones = 0;
-  // Six callers at once, each with its own number of lines.
-  std::vector<sapsim::testing::RunResult> results;
-  const PoolRun run = RunPool(app, 3, [&] {
-    std::vector<std::future<sapsim::testing::RunResult>> callers;
-    for (int rows = 1; rows <= 6; ++rows) {
-      callers.push_back(std::async(std::launch::async, [this, rows] { return Call("Z_POOL_COUNT", rows); }));
-    }
-    for (auto& caller : callers) results.push_back(caller.get());
-  });
-  ASSERT_TRUE(run.registered) << run.out;
-  for (size_t i = 0; i < results.size(); ++i) {
-    EXPECT_EQ(results[i].exit_code, 0) << results[i].err;
-    EXPECT_EQ(results[i].out, "BATCH_RC=" + std::to_string(i + 1) + "\n") << results[i].err;
+  int rc = -1;
+  testing::internal::CaptureStdout();
+  std::thread pool([&] { rc = app.Run(3); });
+  const bool all_registered = Eventually([&] { return Registered() == 3; });
+  std::vector<std::future<sapsim::testing::RunResult>> callers;
+  for (int rows = 1; all_registered && rows <= 6; ++rows) {
+    callers.push_back(std::async(std::launch::async, [this, rows] { return Call(rows); }));
   }
-  EXPECT_EQ(run.thrown, "");
-  EXPECT_EQ(run.rc, 0);
-  EXPECT_EQ(CountingFunc::clones, 6);
+  for (size_t i = 0; i < callers.size(); ++i) {
+    const sapsim::testing::RunResult result = callers[i].get();
+    EXPECT_EQ(testutil::Join(result.exit_code, result.out), "0|BATCH_RC=" + std::to_string(i + 1) + "\n|") << result.err;
+  }
+  int total = 0, cancelled = 0;
+  ErrorInfoEx error{};
+  RfcCancelRegisterServer(kProgram, "127.0.0.1", sapsim_->port_text().c_str(), &total, &cancelled, &error);
+  pool.join();
+  const std::string out = testing::internal::GetCapturedStdout();
+  ASSERT_TRUE(all_registered) << out;
+  EXPECT_EQ(testutil::Join(rc, CountingFunc::clones.load()), "0|6|");
   // Busy threads leave callers to the others.
   EXPECT_GE(CountingFunc::threads.size(), 2u);
-  EXPECT_EQ(CountOf(run.out, "RfcAccept          handle = "), 3) << run.out;
-  EXPECT_EQ(CountOf(run.out, "RfcAccept          handle = 0"), 0) << run.out;
-  EXPECT_NE(run.out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"), std::string::npos)
-      << run.out;
+  EXPECT_EQ(testutil::Join(CountOf(out, "RfcAccept          handle = "), CountOf(out, "RfcAccept          handle = 0")),
+            "3|0|")
+      << out;
+  EXPECT_NE(out.find("\n\n Main Thread:  3 thread(s) successfully terminated.\n"), std::string::npos) << out;
 }
 
 }  // namespace

@@ -53,16 +53,16 @@ using Step = std::function<std::string()>;
 
 struct Operation {
   const char* name;
-  bool needs_system;  // works on a connection to sapsim
   // Builds what the operation works on (no fault planned yet) and returns
   // the operation itself.
   std::function<Step()> prepare;
-  // After a failed run, the next run goes to the same objects (they must
-  // stay usable) instead of freshly prepared ones.
-  bool again_on_same;
   // The outcomes the sweep must meet at least once; these and kNoMemory are
   // all a failed allocation may end the operation with.
-  std::set<std::string> required;
+  std::set<std::string> required = {kNoMemory};
+  bool needs_system = false;  // works on a connection to sapsim
+  // After a failed run, the next run goes to the same objects (they must
+  // stay usable) instead of freshly prepared ones.
+  bool again_on_same = false;
 };
 
 void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
@@ -92,17 +92,6 @@ std::string Attempt(const Step& run) {
   }
 }
 
-// A wrapper of the shared handle that does not close it; its release is
-// known, so that nothing but the operation itself talks to the system.
-std::unique_ptr<CRfcConnection> Borrowed() {
-  auto connection = std::make_unique<CRfcConnection>();
-  CRfcConnInfo info;
-  info.release = "46C";
-  connection->SetConnInfo(info);
-  connection->AttachHandle(g_connection->GetHandle());
-  return connection;
-}
-
 using test_support::Field;
 
 class NoOpServerFunc : public CRfcServerFunc {
@@ -113,33 +102,25 @@ class NoOpServerFunc : public CRfcServerFunc {
 
 std::vector<Operation> Operations() {
   return {
-      {"StringBuffers", false,
-       Plain([] {
-         CRfcString padded("abc", 30);
-         CRfcString text("abc");
+      {"StringBuffers", Plain([] {
+         CRfcString padded("abc", 30), text("abc"), middle;
          text += "def";
-         CRfcString middle;
          text.Mid(middle, 1, 3);
          CRfcString copy(text);
          copy = "xyz";
          return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
                            copy == "xyz",
                        "texts");
-       }),
-       false, {kNoMemory}},
-
-      {"ListStorage", false,
-       Plain([] {
+       })},
+      {"ListStorage", Plain([] {
          int item = 0;
          CRfcList<int> list;
          list.InitList(2);
          for (int i = 0; i < 25; ++i) list.Add(&item);
          list.SetAtGrow(40, &item);
          return Expect(list.GetCount() == 41 && list.GetAt(24) == &item, "list");
-       }),
-       false, {kNoMemory}},
-
-      {"PackedValueAsText", false,
+       })},
+      {"PackedValueAsText",
        [] {
          auto bytes = std::make_shared<std::array<unsigned char, 3>>(std::array<unsigned char, 3>{0x01, 0x23, 0x4D});
          auto data = std::make_shared<CRfcData>(1);
@@ -149,10 +130,8 @@ std::vector<Operation> Operations() {
            return Expect(text != nullptr && std::string(text) == "-12.34", "packed text");
          });
        },
-       true, {kNoMemory}},
-
-      {"TraceFileOfANewThread", false,
-       Plain([] {
+       {kNoMemory}, false, true},
+      {"TraceFileOfANewThread", Plain([] {
          std::string outcome;
          std::thread writer([&] {
            try {
@@ -163,31 +142,21 @@ std::vector<Operation> Operations() {
          });
          writer.join();
          return outcome;
-       }),
-       false, {kNoMemory}},
-
-      {"SimpleParameter", false,
-       Plain([] {
+       })},
+      {"SimpleParameter", Plain([] {
          CRfcSimpleParam param("count", TYPE_CHAR, 10, 0, 0);
          param.SetType(TYPE_INT, 0, 0);
          param.Value() = 42;
          return Expect(param.GetLength() == 4 && static_cast<int>(param.Value()) == 42, "INT parameter");
-       }),
-       false, {kNoMemory}},
-
-      {"StructureLayout", false,
-       Plain([] {
+       })},
+      {"StructureLayout", Plain([] {
          CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
          CRfcFieldInfo fields[] = {Field("UNIT", 0, TYPE_CHAR, 3), Field("VALUE", 1, TYPE_FLOAT, 8),
                                    Field("COUNT", 2, TYPE_INT, 4)};
          table.AddFieldInfo(fields, 3);
-         return Expect(table.GetFieldCount() == 3 && table.GetLineLength() == 24 && fields[2].offset == 16,
-                       "layout");
-       }),
-       false, {kNoMemory}},
-
-      {"FunctionListsAndCallArrays", false,
-       Plain([] {
+         return Expect(table.GetFieldCount() == 3 && table.GetLineLength() == 24 && fields[2].offset == 16, "layout");
+       })},
+      {"FunctionListsAndCallArrays", Plain([] {
          std::vector<std::unique_ptr<CRfcSimpleParam>> params;
          std::vector<std::unique_ptr<CRfcTableParam>> tables;
          CRfcClientFunc function(nullptr, "Z_MANY_PARAMETERS");
@@ -203,14 +172,11 @@ std::vector<Operation> Operations() {
          function.SetUpImports(1);
          function.SetUpExports();
          function.SetUpTables();
-         return Expect(function.GetImportArray()[11].name == nullptr &&
-                           function.GetExportArray()[11].name == nullptr &&
+         return Expect(function.GetImportArray()[11].name == nullptr && function.GetExportArray()[11].name == nullptr &&
                            function.GetTableArray()[11].name == nullptr && function.GetTables().GetCount() == 11,
                        "call arrays");
-       }),
-       false, {kNoMemory}},
-
-      {"ClientCall", true,
+       })},
+      {"ClientCall",
        [] {
          // One function whose lists changed, so that every call array is
          // built on the call; a failed call must leave it usable.
@@ -233,37 +199,29 @@ std::vector<Operation> Operations() {
                          "system parameters");
          });
        },
-       true, {kNoMemory}},
-
-      {"ClientFunctionAutoCreation", true,
-       Plain([] {
+       {kNoMemory}, true, true},
+      {"ClientFunctionAutoCreation", Plain([] {
          CRfcClientFunc function(g_connection, "Z_KTZ_BAPI_GET_DD_INFO", 1);
          return Expect(function.GetImports().GetCount() == 1 && function.GetExports().GetCount() == 1 &&
                            function.GetTables().GetCount() == 1,
                        "interface");
        }),
-       false, {kAutoCreation, kNoInterface, "Failure to create parameters"}},
-
-      {"StructureParameterAutoCreation", true,
-       Plain([] {
+       {kAutoCreation, kNoInterface, "Failure to create parameters"}, true},
+      {"StructureParameterAutoCreation", Plain([] {
          CRfcStructParam order("ORDER", 0, 1, g_connection, "ZORDERS");
          return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22, "structure");
        }),
-       false, {"Failure to auto-create structure parameter", kNoDefinition, "Failure from AddFieldInfo"}},
-
-      {"TableParameterAutoCreation", true,
-       Plain([] {
+       {"Failure to auto-create structure parameter", kNoDefinition, "Failure from AddFieldInfo"}, true},
+      {"TableParameterAutoCreation", Plain([] {
          CRfcTableParam orders("ORDERS", 0, 0, 1, g_connection, "ZORDERS");
          return Expect(orders.GetFieldCount() == 3 && orders.GetLineLength() == 22, "table");
        }),
-       false, {"Failure to auto-create table parameter", kNoDefinition, "Failure from AddFieldInfo"}},
-
+       {"Failure to auto-create table parameter", kNoDefinition, "Failure from AddFieldInfo"}, true},
       // A function that cannot be made gives 0; a failure inside the call is
       // the caller's to hear.
-      {"Ping", true, [] { return Step([] { return g_connection->Ping() != 0 ? "" : "ping gave 0"; }); }, true,
-       {"ping gave 0", kNoMemory}},
-
-      {"OpenWithItsPing", true,
+      {"Ping", [] { return Step([] { return g_connection->Ping() != 0 ? "" : "ping gave 0"; }); },
+       {"ping gave 0", kNoMemory}, true, true},
+      {"OpenWithItsPing",
        [] {
          // Logon records are set before the fault; the open and its ping run under it.
          auto connection = std::make_shared<CRfcConnection>();
@@ -274,21 +232,24 @@ std::vector<Operation> Operations() {
            return Expect(connection->GetHandle() != 0 && connection->GetRelease() == "46C", "open");
          });
        },
-       false, {"RFC_ERROR_INFO"}},
-
-      {"SystemInformation", true,
+       {"RFC_ERROR_INFO"}, true},
+      {"SystemInformation",
        [] {
-         auto connection = std::shared_ptr<CRfcConnection>(Borrowed());
+         // A wrapper of the shared handle that does not close it; its release
+         // is known, so that nothing but the operation talks to the system.
+         auto connection = std::make_shared<CRfcConnection>();
+         CRfcConnInfo info;
+         info.release = "46C";
+         connection->SetConnInfo(info);
+         connection->AttachHandle(g_connection->GetHandle());
          return Step([connection] {
            connection->GetSystemInfo();
            const CRfcList<CRfcSimpleParam>& info = connection->GetSystemInfoList();
            return Expect(info.GetCount() == 8 && std::string(info.GetAt(0)->GetName()) == "SYSID", "system info");
          });
        },
-       false, {kNoMemory, kAutoCreation, kNoInterface}},
-
-      {"MetadataDump", false,
-       [] {
+       {kNoMemory, kAutoCreation, kNoInterface}, true},
+      {"MetadataDump", [] {
          auto order = std::make_shared<CRfcStructParam>("ORDER", 0, 0, nullptr, nullptr);
          CRfcFieldInfo fields[] = {Field("IDENT", 0, TYPE_CHAR, 10), Field("QTY", 1, TYPE_NUM, 6),
                                    Field("PRICE", 2, TYPE_BCD, 6)};
@@ -300,11 +261,8 @@ std::vector<Operation> Operations() {
            // Two parameter lines, four type lines, six lines per field.
            return Expect(dump.GetLineCount() == 2 + 4 + 3 * 6 && dump.HasWrittenType("ZORDERS"), "dump");
          });
-       },
-       false, {kNoMemory}},
-
-      {"ServerFunctionList", false,
-       [] {
+       }},
+      {"ServerFunctionList", [] {
          auto functions = std::make_shared<std::vector<std::unique_ptr<NoOpServerFunc>>>();
          for (int i = 0; i < 12; ++i) {
            functions->push_back(std::make_unique<NoOpServerFunc>(("Z_NOOP_" + std::to_string(i)).c_str()));
@@ -315,11 +273,8 @@ std::vector<Operation> Operations() {
            return Expect(app.GetFunctionCount() == 12 && app.FindFunction("Z_NOOP_11") == functions->back().get(),
                          "function list");
          });
-       },
-       false, {kNoMemory}},
-
-      {"BatchFunction", false,
-       Plain([] {
+       }},
+      {"BatchFunction", Plain([] {
          CBatchServerFunc::DdColumns columns;
          columns[1] = std::make_unique<CSapColumn>("H_IDENT", 1, 0, TYPE_CHAR, 10, 0);
          columns[2] = std::make_unique<CSapColumn>("COUNT", 2, 10, TYPE_INT, 4, 0);
@@ -327,8 +282,7 @@ std::vector<Operation> Operations() {
          CBatchServerFunc function(nullptr, "Z_SWEEP_BATCH", "ZSWEEP", columns, nullptr);
          return Expect(function.GetRowWidth() == 19 && function.GetTableParam()->GetLineLength() == 24,
                        "batch function");
-       }),
-       false, {kNoMemory}},
+       })},
   };
 }
 

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -21,37 +22,14 @@
 #include "platform/event.h"
 #include "platform/file.h"
 #include "rfc/core/rfc_allocation.h"
-#include "tests/sapsim/support/rfc_library.h"
-#include "tests/sapsim/support/sapsim_process.h"
-#include "tests/support/log_reading.h"
-#include "tests/support/polling.h"
+#include "tests/e2e/batchserver_e2e_fixture.h"
 
 namespace faults {
 namespace {
 
 using testutil::CountOf;
 using testutil::Eventually;
-constexpr const char* kProgramId = "BATCHFAULT";
 const std::string kWaiting = "\r\n...WAITING FOR BATCHES...\r\n";
-
-// One batch function over a two-field structure; ZKTZ_BATCHES says so.
-constexpr const char* kSystem = R"({
-  "system_id": "FLT", "release": "46C", "kernel_release": "46D", "host": "faulthost",
-  "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
-  "structures": {
-    "ZKTZ_BATCHES": [
-      {"name": "MANDT", "type": "C", "length": 3}, {"name": "PROGRAMM", "type": "C", "length": 40},
-      {"name": "FUNCTION", "type": "C", "length": 30}, {"name": "STRUCTURE", "type": "C", "length": 30},
-      {"name": "ACTIVE", "type": "C", "length": 1}
-    ],
-    "ZFAULT_LINE": [{"name": "H_IDENT", "type": "C", "length": 10}, {"name": "NAME", "type": "C", "length": 20}]
-  },
-  "tables": {
-    "ZKTZ_BATCHES": [
-      {"MANDT": "100", "PROGRAMM": "BATCHFAULT", "FUNCTION": "Z_FAULT_BATCH", "STRUCTURE": "ZFAULT_LINE", "ACTIVE": "Y"}
-    ]
-  }
-})";
 
 // One service cycle as the log shows it: the entries after a header block.
 struct LoggedCycle {
@@ -72,104 +50,53 @@ struct LoggedCycle {
   }
 };
 
-class WorkerFaultTest : public ::testing::Test {
+// The worker runs through CBatchApp as the program starts it.
+class WorkerFaultTest : public e2e::BatchServerE2eTest {
  protected:
-  void SetUp() override {
-    instance_ = testutil::UniqueName("FAULT");
-    std::filesystem::create_directory(logs_);
-    std::filesystem::create_directory(xml_);
-  }
   void TearDown() override {
     platform::testing::ClearFileFaults();
-    EXPECT_TRUE(StopWorker());
+    if (app_) {
+      // Sets the stop event and waits for the worker to end.
+      std::unique_ptr<platform::Event> stop = platform::Event::Open(instance_);
+      ASSERT_TRUE(stop && stop->Set());
+      for (const auto& context : ProcessWorkerContexts()) ASSERT_TRUE(context->thread_handle->Join(20000));
+    }
     app_.reset();
-    sapsim_.reset();
   }
-
-  // sapsim on `port` (0: a free one) with extra `serve` options.
-  void StartSapsim(uint16_t port = 0, const std::vector<std::string>& extra = {}) {
-    sapsim::testing::SapsimProcess::Options options;
-    options.system_file = dir_.Write("system.json", kSystem);
-    options.port = port;
-    options.extra = extra;
-    sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
-  }
-  // The worker of a fresh instance, through CBatchApp as the program starts it.
   void StartWorker() {
-    const std::string ini = dir_.Write(
-        "batch.ini", "[" + instance_ + "]\r\nsap.server.gateway.host=127.0.0.1\r\nsap.server.gateway.service=" +
-                         sapsim_->port_text() + "\r\nsap.server.programm.id=" + kProgramId +
-                         "\r\nsap.server.listen.timer=10\r\nsap.client.loadbalancing=No\r\nsap.client.host=127.0.0.1\r\n"
-                         "sap.client.sysnumber=00\r\nsap.client.client=100\r\nsap.client.user.id=BATCH\r\n"
-                         "sap.client.user.password=secret\r\nsap.client.language=EN\r\nsap.client.trace=0\r\n"
-                         "sap.library=" + sapsim::testing::LibraryPath() + "\r\nsap.path=" + logs_ +
-                         "\r\nxml.path=" + xml_ + "\r\n");
-    app_ = std::make_unique<CBatchApp>(CSettings(instance_ + " " + ini));
+    settings_["sap.server.listen.timer"] = "10";
+    app_ = std::make_unique<CBatchApp>(CSettings(instance_ + " " + WriteIni(instance_, settings_)));
     ASSERT_EQ(app_->Start(), 1);
   }
-  // Sets the stop event and waits for the worker to end; false if it did not.
-  bool StopWorker() {
-    if (!app_) return true;
-    std::unique_ptr<platform::Event> stop = platform::Event::Open(instance_);
-    if (!stop || !stop->Set()) return false;
-    for (const auto& context : ProcessWorkerContexts()) {
-      if (!context->thread_handle->Join(20000)) return false;
-    }
-    return true;
-  }
 
-  std::string LogText() const { return testutil::FilesText(logs_); }
-  std::vector<LoggedCycle> Cycles() const {
+  std::vector<LoggedCycle> LoggedCycles() const {
     std::vector<LoggedCycle> cycles;
-    for (std::string& body : testutil::ServiceCycles(LogText())) cycles.push_back({std::move(body)});
+    for (std::string& body : Cycles()) cycles.push_back({std::move(body)});
     return cycles;
   }
-  int Receipts() const { return CountOf(LogText(), " - Receive data: "); }
-  bool WaitForServing(int times = 1) { return Eventually([&] { return CountOf(LogText(), kWaiting) >= times; }); }
-
-  // `sapsim call` of the batch function with `rows` lines.
+  // A batch of `rows` lines whose identifiers start with `tag`.
   sapsim::testing::RunResult Call(int rows, const std::string& tag) {
     std::string csv = "H_IDENT,NAME\n";
     for (int i = 0; i < rows; ++i) csv += tag + std::to_string(i) + ",line " + std::to_string(i) + "\n";
-    const std::string csv_file = dir_.Write("batch" + std::to_string(++calls_) + ".csv", csv);
-    return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
-                                        "--program-id", kProgramId, "--function", "Z_FAULT_BATCH", "--structure",
-                                        "ZFAULT_LINE", "--csv", csv_file});
+    return BatchServerE2eTest::Call(csv);
   }
   // The batch ids of "Receive data: <id>.xml" (fifteen digits), in log order.
   std::vector<std::string> ReceivedIds() const {
-    const std::string log = LogText();
-    const std::string entry = " - Receive data: ";
     std::vector<std::string> ids;
-    for (size_t at = log.find(entry); at != std::string::npos; at = log.find(entry, at + 1)) {
-      const std::string id = log.substr(at + entry.size(), 15);
-      if (id.size() == 15 && id.find_first_not_of("0123456789") == std::string::npos &&
-          log.compare(at + entry.size() + 15, 6, ".xml\r\n") == 0) {
-        ids.push_back(id);
-      }
-    }
+    const std::regex entry(R"( - Receive data: ([0-9]{15})\.xml\r\n)");
+    const std::string log = LogText();
+    for (std::sregex_iterator it(log.begin(), log.end(), entry), end; it != end; ++it) ids.push_back((*it)[1]);
     return ids;
   }
   std::string XmlPath(const std::string& batch_id) const { return xml_ + "/" + batch_id + ".xml"; }
-  int XmlFiles() const {
-    auto files = std::filesystem::directory_iterator(xml_);
-    return static_cast<int>(std::distance(begin(files), end(files)));
-  }
 
-  sapsim::testing::TempDir dir_;
-  std::string instance_;
-  const std::string logs_ = dir_.File("logs");
-  const std::string xml_ = dir_.File("xml");
-  std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
   std::unique_ptr<CBatchApp> app_;
-  int calls_ = 0;
 };
 
 // Each failed allocation costs that batch only (the dispatcher reports the
 // text and the caller gets no BATCH_RC), the cycle goes on, and the next
 // batch is served whole.
 TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
-  StartSapsim();
   StartWorker();
   ASSERT_TRUE(WaitForServing()) << LogText();
   // The first batch builds the function's call arrays; from then on every
@@ -198,8 +125,8 @@ TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
   const std::string reports = ::testing::internal::GetCapturedStdout();
   EXPECT_EQ(CountOf(reports, "\n Main Thread  Failed to allocate memory!"), index) << reports;
   EXPECT_GT(index, 0) << "a batch allocates nothing through the library's allocator";
-  ASSERT_EQ(Cycles().size(), 1u) << LogText();
-  EXPECT_EQ(Cycles().front().Unknown() + Cycles().front().Errors(), 0);
+  ASSERT_EQ(LoggedCycles().size(), 1u) << LogText();
+  EXPECT_EQ(LoggedCycles().front().Unknown() + LoggedCycles().front().Errors(), 0);
 }
 
 // An XML file error loses only the file (the batch is logged and answered); a
@@ -208,7 +135,6 @@ TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
 TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed) {
   using platform::testing::FileFault;
   using platform::testing::FileOp;
-  StartSapsim();
   StartWorker();
   ASSERT_TRUE(WaitForServing()) << LogText();
   const std::pair<FileFault, int> faults[] = {
@@ -219,9 +145,9 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
       for (const auto& [fault, cause] : faults) {
         SCOPED_TRACE(std::string(log ? "log " : "xml ") + (op == FileOp::kOpen ? "open " : "write ") +
                      std::to_string(cause));
-        const size_t cycles = Cycles().size();
+        const size_t cycles = LoggedCycles().size();
         const size_t received = ReceivedIds().size();
-        const int xml_files = XmlFiles();
+        const size_t xml_files = XmlFiles().size();
         platform::testing::InjectFileFault(log ? logs_ : xml_, op, fault, 1);
         const sapsim::testing::RunResult call = Call(3, "F");
         if (!log) {
@@ -230,20 +156,20 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
           const std::vector<std::string> ids = ReceivedIds();
           ASSERT_EQ(ids.size(), received + 1);
           EXPECT_FALSE(std::filesystem::exists(XmlPath(ids.back())));
-          EXPECT_EQ(XmlFiles(), xml_files);
-          EXPECT_EQ(Cycles().size(), cycles);
-          EXPECT_EQ(Cycles().back().Unknown(), 0);
+          EXPECT_EQ(XmlFiles().size(), xml_files);
+          EXPECT_EQ(LoggedCycles().size(), cycles);
+          EXPECT_EQ(LoggedCycles().back().Unknown(), 0);
         } else {
           // The handler's log error ends the cycle before the answer is sent.
           EXPECT_NE(call.exit_code, 0);
           EXPECT_EQ(call.out.find("BATCH_RC"), std::string::npos) << call.out;
-          ASSERT_TRUE(Eventually([&] { return Cycles().size() == cycles + 1 && Cycles().back().Serving(); }))
+          ASSERT_TRUE(Eventually([&] { return LoggedCycles().size() == cycles + 1 && LoggedCycles().back().Serving(); }))
               << LogText();
-          const LoggedCycle failed = Cycles()[cycles - 1];
+          const LoggedCycle failed = LoggedCycles()[cycles - 1];
           EXPECT_EQ(failed.Unknown(), 1) << failed.body;
           EXPECT_EQ(failed.body.substr(failed.body.size() - 22), " - UNKNOWN EXEPTION\n\r\n") << failed.body;
           EXPECT_EQ(ReceivedIds().size(), received);
-          EXPECT_EQ(XmlFiles(), xml_files + 1);  // the document was saved before the entry failed
+          EXPECT_EQ(XmlFiles().size(), xml_files + 1);  // the document was saved before the entry failed
           const std::string log_path = std::filesystem::directory_iterator(logs_)->path().string();
           EXPECT_EQ(ProcessLog().GetLastError(), "Error in log file for: '" + instance_ + "', file name: '" +
                                                      log_path + "', cause: '" + std::to_string(cause) + "'");
@@ -259,7 +185,7 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
       }
     }
   }
-  EXPECT_EQ(Cycles().size(), 9u);  // the first and one after each log fault
+  EXPECT_EQ(LoggedCycles().size(), 9u);  // the first and one after each log fault
 }
 
 // sapsim kills itself (SIGKILL) during the registration, the logon, in the
@@ -287,8 +213,8 @@ TEST_P(KillTest, EveryFailedCycleIsOneHeaderAndOneErrorUntilTheSystemIsBack) {
   })) << sapsim_->Log();
   EXPECT_EQ(sapsim_->Stop(), 128 + SIGKILL);
 
-  ASSERT_TRUE(Eventually([&] { return Cycles().size() >= 5; })) << LogText();
-  const std::vector<LoggedCycle> cycles = Cycles();
+  ASSERT_TRUE(Eventually([&] { return LoggedCycles().size() >= 5; })) << LogText();
+  const std::vector<LoggedCycle> cycles = LoggedCycles();
   if (kill.dies_while_serving) {
     // The server loop sees the connection closed: no error, the next cycle starts.
     EXPECT_TRUE(cycles[0].Serving()) << cycles[0].body;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,7 @@ inline std::vector<std::string> FileNames(const std::string& dir, const std::str
   std::vector<std::string> names;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(dir, error)) {
-    if (extension.empty() || entry.path().extension() == extension) {
-      names.push_back(entry.path().filename().string());
-    }
+    if (extension.empty() || entry.path().extension() == extension) names.push_back(entry.path().filename().string());
   }
   std::sort(names.begin(), names.end());
   return names;
@@ -35,24 +34,16 @@ inline const std::string kLogRule(65, '#');
 
 // True when `text` starts with the log's date and time, "MM/DD/YY hh:mm:ss".
 inline bool StartsWithLogTime(const std::string& text) {
-  const std::string shape = "00/00/00 00:00:00";
-  if (text.size() < shape.size()) return false;
-  for (size_t i = 0; i < shape.size(); ++i) {
-    const bool digit = text[i] >= '0' && text[i] <= '9';
-    if (shape[i] == '0' ? !digit : text[i] != shape[i]) return false;
-  }
-  return true;
+  return std::regex_search(text, std::regex(R"(^\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"));
 }
 
 // The log split into service cycles: the text after each header block, up to
 // the next one.
 inline std::vector<std::string> ServiceCycles(const std::string& log) {
-  const std::string rule = kLogRule + "\r\n";
-  const std::string header = rule + "# HEADER\r\n";
+  const std::string rule = kLogRule + "\r\n", header = rule + "# HEADER\r\n";
   std::vector<std::string> cycles;
-  for (size_t start = log.find(header); start != std::string::npos;) {
-    const size_t body = log.find(rule + "\r\n", start + rule.size());
-    if (body == std::string::npos) break;
+  for (size_t start = log.find(header), body; start != std::string::npos;) {
+    if ((body = log.find(rule + "\r\n", start + rule.size())) == std::string::npos) break;
     const size_t from = body + rule.size() + 2;
     start = log.find(header, from);
     cycles.push_back(log.substr(from, start == std::string::npos ? std::string::npos : start - from));

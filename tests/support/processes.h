@@ -69,14 +69,15 @@ inline pid_t Spawn(const std::vector<std::string>& arguments, const std::string&
   return pid;
 }
 
-// A process the test started; killed and reaped when the object goes.
+// A process the test started; ended and reaped when the object goes. It is
+// asked with SIGTERM first, so that a coverage build counts what it ran.
 class ChildProcess {
  public:
   ChildProcess(const std::vector<std::string>& arguments, const std::string& directory,
                const std::string& out_path, const std::string& err_path)
       : pid_(Spawn(arguments, directory, out_path, err_path)) {}
   ~ChildProcess() {
-    if (pid_ > 0 && !status_) Kill(SIGKILL);
+    if (pid_ > 0 && !status_ && !Terminate(10000)) Kill(SIGKILL);
   }
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;

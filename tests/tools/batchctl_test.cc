@@ -1,5 +1,6 @@
 // Runs the built batchctl against events and status records this test creates.
 
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "app/worker_status.h"
 #include "gtest/gtest.h"
 #include "platform/event.h"
+#include "tests/support/notify_socket.h"
 #include "tests/support/processes.h"
 #include "tests/support/temp_dir.h"
 
@@ -68,82 +70,88 @@ TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
   EXPECT_EQ(Batchctl({"stop", dead}).exit_code, 1);
 }
 
-// Each state the worker publishes, as a person and a monitor read it.
+// Each state the worker publishes, as a person and a monitor read it, and
+// as a service manager hears it: ready at once, then every changed line.
 TEST(BatchctlTest, StatusReportsTheWorkersStateWithItsExitCode) {
   const std::string name = UniqueName("state");
   auto event = Event::Create(name, false);
   ASSERT_NE(event, nullptr);
+  testutil::NotifySocket manager("@" + name);
+  ASSERT_TRUE(manager.bound());
+  setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
   CWorkerStatus worker(name, "BATCHSRV", "sapgw1", "sapgw00");
+  unsetenv("NOTIFY_SOCKET");
+  EXPECT_TRUE(manager.Received().empty()) << "nothing before the worker runs";
   const WorkerStatusData& data = worker.data();
   auto at = [&] { return FormatLocalTime(data.since_ms); };
-  const std::string tail = "process id:     " + std::to_string(getpid()) +
-                           "\nprogram id:     BATCHSRV\ngateway:        sapgw1 sapgw00\n";
+  const std::string tail =
+      "process id:     " + std::to_string(getpid()) + "\nprogram id:     BATCHSRV\ngateway:        sapgw1 sapgw00\n";
   const std::string none = "batches:        none since start\n";
   auto one = [&] {
-    return "batches:        1 since start, the last 001047032436007 at " +
-           FormatLocalTime(data.last_batch_ms) + "\n";
+    return "batches:        1 since start, the last 001047032436007 at " + FormatLocalTime(data.last_batch_ms) + "\n";
   };
+  const std::string failure = "partner \"gone\"\r\nnow";  // one line for the summary
+  const std::string ended = "stopped through the stop event" + std::string(600, '.');
   const struct {
     const char* what;
     std::function<void()> change;
-    std::function<std::string()> person;
+    std::function<std::string()> line, rest;  // the first line; the others
+    bool heard;                                // the manager hears the line
     const char* state;
     int exit_code;
   } cases[] = {
-      {"start", [] {}, [&] { return "preparing since " + at() + "\n" + tail + none; }, "preparing",
-       1},
-      {"failure", [&] { worker.CycleFailed("RFC_ERROR_COMMUNICATION", "partner \"gone\""); },
+      {"start", [&] { worker.Started(); }, [&] { return "preparing since " + at(); }, [&] { return tail + none; },
+       true, "preparing", 1},
+      {"failure", [&] { worker.CycleFailed("", failure); }, [&] { return "retrying since " + at() + ": partner \"gone\"  now"; },
+       [&] { return "failed cycles:  1 since the last good one\n" + tail + none; }, true, "retrying", 1},
+      {"same failure",
        [&] {
-         return "retrying since " + at() + ": RFC_ERROR_COMMUNICATION: partner \"gone\"\n" +
-                "failed cycles:  1 since the last good one\n" + tail + none;
+         worker.CycleStarting();
+         worker.CycleFailed("", failure);
        },
-       "retrying", 1},
+       [&] { return "retrying since " + at() + ": partner \"gone\"  now"; },
+       [&] { return "failed cycles:  2 since the last good one\n" + tail + none; }, false, "retrying", 1},
       {"serving",
        [&] {
          worker.Serving();
          worker.BatchReceived("001047032436007");
        },
-       [&] {
-         return "serving since " + at() + " (program id BATCHSRV, gateway sapgw1 sapgw00)\n" +
-                tail + one();
-       },
-       "serving", 0},
+       [&] { return "serving since " + at() + " (program id BATCHSRV, gateway sapgw1 sapgw00)"; },
+       [&] { return tail + one(); }, true, "serving", 0},
       {"stop unseen", [&] { event->Set(); },
-       [&] {
-         return "stopping: the stop event is set; the worker ends at its next idle moment\n" +
-                tail + one();
-       },
-       "stopping", 2},
-      {"ended", [&] { worker.Ended("stopped through the stop event"); },
-       [&] { return "ended at " + at() + ": stopped through the stop event\n" + tail + one(); },
-       "ended", 2},
+       [&] { return std::string("stopping: the stop event is set; the worker ends at its next idle moment"); },
+       [&] { return tail + one(); }, false, "stopping", 2},
+      {"ended", [&] { worker.Ended(ended); }, [&] { return "ended at " + at() + ": " + ended.substr(0, 511); },
+       [&] { return tail + one(); }, true, "ended", 2},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
     c.change();
+    EXPECT_EQ(manager.Received(), c.heard ? std::vector<std::string>{(c.what == std::string("start") ? "READY=1\nSTATUS=" : "STATUS=") + c.line()}
+                                          : std::vector<std::string>{});
     RunResult person = Batchctl({"status", name});
-    EXPECT_EQ(person.out, c.person()) << c.what;
-    EXPECT_EQ(person.exit_code, c.exit_code) << c.what;
+    EXPECT_EQ(person.out, c.line() + "\n" + c.rest());
+    EXPECT_EQ(person.exit_code, c.exit_code);
     RunResult json = Batchctl({"status", "--json", name});
-    EXPECT_EQ(json.exit_code, c.exit_code) << c.what;
-    EXPECT_EQ(
-        json.out.rfind("{\"instance\":\"" + name + "\",\"state\":\"" + c.state + "\",\"since\":\"" +
-                           at() + "\",\"since_ms\":" + std::to_string(data.since_ms) +
-                           ",\"process_id\":" + std::to_string(getpid()) +
-                           ",\"program_id\":\"BATCHSRV\",\"gateway_host\":\"sapgw1\","
-                           "\"gateway_service\":\"sapgw00\",\"batches\":",
-                       0),
-        0u)
-        << c.what << json.out;
+    EXPECT_EQ(json.exit_code, c.exit_code);
+    EXPECT_EQ(json.out.rfind("{\"instance\":\"" + name + "\",\"state\":\"" + c.state + "\",\"since\":\"" + at() +
+                                 "\",\"since_ms\":" + std::to_string(data.since_ms) +
+                                 ",\"process_id\":" + std::to_string(getpid()) +
+                                 ",\"program_id\":\"BATCHSRV\",\"gateway_host\":\"sapgw1\","
+                                 "\"gateway_service\":\"sapgw00\",\"batches\":",
+                             0),
+              0u)
+        << json.out;
   }
-  // One report in full: texts escaped (Latin-1 read as such), fields that do
-  // not apply null.
+  // One report in full: texts escaped (what is not UTF-8 read as Latin-1),
+  // fields that do not apply null.
   event->Reset();
-  worker.CycleFailed("K", std::string("line\nbreak \\ \xe4", 14));
+  worker.CycleFailed("K\xe2(", std::string("line\nbreak \\ \xe4", 14));
   const std::string json = Batchctl({"status", "--json", name}).out;
   EXPECT_EQ(json.substr(json.find(",\"batches\":")),
             ",\"batches\":1,\"last_batch_id\":\"001047032436007\",\"last_batch_time\":\"" +
                 FormatLocalTime(data.last_batch_ms) +
-                "\",\"failed_cycles\":1,\"last_error_key\":\"K\",\"last_error_message\":"
+                "\",\"failed_cycles\":1,\"last_error_key\":\"K\\u00e2(\",\"last_error_message\":"
                 "\"line\\u000abreak \\\\ \\u00e4\",\"ended_reason\":null}\n");
 }
 
@@ -158,11 +166,13 @@ TEST(BatchctlTest, WrongUseShowsTheUsage) {
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err.rfind("Usage: batchctl stop NAME\n", 0), 0u) << result.err;
   }
-  RunResult help = Batchctl({"--help"});
-  EXPECT_EQ(help.exit_code, 0);
-  EXPECT_EQ(help.out.rfind("Usage: batchctl stop NAME\n", 0), 0u);
-  EXPECT_NE(help.out.find("batchctl status [--json] NAME"), std::string::npos);
-  EXPECT_EQ(help.err, "");
+  for (const char* option : {"--help", "-h"}) {
+    RunResult help = Batchctl({option});
+    EXPECT_EQ(help.exit_code, 0);
+    EXPECT_EQ(help.out.rfind("Usage: batchctl stop NAME\n", 0), 0u);
+    EXPECT_NE(help.out.find("batchctl status [--json] NAME"), std::string::npos);
+    EXPECT_EQ(help.err, "");
+  }
 }
 
 }  // namespace
