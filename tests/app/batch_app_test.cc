@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "app/globals.h"
@@ -87,20 +89,53 @@ TEST_F(BatchAppTest, WorkerEndsAtItsFirstCheckWhenThereIsNothingToRunFor) {
   stopped.running = 0;
   EXPECT_EQ(testutil::Join(WorkerThread(&stopped), stopped.finished), "0|1|");
   EXPECT_EQ(LogText(), "");
+
+  // A worker without a status runs its cycles all the same, until the stop;
+  // a library that cannot be loaded ends it for good.
+  CWorkerContext bare, missing;
+  std::thread cycling([&] { WorkerThread(&bare); });
+  EXPECT_TRUE(Eventually([&] { return Headers() >= 2; }));
+  ASSERT_TRUE(stop->Set());
+  cycling.join();
+  EXPECT_EQ(bare.finished, 1);
+  ASSERT_TRUE(stop->Reset());
+  ProcessSettings().Set(CSettings::kLibrary, dir_.File("missing.so"));
+  EXPECT_EQ(testutil::Join(WorkerThread(&missing), missing.finished), "0|1|");
+  EXPECT_EQ(CountOf(LogText(), " - Exception: Failed to load dll: '" + dir_.File("missing.so") + "'\r\n"), 1);
 }
 
-TEST_F(BatchAppTest, FailedCycleIsLoggedAndTheNextCycleStartsAtOnce) {
-  CBatchApp app(MakeSettings(testutil::UniqueName("SRV")));
-  // The first header finds the log held by someone else.
-  platform::testing::InjectFileFault(dir_.path(), platform::testing::FileOp::kOpen,
-                                     platform::testing::FileFault::kSharingViolation, 1);
-  ASSERT_EQ(app.Start(), 1);
-  ASSERT_TRUE(Eventually([&] { return Headers() >= 1; }));
-  platform::testing::ClearFileFaults();
-  const std::string text = LogText();
-  EXPECT_TRUE(testutil::StartsWithLogTime(text)) << text;
-  EXPECT_EQ(text.substr(17, 22 + 67 + 10), " - UNKNOWN EXEPTION\n\r\n" + testutil::kLogRule + "\r\n# HEADER\r\n");
-  EXPECT_EQ(CountOf(text, "UNKNOWN EXEPTION"), 1);
+// A cycle that fails on the log is logged; when the report cannot be logged
+// either, standard error tells it. The next cycle starts at once.
+TEST_F(BatchAppTest, FailedCycleIsLoggedOrToldOnStandardErrorAndTheNextCycleStartsAtOnce) {
+  const std::string name = testutil::UniqueName("SRV"), log = dir_.File(CLogFile::GetDate() + ".log");
+  const CSettings settings = MakeSettings(name);  // before the faults: they hit the INI file too
+  for (const int faults : {1, 2}) {
+    SCOPED_TRACE(faults);
+    std::filesystem::remove(log);
+    // The first header finds the log held by someone else.
+    platform::testing::InjectFileFault(dir_.path(), platform::testing::FileOp::kOpen,
+                                       platform::testing::FileFault::kSharingViolation, faults);
+    testing::internal::CaptureStderr();
+    {
+      CBatchApp app(settings);
+      ASSERT_EQ(app.Start(), 1);
+      ASSERT_TRUE(Eventually([&] { return Headers() >= 1; }));
+    }
+    const std::string told = testing::internal::GetCapturedStderr();
+    platform::testing::ClearFileFaults();
+    const std::string text = LogText();
+    const std::string header = testutil::kLogRule + "\r\n# HEADER\r\n";
+    if (faults == 1) {
+      EXPECT_TRUE(testutil::StartsWithLogTime(text)) << text;
+      EXPECT_EQ(text.substr(17, 22 + header.size()), " - UNKNOWN EXEPTION\n\r\n" + header);
+      EXPECT_EQ(testutil::Join(CountOf(text, "UNKNOWN EXEPTION"), told), "1||");
+    } else {
+      EXPECT_EQ(text.rfind(header, 0), 0u) << text;
+      EXPECT_EQ(told, "batchserver " + name + ": Error in log file for: '" + name + "', file name: '" + log +
+                          "', cause: '11'; not logged: UNKNOWN EXEPTION\n\n"
+                          "batchserver " + name + ": the log is written again, 0 failed cycles since the last report\n");
+    }
+  }
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ TEST_F(IniFileTest, KeysAreListedLineByLineUpToABracketAfterTheFilesLineEnd) {
     std::vector<std::string> keys;
   } cases[] = {
       {"[S]\na=1\nb = 2\n", {"a", "b "}},  // any line break ends a name
-      {"[S]a=1\r\nb=2\r\n", {"S]a", "b"}},  // the header's "[" is left out
+      {"[S]a=1\r\nb=2", {"S]a", "b"}},  // the header's "[" is left out; no final line end
       {"x=[S]\r\na=0\r\n[S]\r\na=1\r\n", {"a"}},
       {"[S]\r\na=x[y\r\nb=2\r\n", {"a", "b"}},
       // "  [T]" follows blanks, "\n[U]" another line end than the file's CR LF.

@@ -70,6 +70,7 @@ TEST(SettingsTest, CommandLineIsTrimmedAndSplitAtTheFirstBlank) {
   const CSettings path_only(plain);
   EXPECT_EQ(path_only.GetInstanceName(), "");
   EXPECT_EQ(path_only.GetLibrary(), "empty.so");
+  EXPECT_THROW(CSettings(" \t "), std::string) << "no path at all";
 }
 
 // The shipped example must stay a complete, loadable configuration.

@@ -214,7 +214,7 @@ TEST_F(BatchFunctionTest, WorkerHandlersKeepTheLogWithoutDirectoryAndStopOnTheEv
   ProcessSettings().Set(CSettings::kXmlDirectory, dir.path());
   ProcessSettings().Set(CSettings::kListenTimer, "5");
   Columns columns = Make({{"H_IDENT", 1, TYPE_CHAR, 10}});
-  CBatchServerFunc function(&app_, "Z_HANDLED", "ZHANDLED", columns, &OnReceiveData);
+  CBatchServerFunc function(nullptr, "Z_HANDLED", "ZHANDLED", columns, &OnReceiveData);  // no application either
   function.GetTableParam()->Create();
   ProcessLog().SetPath(elsewhere);
   ASSERT_EQ(function.Process(), 0);
@@ -236,6 +236,7 @@ TEST_F(BatchFunctionTest, WorkerHandlersKeepTheLogWithoutDirectoryAndStopOnTheEv
   CWorkerContext other;
   EXPECT_EQ(ListenCallback(nullptr, &other), 0);
   EXPECT_EQ(other.running, 0);
+  EXPECT_EQ(ListenCallback(nullptr, nullptr), 0);
 }
 
 }  // namespace

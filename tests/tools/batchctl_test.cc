@@ -48,6 +48,9 @@ TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
     auto event = Event::Create(name, false);
     ASSERT_NE(event, nullptr);
     EXPECT_EQ(Outcome({"status", name}), "1|running, state unknown: the server publishes no status\n|");
+    const std::string unknown = Outcome({"status", "--json", name});
+    EXPECT_TRUE(unknown.rfind("1|{\"instance\":", 0) == 0 && unknown.find(",\"state\":\"unknown\"}\n|") != std::string::npos)
+        << unknown;
     EXPECT_EQ(event->Wait(0), WaitResult::kTimeout) << "asking must not stop the server";
     EXPECT_EQ(Outcome({"stop", name}), "0|batchctl: stop signalled to " + name + "\n|");
     EXPECT_EQ(event->Wait(0), WaitResult::kSignaled);
@@ -146,13 +149,13 @@ TEST(BatchctlTest, StatusReportsTheWorkersStateWithItsExitCode) {
   // One report in full: texts escaped (what is not UTF-8 read as Latin-1),
   // fields that do not apply null.
   event->Reset();
-  worker.CycleFailed("K\xe2(", std::string("line\nbreak \\ \xe4", 14));
+  worker.CycleFailed("K\xf0\x9f\x98\x80\xe2(x", "line\nbreak \\ \x80 \xe4");
   const std::string json = Batchctl({"status", "--json", name}).out;
   EXPECT_EQ(json.substr(json.find(",\"batches\":")),
             ",\"batches\":1,\"last_batch_id\":\"001047032436007\",\"last_batch_time\":\"" +
                 FormatLocalTime(data.last_batch_ms) +
-                "\",\"failed_cycles\":1,\"last_error_key\":\"K\\u00e2(\",\"last_error_message\":"
-                "\"line\\u000abreak \\\\ \\u00e4\",\"ended_reason\":null}\n");
+                "\",\"failed_cycles\":1,\"last_error_key\":\"K\\u00f0\\u009f\\u0098\\u0080\\u00e2(x\",\"last_error_message\":"
+                "\"line\\u000abreak \\\\ \\u0080 \\u00e4\",\"ended_reason\":null}\n");
 }
 
 TEST(BatchctlTest, WrongUseShowsTheUsage) {
