@@ -46,15 +46,15 @@ class CountingFunc : public CRfcServerFunc {
   CRfcServerFunc* clone() override { return new CountingFunc(*this); }
 
   int Process() override {
-    const unsigned lines = table_->GetTableHandle() != nullptr ? ItFill(table_->GetTableHandle()) : 0;
+    const unsigned lines = table_.GetTableHandle() != nullptr ? ItFill(table_.GetTableHandle()) : 0;
     {
       std::lock_guard<std::mutex> hold(lock);
       threads.insert(platform::CurrentThreadId());
     }
     // Long enough that concurrent callers find this thread busy.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    rc_->Value() = static_cast<RFC_INT>(lines);
-    rc_->SetActive(1);
+    rc_.Value() = static_cast<RFC_INT>(lines);
+    rc_.SetActive(1);
     return 0;
   }
 
@@ -64,16 +64,14 @@ class CountingFunc : public CRfcServerFunc {
 
  private:
   void Init() {
-    rc_ = std::make_unique<CRfcSimpleParam>("BATCH_RC", TYPE_INT, 4, 0, 0);
-    table_ = std::make_unique<CRfcTableParam>("BATCH_TABLE", 30, 0, 0, nullptr, "");
     CRfcFieldInfo fields[2] = {test_support::Field("H_IDENT", 0, TYPE_CHAR, 10),
                                test_support::Field("NAME", 1, TYPE_CHAR, 20)};
-    table_->AddFieldInfo(fields, 2);
-    AddExport(rc_.get());
-    AddTable(table_.get());
+    table_.AddFieldInfo(fields, 2);
+    AddExport(&rc_);
+    AddTable(&table_);
   }
-  std::unique_ptr<CRfcSimpleParam> rc_;
-  std::unique_ptr<CRfcTableParam> table_;
+  CRfcSimpleParam rc_{"BATCH_RC", TYPE_INT, 4, 0, 0};
+  CRfcTableParam table_{"BATCH_TABLE", 30, 0, 0, nullptr, ""};
 };
 
 class ServerPoolE2eTest : public ::testing::Test {

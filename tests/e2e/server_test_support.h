@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <initializer_list>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -66,23 +67,12 @@ class EchoFunc : public CRfcServerFunc {
 };
 
 using testutil::CountOf;
-template <typename T>
-int CountOf(const std::vector<T>& items, const T& item) {
+inline int CountOf(const std::vector<std::string>& items, const std::string& item) {
   return static_cast<int>(std::count(items.begin(), items.end(), item));
-}
-inline int CountOf(const std::vector<std::string>& items, const char* item) {
-  return CountOf(items, std::string(item));
 }
 
 // kCloneExplanation as a trace file holds it: every line feed ends in CR LF.
-inline std::string CloneExplanationInTrace() {
-  std::string explanation;
-  for (const char* p = kCloneExplanation; *p != '\0'; ++p) {
-    if (*p == '\n') explanation += '\r';
-    explanation += *p;
-  }
-  return explanation;
-}
+inline std::string CloneExplanationInTrace() { return std::regex_replace(kCloneExplanation, std::regex("\n"), "\r\n"); }
 
 // True when `lines` hold `run` as consecutive lines.
 inline bool Contains(const std::vector<std::string>& lines, std::initializer_list<std::string> run) {
