@@ -1,6 +1,5 @@
 // The process's own services: the current directory however long or gone,
-// the C locale's upper case, and termination signals that only record the
-// request.
+// and the C locale's upper case.
 
 #include "platform/process.h"
 
@@ -31,11 +30,10 @@ TEST(ProcessTest, CurrentDirectory) {
   }
   const std::string got = platform::CurrentDirectory();
   EXPECT_TRUE(got.empty() || got == expected) << got.size();
-  // A removed directory reads empty.
   ASSERT_EQ(mkdir("doomed", 0700), 0);
   ASSERT_EQ(chdir("doomed"), 0);
   ASSERT_EQ(rmdir("../doomed"), 0);
-  EXPECT_EQ(platform::CurrentDirectory(), "");
+  EXPECT_EQ(platform::CurrentDirectory(), "") << "a removed directory reads empty";
   std::filesystem::current_path(saved);
 }
 
@@ -53,14 +51,6 @@ TEST(ProcessTest, UpperCaseUnderTheCLocale) {
   platform::ToUpperInPlace(partial, 2);
   EXPECT_STREQ(partial, "ABc");
   platform::ToUpperInPlace(nullptr, 0);
-}
-
-TEST(ProcessTest, TerminationSignalsOnlyRecordTheRequest) {
-  for (const char* which : {"TERM", "INT"}) {
-    const auto result = platform_test::Run({"termination", which});
-    EXPECT_EQ(result.exit_code, 0) << which << ": the signal must not end the process";
-    EXPECT_EQ(result.out, "before=0\nafter=1\n") << which;
-  }
 }
 
 }  // namespace
