@@ -158,6 +158,10 @@ TEST_F(SapCallTest, ReturnAndOutTableAreCachedUntilTheNextCallAndEmptyWhenAbsent
   EXPECT_EQ(Join(read->GetReturn(kRead)->GetFieldCount(), read->GetOutTable(kRead)->GetRowCount(),
                  read->GetOutTable(kRead)->GetName()),
             "0|0||");
+  read->SetReturnName(kRead, "");
+  read->SetOutTableName(kRead, "");
+  ASSERT_EQ(1, read->Call(kRead));
+  EXPECT_EQ(Join(read->GetReturn(kRead)->GetFieldCount(), read->GetOutTable(kRead)->GetRowCount()), "0|0|");
   // A new name takes effect with the next call's results.
   read->SetOutTableName(kRead, "fields  ");
   ASSERT_EQ(1, read->Call(kRead));
