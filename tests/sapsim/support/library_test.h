@@ -12,7 +12,6 @@
 
 #include "tests/sapsim/support/rfc_calls.h"
 #include "tests/sapsim/support/rfc_library.h"
-#include "tests/sapsim/support/sap_caller.h"
 #include "tests/sapsim/support/sapsim_process.h"
 #include "tests/sapsim/support/server_harness.h"
 #include "tests/sapsim/support/system_files.h"
@@ -35,8 +34,8 @@ class LibraryTest : public ::testing::Test {
     sapsim_ = std::make_unique<SapsimProcess>(options);
   }
 
-  // A client logon through the gateway (mode 1); 0 when refused. Open's
-  // handles are closed at the end.
+  // A client logon through the gateway; 0 when refused. Open's handles are
+  // closed at the end.
   ConnectionHandle Logon(const char* password = "secret", const char* client = "100") {
     const std::string port = sapsim_->port_text();
     GatewayLogonOptions gateway{"127.0.0.1", port.c_str()};
@@ -70,12 +69,15 @@ class LibraryTest : public ::testing::Test {
     return CallReceive(handle, "RFCPING", none.params, none.params, none.tables);
   }
 
-  // The SAP side calls `function` of `program_id` in the background.
-  std::future<CallOutcome> CallLater(const std::string& function, const std::string& structure = "",
-                                     const std::string& csv = "", const std::string& program_id = "TESTPROG") {
-    const uint16_t port = sapsim_->port();
-    return std::async(std::launch::async,
-                      [=] { return SapCaller(port).Call(program_id, function, structure, csv); });
+  // The SAP side (`sapsim call`) calls `function` of `program_id` in the
+  // background with the CSV's rows as lines of dictionary structure `structure`.
+  std::future<RunResult> CallLater(const std::string& function, const std::string& structure = "ZBATCH_LINE",
+                                   const std::string& csv = "NAME\n", const std::string& program_id = "TESTPROG") {
+    const std::string file = dir_.Write(function + ".csv", csv);
+    const std::vector<std::string> command = {SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
+                                              program_id, "--function", function, "--structure", structure,
+                                              "--csv", file};
+    return std::async(std::launch::async, [command] { return RunCommand(command); });
   }
 
   const RfcLibrary& lib = RfcLibrary::Get();
