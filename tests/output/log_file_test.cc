@@ -63,11 +63,8 @@ TEST_F(LogFileTest, HeaderBlockIsAppendedByteForByte) {
 }
 
 TEST_F(LogFileTest, FlagsShapeTheEntry) {
-  const struct {
-    uint32_t flags;
-    const char* text;
-    std::string expected;  // a regular expression
-  } cases[] = {
+  // `expected` is a regular expression.
+  const struct { uint32_t flags; const char* text; std::string expected; } cases[] = {
       {0, "a\tb\nc", "a\tb\nc"},         {LOG_INDENT1, "T", "\tT"},       {LOG_INDENT2, "T", "\t\tT"},
       {LOG_INDENT3, "T", "\t\t\tT"},       {LOG_INDENT4, "T", "\t\t\t\tT"}, {LOG_INDENT5, "T", "\t\t\t\t\tT"},
       {LOG_INDENT6, "T", "\t\t\t\t\t\tT"}, {0x0003, "T", "\t\tT"},  // the highest indentation bit wins

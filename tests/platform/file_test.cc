@@ -99,11 +99,7 @@ TEST_F(FileTest, InjectedFaultsFailLikeTheSystemAndLeakNoDescriptors) {
   };
   const auto before = descriptors();
   const std::string path = dir_.File("injected.log");
-  const struct {
-    fault::FileOp op;
-    fault::FileFault fault;
-    int cause;
-  } cases[] = {
+  const struct { fault::FileOp op; fault::FileFault fault; int cause; } cases[] = {
       {fault::FileOp::kOpen, fault::FileFault::kDiskFull, platform::kFileDiskFull},
       {fault::FileOp::kOpen, fault::FileFault::kAccessDenied, platform::kFileAccessDenied},
       {fault::FileOp::kOpen, fault::FileFault::kSharingViolation, platform::kFileSharingViolation},
@@ -170,11 +166,7 @@ using platform::posix::FileStep;
 // The numbers are the log's: "cause: '11'" and so on.
 TEST(FileCauseTest, ErrnoMapsToTheLogsCauseNumbers) {
   constexpr FileStep kOpen = FileStep::kOpen, kWrite = FileStep::kWrite;
-  const struct {
-    int error_number;
-    FileStep step;
-    int cause;
-  } rows[] = {
+  const struct { int error_number; FileStep step; int cause; } rows[] = {
       {0, kOpen, 0},          {ENOTDIR, kOpen, 3},  {ENAMETOOLONG, kOpen, 3}, {ELOOP, kOpen, 3},
       {EMFILE, kOpen, 4},     {ENFILE, kOpen, 4},   {EACCES, kOpen, 5},       {EPERM, kOpen, 5},
       {EISDIR, kOpen, 5},     {EROFS, kOpen, 5},    {EBADF, kWrite, 6},       {EBUSY, kOpen, 7},

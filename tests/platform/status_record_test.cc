@@ -73,6 +73,19 @@ TEST(StatusRecordTest, ReadersSeeWholeUpdatesOfALiveWriterOnly) {
   ASSERT_TRUE(reader->Read(out.data(), out.size()));
   EXPECT_EQ(out, "short" + std::string(kCapacity - 5, '\0'));
 
+  // An update left half done (an odd sequence, as a writer that died in the
+  // middle leaves it) gives no copy at all.
+  const int shared_fd = shm_open(platform::posix::StatusObjectName(name).c_str(), O_RDWR, 0);
+  auto* shared = static_cast<StatusRecord::Shared*>(
+      mmap(nullptr, sizeof(StatusRecord::Shared), PROT_READ | PROT_WRITE, MAP_SHARED, shared_fd, 0));
+  ASSERT_NE(shared, MAP_FAILED);
+  shared->sequence += 1;
+  EXPECT_FALSE(reader->Read(out.data(), out.size()));
+  shared->sequence += 1;
+  EXPECT_TRUE(reader->Read(out.data(), out.size()));
+  munmap(shared, sizeof(StatusRecord::Shared));
+  close(shared_fd);
+
   writer.reset();
   EXPECT_FALSE(ObjectExists(name)) << "the record goes with its writer";
   EXPECT_EQ(StatusRecord::Open(name), nullptr);

@@ -75,12 +75,7 @@ TEST_F(Library, LogonsThatCannotSucceedSayWhy) {
   GatewayLogonOptions odd_service{"127.0.0.1", "no-such-service-here"};
   ServerLogonOptions no_host{"", 0, 0, nullptr, nullptr, nullptr, 0, 0};
   ServerLogonOptions number_100{"127.0.0.1", 100, 0, nullptr, nullptr, nullptr, 0, 0};
-  const struct {
-    const char* destination;
-    int mode;
-    void* block;
-    std::string message;
-  } cases[] = {
+  const struct { const char* destination; int mode; void* block; std::string message; } cases[] = {
       {"", RFC_MODE_GATEWAY, &unreachable, "127.0.0.1:" + closed},
       {"", RFC_MODE_NONE, nullptr, "mode 2 opens no connection"},
       {"DEV_DEST", RFC_MODE_DESTINATION, nullptr, "destination 'DEV_DEST'"},
