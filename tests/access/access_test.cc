@@ -25,6 +25,10 @@ using testutil::Join;
 TEST(SapTableTest, RowsAndColumnsFollowTheLinesAndTheFirstLinesFields) {
   CSapTable none(nullptr);
   EXPECT_EQ(Join(none.GetName(), none.SetRow(0), none.GetValue(0), none.GetColumnCount()), "|0||0|");
+  CRfcTableParam uncreated("BARE", 0, 0, 0, nullptr, "");  // no internal table behind it
+  CSapTable bare(&uncreated);
+  EXPECT_EQ(Join(bare.GetName(), bare.GetRowCount(), bare.GetColumn(-1) == nullptr, bare.GetColumn(1 << 20) == nullptr),
+            "BARE|0|1|1|");
   auto param = MakeTable("ORDERS", {{"IDENT", TYPE_CHAR, 10}, {"QTY", TYPE_NUM, 6}});
   EXPECT_EQ(0, CSapTable(param.get()).GetColumnCount());  // no lines: no columns
   for (const char* line : {"A-1 5", "B-2 17", "C-3 0"}) AddLine(*param, {std::string(line, 3), line + 4});

@@ -201,6 +201,14 @@ TEST_F(SapCallTest, TheSetAddressesCallsByNumberAndName) {
   }
   EXPECT_EQ(Join(before == set.GetCall(uint16_t{5}), set.GetCall("MISSING") == nullptr), "1|1|");
 
+  // A call never initialised calls nothing and finds no results; a second
+  // initialisation changes nothing.
+  CSapCall bare;
+  EXPECT_EQ(Join(bare.Call(), bare.GetReturn()->GetFieldCount(), bare.GetOutTable()->GetRowCount()), "0|0|0|");
+  EXPECT_EQ(1, bare.Init(connection_.get(), "PING", "RFCPING"));
+  EXPECT_EQ(1, bare.Init(connection_.get(), "READ", "RFC_READ_TABLE"));
+  EXPECT_EQ(1, bare.Call());
+
   // A communication failure passes through as the library's record.
   EXPECT_EQ(0, sapsim_->Stop());
   sapsim_.reset();

@@ -75,6 +75,7 @@ TEST(XmlElement, TagsAttributeBucketsAndPreparedNames) {
   root.AddChild(std::move(child));
   EXPECT_EQ(root.GetStartTag() + root.GetEndTag() + c->GetStartTag() + c->GetEndTag(), "\n<R>\n</R>\n  <C></C>");
   EXPECT_EQ(c->GetLevel(), 1);
+  EXPECT_TRUE(root.GetChild(0) == c && root.GetChild(1) == nullptr && c->GetChild(0) == nullptr);
   CXmlElement blanks(" X ", " \t ");
   EXPECT_EQ(blanks.GetStartTag() + blanks.GetEndTag(), "\n<X/>");
 

@@ -86,6 +86,17 @@ TEST(StatusRecordTest, ReadersSeeWholeUpdatesOfALiveWriterOnly) {
   munmap(shared, sizeof(StatusRecord::Shared));
   close(shared_fd);
 
+  // A writer whose record was removed, or removed and made anew by another,
+  // leaves what is there now alone.
+  shm_unlink(platform::posix::StatusObjectName(name).c_str());
+  std::unique_ptr<StatusRecord> successor = StatusRecord::Create(name);
+  ASSERT_NE(successor, nullptr);
+  writer.reset();
+  EXPECT_TRUE(ObjectExists(name));
+  shm_unlink(platform::posix::StatusObjectName(name).c_str());
+  successor.reset();
+  EXPECT_FALSE(ObjectExists(name));
+  writer = StatusRecord::Create(name);
   writer.reset();
   EXPECT_FALSE(ObjectExists(name)) << "the record goes with its writer";
   EXPECT_EQ(StatusRecord::Open(name), nullptr);
