@@ -91,6 +91,9 @@ TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
   EXPECT_EQ(reader->Read(buffer, 1, nullptr), platform::kFileInvalid);
   EXPECT_EQ(reader->Write("x", 1), platform::kFileInvalid) << "the system calls it a bad descriptor";
   EXPECT_EQ(Append(path, "!"), platform::kFileOk) << "readers block no writer";
+  ASSERT_NE(File::Open(path, File::Mode::kTruncateExclusive, nullptr), nullptr);
+  EXPECT_EQ(ReadFile(path), "") << "emptied once the lock is held";
+  EXPECT_EQ(File::Open(dir_.File("absent"), File::Mode::kRead, nullptr), nullptr);
 }
 
 TEST_F(FileTest, InjectedFaultsFailLikeTheSystemAndLeakNoDescriptors) {
