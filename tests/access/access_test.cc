@@ -118,6 +118,9 @@ TEST(SapStructureTest, CharacterAndNumericFieldsAreTextsEveryOtherTypeIsRefused)
   EXPECT_EQ(Join(none.GetFieldCount(), none.GetValue(std::string("TYPE"))), "0||");
   auto twice = MakeStructure("S", {{"A", TYPE_CHAR, 2}, {"A", TYPE_NUM, 2}}, {"x", "5"});
   EXPECT_EQ("05", CSapStructure(twice.get()).GetValue(std::string("A")));
+  auto gap = MakeStructure("S", {{"A", TYPE_CHAR, 1, 0, 0}, {"C", TYPE_NUM, 2, 0, 2}}, {});
+  const CSapStructure gapped(gap.get());  // no field at position 1
+  EXPECT_EQ(Join(gapped.GetFieldCount(), gapped.GetValue(1), gapped.GetValue(std::string("C"))), "3||00|");
 
   for (const Field& field : std::vector<Field>{{"D", TYPE_DATE, 8}, {"P", TYPE_BCD, 3, 1}, {"T", TYPE_TIME, 6},
                                                {"X", TYPE_BYTE, 2}, {"F", TYPE_FLOAT, 8}, {"I", TYPE_INT, 4},
@@ -201,6 +204,10 @@ TEST(ReadTableCutTest, LinesAreCutByOffsetAndLengthAndTrimmedAndOddRecordsReadAs
       t.GetCell(1, 3, text), t.GetRowCount(), t.GetCell("B", 2, text)};
   EXPECT_EQ(answers, (std::vector<int>{0, -1, 1, 0, 0, 1, 1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 4, 1}));
   EXPECT_EQ(text, "x");
+  EXPECT_EQ(Join(t.SetColumnInfo(1, nullptr), t.SetColumnInfo(0, nullptr)), "1|1|");
+  EXPECT_EQ(1, t.SetCell(0, 2, "z"));
+  EXPECT_EQ(1, t.GetCell(0, 2, text));
+  EXPECT_EQ(text, "z");
 }
 
 // CDdInfo's columns as "position name type offset length decimals" lines,
