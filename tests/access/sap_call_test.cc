@@ -151,6 +151,16 @@ TEST_F(SapCallTest, ReturnAndOutTableAreCachedUntilTheNextCallAndEmptyWhenAbsent
   EXPECT_NE(std::string::npos, set.GetReturn(0)->GetValue(std::string("MESSAGE")).find("ZNOWHERE"));
   EXPECT_EQ(0u, set.GetOutTable(0)->GetRowCount());
 
+  // A simple export of the return name is no structure to read.
+  CSapCallSet definition(connection_.get(), "DEFINITION");
+  definition.AddFunction("DEF", 0, "RFC_GET_STRUCTURE_DEFINITION");
+  definition.AddImport(0, "TABNAME");
+  definition.SetImport(0, "TABNAME", "ZORDERS");
+  definition.SetReturnName(0, "TABLENGTH");
+  definition.SetOutTableName(0, "FIELDS");
+  ASSERT_EQ(1, definition.Call(0));
+  EXPECT_EQ(Join(definition.GetReturn(0)->GetFieldCount(), definition.GetOutTable(0)->GetRowCount()), "0|3|");
+
   // RFC_READ_TABLE has no RETURN export and no OUT_TABLE.
   auto read = ReadTableSet();
   ASSERT_EQ(1, read->Call(kRead));

@@ -93,6 +93,7 @@ TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
   EXPECT_EQ(Append(path, "!"), platform::kFileOk) << "readers block no writer";
   ASSERT_NE(File::Open(path, File::Mode::kTruncateExclusive, nullptr), nullptr);
   EXPECT_EQ(ReadFile(path), "") << "emptied once the lock is held";
+  ASSERT_NE(File::Open(path, File::Mode::kTruncateExclusive, nullptr), nullptr) << "and an empty one stays so";
   EXPECT_EQ(File::Open(dir_.File("absent"), File::Mode::kRead, nullptr), nullptr);
 }
 
