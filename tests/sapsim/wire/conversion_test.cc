@@ -162,16 +162,12 @@ ValueDesc Layout(std::vector<FieldDesc> fields) {
 }
 
 TEST(LineConverter, MatchesFieldsByNameAcrossLayouts) {
-  ValueDesc sender = Layout({{"NAME", kTypeChar, 10, 0, 0},
-                             {"QTY", kTypeNum, 6, 0, 0},
-                             {"PRICE", kTypeBcd, 5, 2, 0},
-                             {"WHEN", kTypeDate, 8, 0, 0}});
+  ValueDesc sender = Layout({{"NAME", kTypeChar, 10, 0, 0}, {"QTY", kTypeNum, 6, 0, 0},
+                             {"PRICE", kTypeBcd, 5, 2, 0}, {"WHEN", kTypeDate, 8, 0, 0}});
   // Other order, shorter NAME, QTY as INT, PRICE as FLOAT, a field the sender
   // does not know, no WHEN.
-  ValueDesc receiver = Layout({{"QTY", kTypeInt, 4, 0, 0},
-                               {"EXTRA", kTypeNum, 3, 0, 0},
-                               {"PRICE", kTypeFloat, 8, 0, 0},
-                               {"NAME", kTypeChar, 4, 0, 0}});
+  ValueDesc receiver = Layout({{"QTY", kTypeInt, 4, 0, 0}, {"EXTRA", kTypeNum, 3, 0, 0},
+                               {"PRICE", kTypeFloat, 8, 0, 0}, {"NAME", kTypeChar, 4, 0, 0}});
   std::vector<uint8_t> src(sender.length, 0);
   std::memcpy(src.data() + sender.fields[0].offset, "Widget    ", 10);
   std::memcpy(src.data() + sender.fields[1].offset, "000012", 6);
