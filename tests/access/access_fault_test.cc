@@ -1,14 +1,12 @@
 // Faults the simulated system cannot produce, injected through the stand-in
-// RFC library: a table whose description changes between two line
-// reads, a line the library cannot give, registration answers with odd
-// result codes.
+// RFC library: a table whose description changes between two line reads,
+// and a line the library cannot give.
 
 #include <gtest/gtest.h>
 
 #include <memory>
 
 #include "access/sap_table.h"
-#include "app/gateway_connection.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_table_param.h"
@@ -82,27 +80,6 @@ TEST_F(AccessFaultTest, LinesOfDifferentWidthsOrAMissingLineAbandonTheTable) {
   } catch (const char* message) {
     EXPECT_STREQ("ItGetLine Failure!", message);
   }
-}
-
-TEST_F(AccessFaultTest, RegistrationAnswersAreReadFromTheCountsAlone) {
-  CGatewayConnection gateway("BATCHSRV", "gwhost", "sapgw00");
-  // A failing call that still reports registrations counts as registered.
-  Script().check_result = RFC_FAILURE;
-  Script().check_total = 2;
-  EXPECT_TRUE(gateway.IsRegistered());
-  Script().check_result = RFC_OK;
-  Script().check_total = 0;
-  EXPECT_FALSE(gateway.IsRegistered());
-  Script().cancel_result = RFC_FAILURE;
-  Script().cancel_cancelled = 1;
-  EXPECT_TRUE(gateway.CancelRegistration());
-
-  // A library that writes nothing leaves the counts at 0.
-  Script().write_counts = false;
-  Script().check_total = 5;
-  Script().cancel_result = RFC_OK;
-  EXPECT_FALSE(gateway.IsRegistered());
-  EXPECT_FALSE(gateway.CancelRegistration());
 }
 
 }  // namespace

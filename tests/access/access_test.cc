@@ -25,6 +25,10 @@ using testutil::Join;
 TEST(SapTableTest, RowsAndColumnsFollowTheLinesAndTheFirstLinesFields) {
   CSapTable none(nullptr);
   EXPECT_EQ(Join(none.GetName(), none.SetRow(0), none.GetValue(0), none.GetColumnCount()), "|0||0|");
+  CRfcTableParam uncreated("BARE", 0, 0, 0, nullptr, "");  // no internal table behind it
+  CSapTable bare(&uncreated);
+  EXPECT_EQ(Join(bare.GetName(), bare.GetRowCount(), bare.GetColumn(-1) == nullptr, bare.GetColumn(1 << 20) == nullptr),
+            "BARE|0|1|1|");
   auto param = MakeTable("ORDERS", {{"IDENT", TYPE_CHAR, 10}, {"QTY", TYPE_NUM, 6}});
   EXPECT_EQ(0, CSapTable(param.get()).GetColumnCount());  // no lines: no columns
   for (const char* line : {"A-1 5", "B-2 17", "C-3 0"}) AddLine(*param, {std::string(line, 3), line + 4});
@@ -42,6 +46,17 @@ TEST(SapTableTest, RowsAndColumnsFollowTheLinesAndTheFirstLinesFields) {
     EXPECT_EQ(0, table.SetRow(row));
     EXPECT_EQ("", table.GetValue(std::string("IDENT")));  // no current row
   }
+
+  auto twice = MakeTable("T", {{"A", TYPE_CHAR, 2}, {"A", TYPE_CHAR, 2}}, {{"x", "y"}});
+  CSapTable repeated(twice.get());
+  ASSERT_EQ(1, repeated.SetRow(0));
+  EXPECT_EQ(Join(repeated.GetValue(std::string("A")), repeated.GetValue(0)), "y|x|");  // a name finds the later field
+  auto gap = MakeTable("T", {{"FIRST", TYPE_CHAR, 3, 0, 0}, {"THIRD", TYPE_CHAR, 5, 0, 2}}, {{"one", "", "three"}});
+  CSapTable gapped(gap.get());
+  ASSERT_EQ(1, gapped.SetRow(0));
+  EXPECT_EQ(Join(gapped.GetColumnCount(), gapped.GetColumnName(1) == nullptr, gapped.GetValue(1),
+                 gapped.GetValue(std::string("THIRD"))),
+            "3|1||three|");
 }
 
 // Texts read where they lie in the line must be the data value's own
@@ -69,20 +84,8 @@ TEST(SapTableTest, TextFieldsReadInPlaceMatchTheValuesConversion) {
   }
 }
 
-TEST(SapTableTest, RepeatedNamesUndescribedColumnsAndUnreadableValues) {
-  auto twice = MakeFilledTable("T", {{"A", TYPE_CHAR, 2}, {"A", TYPE_CHAR, 2}}, {{"x", "y"}});
-  CSapTable table(twice.get());
-  ASSERT_EQ(1, table.SetRow(0));
-  EXPECT_EQ(Join(table.GetValue(std::string("A")), table.GetValue(0)), "y|x|");  // a name finds the later field
-
-  auto gap = MakeFilledTable("T", {{"FIRST", TYPE_CHAR, 3, 0, 0}, {"THIRD", TYPE_CHAR, 5, 0, 2}}, {{"one", "", "three"}});
-  CSapTable gapped(gap.get());
-  ASSERT_EQ(1, gapped.SetRow(0));
-  EXPECT_EQ(Join(gapped.GetColumnCount(), gapped.GetColumnName(1) == nullptr, gapped.GetValue(1),
-                 gapped.GetValue(std::string("THIRD"))),
-            "3|1||three|");
-
-  auto packed = MakeFilledTable("T", {{"IDENT", TYPE_CHAR, 2}, {"AMOUNT", TYPE_BCD, 2}}, {{"a", "1"}, {"b", "2"}});
+TEST(SapTableTest, UnreadableValuesAbandonTheTableAndColumnNamesAreCut) {
+  auto packed = MakeTable("T", {{"IDENT", TYPE_CHAR, 2}, {"AMOUNT", TYPE_BCD, 2}}, {{"a", "1"}, {"b", "2"}});
   ASSERT_EQ(1, packed->GotoLine(1));
   std::memcpy(packed->GetData(packed->GetCurrentLine(), 1).GetData(), "\x0A\x1C", 2);  // a digit nibble above 9
   try {
@@ -115,6 +118,9 @@ TEST(SapStructureTest, CharacterAndNumericFieldsAreTextsEveryOtherTypeIsRefused)
   EXPECT_EQ(Join(none.GetFieldCount(), none.GetValue(std::string("TYPE"))), "0||");
   auto twice = MakeStructure("S", {{"A", TYPE_CHAR, 2}, {"A", TYPE_NUM, 2}}, {"x", "5"});
   EXPECT_EQ("05", CSapStructure(twice.get()).GetValue(std::string("A")));
+  auto gap = MakeStructure("S", {{"A", TYPE_CHAR, 1, 0, 0}, {"C", TYPE_NUM, 2, 0, 2}}, {});
+  const CSapStructure gapped(gap.get());  // no field at position 1
+  EXPECT_EQ(Join(gapped.GetFieldCount(), gapped.GetValue(1), gapped.GetValue(std::string("C"))), "3||00|");
 
   for (const Field& field : std::vector<Field>{{"D", TYPE_DATE, 8}, {"P", TYPE_BCD, 3, 1}, {"T", TYPE_TIME, 6},
                                                {"X", TYPE_BYTE, 2}, {"F", TYPE_FLOAT, 8}, {"I", TYPE_INT, 4},
@@ -135,8 +141,8 @@ TEST(SapStructureTest, CharacterAndNumericFieldsAreTextsEveryOtherTypeIsRefused)
 struct Cut {
   Cut(const std::vector<std::vector<std::string>>& fields, const std::vector<std::string>& lines,
       std::vector<Field> field_layout = ReadTableFields(), const char* earlier_column = nullptr) {
-    fields_param = MakeFilledTable("FIELDS", field_layout, fields);
-    data_param = MakeTable("DATA", ReadTableData());
+    fields_param = MakeTable("FIELDS", field_layout, fields);
+    data_param = MakeTable("DATA", {{"WA", TYPE_CHAR, 512}});
     for (const auto& line : lines) AddLine(*data_param, {line});
     CSapTable fields_text(fields_param.get());
     CSapTable data_text(data_param.get());
@@ -176,14 +182,32 @@ TEST(ReadTableCutTest, LinesAreCutByOffsetAndLengthAndTrimmedAndOddRecordsReadAs
   // Offsets and lengths that are no numbers count as 0 (or as their leading digits).
   std::vector<Field> text_numbers = ReadTableFields();
   text_numbers[1].type = text_numbers[2].type = TYPE_CHAR;
+  text_numbers[1].length = 12;
   const Cut odd({{"FROM_START", "abc", "3", "", ""}, {"NO_LENGTH", "2", "x1", "", ""},
-                 {"DIGITS_FIRST", "4x", "2z", "", ""}},
+                 {"DIGITS_FIRST", "4x", "2z", "", ""}, {"FAR", "99999999999", "2", "", ""}},
                 {"abcdefgh"}, text_numbers);
-  EXPECT_EQ(Join(odd("FROM_START", 0), odd("NO_LENGTH", 0), odd("DIGITS_FIRST", 0)), "abc||ef|");
+  EXPECT_EQ(Join(odd("FROM_START", 0), odd("NO_LENGTH", 0), odd("DIGITS_FIRST", 0), odd("FAR", 0)), "abc||ef||");
   // A length beyond the line is clipped to it; a column nobody described has no cells.
   EXPECT_EQ("fg", Cut({{"TAIL", "5", "100", "", ""}}, {"abcde  fg"})("TAIL", 0));
   const Cut earlier({{"A", "0", "1", "", ""}}, {"ab"}, ReadTableFields(), "EARLIER");
   EXPECT_EQ(Join(earlier("EARLIER", 0), earlier("A", 0)), "<none>|a|");
+
+  // The text table refuses places outside its columns and rows (in order:
+  // a braced list is evaluated from left to right).
+  CTextTable t;
+  std::string text;
+  const std::vector<int> answers = {
+      t.AddColumn("A"), t.AddColumn("A"), t.AddColumn("B"), t.SetColumnInfo(-1, nullptr), t.SetColumnInfo(2, nullptr),
+      t.GetColumnInfo(-1) == nullptr, t.GetColumnInfo(0) == nullptr, t.SetCell(-1, 0, "x"), t.SetCell(2, 0, "x"),
+      t.SetCell(0, -1, "x"), t.SetCell(1, 2, "x"), t.SetCell(0, 3, "y"), t.GetCell(-1, 2, text), t.GetCell(2, 2, text),
+      t.GetCell(0, -1, text), t.GetCell(0, 9, text), t.GetCell(0, 1, text), t.GetCell(0, 2, text),
+      t.GetCell(1, 3, text), t.GetRowCount(), t.GetCell("B", 2, text)};
+  EXPECT_EQ(answers, (std::vector<int>{0, -1, 1, 0, 0, 1, 1, 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0, 0, 4, 1}));
+  EXPECT_EQ(text, "x");
+  EXPECT_EQ(Join(t.SetColumnInfo(1, nullptr), t.SetColumnInfo(0, nullptr)), "1|1|");
+  EXPECT_EQ(1, t.SetCell(0, 2, "z"));
+  EXPECT_EQ(1, t.GetCell(0, 2, text));
+  EXPECT_EQ(text, "z");
 }
 
 // CDdInfo's columns as "position name type offset length decimals" lines,
@@ -194,7 +218,7 @@ std::string DdInfo(const std::string& type, const std::vector<std::vector<std::s
                              {"LENGTH", TYPE_NUM, 6},     {"DECIMALS", TYPE_NUM, 6}};
   for (size_t i = 1; text_numbers && i < meta.size(); ++i) meta[i].type = TYPE_CHAR;
   auto return_param = MakeStructure("RETURN", kReturn, {type, "", "0", "Structure ZX does not exist"});
-  auto meta_param = MakeFilledTable("META_TAB", meta, rows);
+  auto meta_param = MakeTable("META_TAB", meta, rows);
   CSapStructure result(return_param.get());
   CSapTable meta_table(meta_param.get());
   CDdInfo info(result, no_table ? nullptr : &meta_table);

@@ -1,7 +1,7 @@
 #pragma once
-// Table and structure parameters of the class library filled by hand, in the
-// RFC library's own internal tables (librfcsim.so, no SAP system needed), so
-// that the text conversions can be fed any content.
+// Table and structure parameters of the class library filled by hand in the
+// RFC library's own internal tables (librfcsim.so, no SAP system), so that
+// the text conversions can be fed any content.
 
 #include <memory>
 #include <stdexcept>
@@ -24,13 +24,11 @@ struct Field {
   int column = -1;  // -1: its place in the list
 };
 
-// Loads librfcsim.so of this build through the binding, once per process.
 inline void LoadLocalLibrary() {
   static const bool loaded = LoadRfcLibrary(sapsim::testing::LibraryPath().c_str());
   if (!loaded) throw std::runtime_error("cannot load " + sapsim::testing::LibraryPath());
 }
 
-// Describes `fields` to a table or structure parameter.
 template <typename Param>
 void AddFields(Param& param, const std::vector<Field>& fields) {
   LoadLocalLibrary();
@@ -54,14 +52,6 @@ inline void Assign(CRfcData& value, int type, const std::string& text) {
   }
 }
 
-// A table parameter with the given fields and an internal table of its own.
-inline std::unique_ptr<CRfcTableParam> MakeTable(const std::string& name, const std::vector<Field>& fields) {
-  auto table = std::make_unique<CRfcTableParam>(name.c_str(), 0, 0, 0, nullptr, "");
-  AddFields(*table, fields);
-  table->Create();
-  return table;
-}
-
 // Appends a line, one text per column.
 inline void AddLine(CRfcTableParam& table, const std::vector<std::string>& texts) {
   if (table.GotoLine(static_cast<int>(ItFill(table.GetTableHandle()))) == 0) throw std::runtime_error("no line");
@@ -71,14 +61,15 @@ inline void AddLine(CRfcTableParam& table, const std::vector<std::string>& texts
   }
 }
 
-inline std::unique_ptr<CRfcTableParam> MakeFilledTable(const std::string& name, const std::vector<Field>& fields,
-                                                       const std::vector<std::vector<std::string>>& lines) {
-  std::unique_ptr<CRfcTableParam> table = MakeTable(name, fields);
+inline std::unique_ptr<CRfcTableParam> MakeTable(const std::string& name, const std::vector<Field>& fields,
+                                                 const std::vector<std::vector<std::string>>& lines = {}) {
+  auto table = std::make_unique<CRfcTableParam>(name.c_str(), 0, 0, 0, nullptr, "");
+  AddFields(*table, fields);
+  table->Create();
   for (const auto& line : lines) AddLine(*table, line);
   return table;
 }
 
-// A structure parameter with the given fields and values.
 inline std::unique_ptr<CRfcStructParam> MakeStructure(const std::string& name, const std::vector<Field>& fields,
                                                       const std::vector<std::string>& values) {
   auto structure = std::make_unique<CRfcStructParam>(name.c_str(), 0, 0, nullptr, "");
@@ -90,11 +81,10 @@ inline std::unique_ptr<CRfcStructParam> MakeStructure(const std::string& name, c
   return structure;
 }
 
-// RFC_READ_TABLE's FIELDS and DATA layouts.
+// RFC_READ_TABLE's FIELDS layout.
 inline std::vector<Field> ReadTableFields() {
   return {{"FIELDNAME", TYPE_CHAR, 30}, {"OFFSET", TYPE_NUM, 6}, {"LENGTH", TYPE_NUM, 6},
           {"TYPE", TYPE_CHAR, 1},       {"FIELDTEXT", TYPE_CHAR, 60}};
 }
-inline std::vector<Field> ReadTableData() { return {{"WA", TYPE_CHAR, 512}}; }
 
 }  // namespace access_test

@@ -151,6 +151,16 @@ TEST_F(SapCallTest, ReturnAndOutTableAreCachedUntilTheNextCallAndEmptyWhenAbsent
   EXPECT_NE(std::string::npos, set.GetReturn(0)->GetValue(std::string("MESSAGE")).find("ZNOWHERE"));
   EXPECT_EQ(0u, set.GetOutTable(0)->GetRowCount());
 
+  // A simple export of the return name is no structure to read.
+  CSapCallSet definition(connection_.get(), "DEFINITION");
+  definition.AddFunction("DEF", 0, "RFC_GET_STRUCTURE_DEFINITION");
+  definition.AddImport(0, "TABNAME");
+  definition.SetImport(0, "TABNAME", "ZORDERS");
+  definition.SetReturnName(0, "TABLENGTH");
+  definition.SetOutTableName(0, "FIELDS");
+  ASSERT_EQ(1, definition.Call(0));
+  EXPECT_EQ(Join(definition.GetReturn(0)->GetFieldCount(), definition.GetOutTable(0)->GetRowCount()), "0|3|");
+
   // RFC_READ_TABLE has no RETURN export and no OUT_TABLE.
   auto read = ReadTableSet();
   ASSERT_EQ(1, read->Call(kRead));
@@ -158,6 +168,10 @@ TEST_F(SapCallTest, ReturnAndOutTableAreCachedUntilTheNextCallAndEmptyWhenAbsent
   EXPECT_EQ(Join(read->GetReturn(kRead)->GetFieldCount(), read->GetOutTable(kRead)->GetRowCount(),
                  read->GetOutTable(kRead)->GetName()),
             "0|0||");
+  read->SetReturnName(kRead, "");
+  read->SetOutTableName(kRead, "");
+  ASSERT_EQ(1, read->Call(kRead));
+  EXPECT_EQ(Join(read->GetReturn(kRead)->GetFieldCount(), read->GetOutTable(kRead)->GetRowCount()), "0|0|");
   // A new name takes effect with the next call's results.
   read->SetOutTableName(kRead, "fields  ");
   ASSERT_EQ(1, read->Call(kRead));
@@ -196,6 +210,14 @@ TEST_F(SapCallTest, TheSetAddressesCallsByNumberAndName) {
     EXPECT_STREQ("FU_NOT_FOUND", text);
   }
   EXPECT_EQ(Join(before == set.GetCall(uint16_t{5}), set.GetCall("MISSING") == nullptr), "1|1|");
+
+  // A call never initialised calls nothing and finds no results; a second
+  // initialisation changes nothing.
+  CSapCall bare;
+  EXPECT_EQ(Join(bare.Call(), bare.GetReturn()->GetFieldCount(), bare.GetOutTable()->GetRowCount()), "0|0|0|");
+  EXPECT_EQ(1, bare.Init(connection_.get(), "PING", "RFCPING"));
+  EXPECT_EQ(1, bare.Init(connection_.get(), "READ", "RFC_READ_TABLE"));
+  EXPECT_EQ(1, bare.Call());
 
   // A communication failure passes through as the library's record.
   EXPECT_EQ(0, sapsim_->Stop());

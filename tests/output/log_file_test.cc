@@ -63,31 +63,18 @@ TEST_F(LogFileTest, HeaderBlockIsAppendedByteForByte) {
 }
 
 TEST_F(LogFileTest, FlagsShapeTheEntry) {
-  const struct {
-    uint32_t flags;
-    const char* text;
-    std::string expected;  // a regular expression
-  } cases[] = {
-      {0, "a\tb\nc", "a\tb\nc"},
-      {LOG_INDENT1, "T", "\tT"},
-      {LOG_INDENT2, "T", "\t\tT"},
-      {LOG_INDENT3, "T", "\t\t\tT"},
-      {LOG_INDENT4, "T", "\t\t\t\tT"},
-      {LOG_INDENT5, "T", "\t\t\t\t\tT"},
-      {LOG_INDENT6, "T", "\t\t\t\t\t\tT"},
-      {0x0003, "T", "\t\tT"},  // the highest indentation bit wins
-      {0x0021, "T", "\t\t\t\t\t\tT"},
-      {0x0005, "T", "\t\t\tT"},
-      {LOG_STARS, "T", "\\*{8} T\\*{8}"},
-      {LOG_HASHES, "T", "#{8} T#{8}"},
+  // `expected` is a regular expression.
+  const struct { uint32_t flags; const char* text; std::string expected; } cases[] = {
+      {0, "a\tb\nc", "a\tb\nc"},         {LOG_INDENT1, "T", "\tT"},       {LOG_INDENT2, "T", "\t\tT"},
+      {LOG_INDENT3, "T", "\t\t\tT"},       {LOG_INDENT4, "T", "\t\t\t\tT"}, {LOG_INDENT5, "T", "\t\t\t\t\tT"},
+      {LOG_INDENT6, "T", "\t\t\t\t\t\tT"}, {0x0003, "T", "\t\tT"},  // the highest indentation bit wins
+      {0x0021, "T", "\t\t\t\t\t\tT"},      {0x0005, "T", "\t\t\tT"},
+      {LOG_STARS, "T", "\\*{8} T\\*{8}"},   {LOG_HASHES, "T", "#{8} T#{8}"},
       {0x00C0, "T", "\\*{8} #{8} T\\*{8}#{8}"},  // frames close in the order they open
-      {0x0C00, "T", kDateTime + " - T\r\n"},
-      {LOG_NEWLINE1, "T", "T\r\n"},
-      {LOG_NEWLINE2, "T", "T\r\n\r\n"},
+      {0x0C00, "T", kDateTime + " - T\r\n"}, {LOG_NEWLINE1, "T", "T\r\n"}, {LOG_NEWLINE2, "T", "T\r\n\r\n"},
       {LOG_NEWLINE3, "T", "T\r\n\r\n\r\n"},
       {0x1800, "T", "T\r\n\r\n\r\n"},  // line ends add up
-      {0x3800, "T", "T(\r\n){6}"},
-      {0x0800, "", "\r\n"},
+      {0x3800, "T", "T(\r\n){6}"},         {0x0800, "", "\r\n"},
       {0x08C1 | LOG_TIME | LOG_ELAPSED, "T", "\\t\\*{8} #{8} " + kDateTime + " - T \\(\\d+\\)\\*{8}#{8}\r\n"},
   };
   for (const auto& c : cases) {
@@ -101,6 +88,9 @@ TEST_F(LogFileTest, FlagsShapeTheEntry) {
   const std::string big(20000, 'x');
   log_.WriteFormat(LOG_NEWLINE1, "%s|%d|%u|%s", big.c_str(), -7, 42u, "end");
   EXPECT_EQ(Contents(), big + "|-7|42|end\r\n");
+  std::filesystem::remove(path_);
+  log_.WriteFormat(0, "%ls", L"\x100");  // no such character in the C locale: the format as it is
+  EXPECT_EQ(Contents(), "%ls");
 }
 
 int FigureOf(const std::string& entry) {

@@ -12,9 +12,12 @@
 
 #include "output/xml_document.h"
 #include "output/xml_element.h"
+#include "output/xml_row_writer.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
+
+const std::string kHead = std::string(CXmlDocument::kDeclaration) + "\n\n";
 
 // The escaping written the long way: five passes, one per character, each
 // restarting from the front. The fast path must agree with it on every input.
@@ -37,20 +40,6 @@ std::string EscapeByPasses(std::string text) {
   return text;
 }
 
-TEST(XmlEscape, CharactersAndProtectedEntities) {
-  EXPECT_EQ(CXmlElement::Escape("a<b"), "a&lt;b");
-  EXPECT_EQ(CXmlElement::Escape("a & b"), "a &amp; b");
-  EXPECT_EQ(CXmlElement::Escape("x &amp; y &lt; z"), "x &amp; y &lt; z");
-  EXPECT_EQ(CXmlElement::Escape("say \"hi\""), "say &quot;hi&quot;");
-  EXPECT_EQ(CXmlElement::Escape("it's"), "it's");
-  EXPECT_EQ(CXmlElement::Escape("<&>"), "&lt;&amp;&gt;");
-  EXPECT_EQ(CXmlElement::Escape("&gt;&quot;&apos;"), "&gt;&quot;&amp;apos;");
-  EXPECT_EQ(CXmlElement::Escape("&&lt"), "&amp;&amp;lt");
-}
-
-// The escaping written the long way, then the trimming: an element's name and
-// value must come out as if escaped first and trimmed second, whatever the
-// short cuts taken on the way.
 std::string TrimByHand(const std::string& text) {
   const char* blanks = " \t\r\n\v\f";
   const size_t begin = text.find_first_not_of(blanks);
@@ -58,7 +47,14 @@ std::string TrimByHand(const std::string& text) {
   return text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
 }
 
+// An element's name and value come out as if escaped first and trimmed
+// second, whatever short cuts are taken on the way.
 TEST(XmlEscape, FastPathsAgreeWithFivePassesThenTrimming) {
+  const std::pair<const char*, const char*> fixed[] = {
+      {"a<b", "a&lt;b"}, {"x &amp; y &lt; z", "x &amp; y &lt; z"}, {"say \"hi\"", "say &quot;hi&quot;"},
+      {"it's", "it's"},  {"<&>", "&lt;&amp;&gt;"},                    {"&gt;&quot;&apos;", "&gt;&quot;&amp;apos;"},
+      {"&&lt", "&amp;&amp;lt"}};
+  for (const auto& [text, escaped] : fixed) EXPECT_EQ(CXmlElement::Escape(text), escaped);
   std::mt19937 rng(20261122);
   const std::string alphabet = "<&>\"';altgmpquo \t\r\n\v\f";
   for (int n = 0; n < 20000; ++n) {
@@ -72,169 +68,166 @@ TEST(XmlEscape, FastPathsAgreeWithFivePassesThenTrimming) {
   }
 }
 
-TEST(XmlElement, TagsByShape) {
+TEST(XmlElement, TagsAttributeBucketsAndPreparedNames) {
   CXmlElement root("R");
   auto child = std::make_unique<CXmlElement>("C", "v");
   CXmlElement* c = child.get();
   root.AddChild(std::move(child));
-  EXPECT_EQ(root.GetStartTag(), "\n<R>");
-  EXPECT_EQ(root.GetEndTag(), "\n</R>");
+  EXPECT_EQ(root.GetStartTag() + root.GetEndTag() + c->GetStartTag() + c->GetEndTag(), "\n<R>\n</R>\n  <C></C>");
   EXPECT_EQ(c->GetLevel(), 1);
-  EXPECT_EQ(c->GetStartTag(), "\n  <C>");
-  EXPECT_EQ(c->GetEndTag(), "</C>");
+  EXPECT_TRUE(root.GetChild(0) == c && root.GetChild(1) == nullptr && c->GetChild(0) == nullptr);
   CXmlElement blanks(" X ", " \t ");
-  EXPECT_EQ(blanks.GetStartTag(), "\n<X/>");
-  EXPECT_EQ(blanks.GetEndTag(), "");
-}
+  EXPECT_EQ(blanks.GetStartTag() + blanks.GetEndTag(), "\n<X/>");
 
-TEST(XmlElement, AttributeOrderFollowsTheBuckets) {
-  EXPECT_EQ(CXmlElement::AttributeBucket("TIMESTAMP"), 1u);
-  EXPECT_EQ(CXmlElement::AttributeBucket("BEGIN"), 5u);
-  EXPECT_EQ(CXmlElement::AttributeBucket("TABLE"), 10u);
+  // Attributes are written bucket by bucket (hash * 33 + signed byte, modulo
+  // 17), the newest first within one bucket, and replaced in place.
+  const std::pair<const char*, unsigned> buckets[] = {
+      {"TIMESTAMP", 1}, {"BEGIN", 5}, {"TABLE", 10}, {"A", 14}, {"R", 14}, {"\xE9", static_cast<uint32_t>(-23) % 17u}};
+  for (const auto& [name, bucket] : buckets) EXPECT_EQ(CXmlElement::AttributeBucket(name), bucket) << name;
   CXmlElement e("F");
-  e.SetAttribute("TABLE", "S");
-  e.SetAttribute("BEGIN", "1");
-  e.SetAttribute("TIMESTAMP", "T");
-  EXPECT_EQ(e.GetStartTag(), "\n<F TIMESTAMP=\"T\" BEGIN=\"1\" TABLE=\"S\"/>");
-  e.SetAttribute("BEGIN", "2");  // replaced in place
-  EXPECT_EQ(e.GetStartTag(), "\n<F TIMESTAMP=\"T\" BEGIN=\"2\" TABLE=\"S\"/>");
+  for (const char* name : {"TABLE", "BEGIN", "TIMESTAMP", "A", "R"}) e.SetAttribute(name, name[0] == 'B' ? "1" : "v");
+  e.SetAttribute("BEGIN", "2");
+  EXPECT_EQ(e.GetStartTag(), "\n<F TIMESTAMP=\"v\" BEGIN=\"2\" TABLE=\"v\" R=\"v\" A=\"v\"/>");
+
+  // A name prepared once gives the same element as the name given each time.
+  for (const std::string name : {"MATNR", "  A<B & C ", "&amp;\"x\"", " \t "}) {
+    const CXmlName prepared(name);
+    const CXmlElement once(prepared, " v&w ");
+    const CXmlElement each(name, " v&w ");
+    const auto all = [](const CXmlElement& e) {
+      return std::string(e.GetName()) + "|" + std::string(e.GetValue()) + "|" + e.GetStartTag() + e.GetEndTag();
+    };
+    EXPECT_EQ(all(once), all(each)) << name;
+  }
 }
 
-TEST(XmlElement, SameBucketNewestFirstAndSignedBytes) {
-  // "A" is 65 -> bucket 14; "R" is 82 -> 82 % 17 = 14 as well.
-  ASSERT_EQ(CXmlElement::AttributeBucket("A"), CXmlElement::AttributeBucket("R"));
-  CXmlElement e("E");
-  e.SetAttribute("A", "1");
-  e.SetAttribute("R", "2");
-  EXPECT_EQ(e.GetStartTag(), "\n<E R=\"2\" A=\"1\"/>");
-  // A byte above 127 counts as negative: 0xE9 is -23, and (0 * 33 - 23) wraps.
-  EXPECT_EQ(CXmlElement::AttributeBucket("\xE9"), static_cast<uint32_t>(-23) % 17u);
-}
-
-TEST(XmlDocument, BatchShapedDocumentByteForByte) {
+TEST(XmlDocument, DocumentsByteForByte) {
   CXmlDocument doc("BATCH");
-  auto f = doc.CreateElement("F");
+  EXPECT_EQ(std::string(CXmlDocument::kDeclaration), "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>");
+  EXPECT_EQ(doc.BuildInMemory(), kHead + "\n<BATCH/>");
+  // Empty name and value: the start tag alone, "</>", as root and as a child.
+  EXPECT_EQ(CXmlDocument("").BuildInMemory(), kHead + "\n</>");
+  doc.AddToRoot(doc.CreateElement(" \t", " "));
+  EXPECT_EQ(doc.BuildInMemory(), kHead + "\n<BATCH>\n  </>\n</BATCH>");
+  // Attributes without children; nesting deeper than any indentation kept ready.
+  CXmlDocument deep("R");
+  deep.GetRoot()->SetAttribute("K", "v");
+  EXPECT_EQ(deep.BuildInMemory(), kHead + "\n<R K=\"v\"/>");
+  CXmlElement* parent = deep.GetRoot();
+  std::string opened, closed = "\n</R>";
+  for (int level = 1; level <= 40; ++level) {
+    auto child = deep.CreateElement("E");
+    CXmlElement* next = child.get();
+    parent->AddChild(std::move(child));
+    parent = next;
+    opened += "\n" + std::string(2 * level, ' ') + "<E>";
+    closed = "\n" + std::string(2 * level, ' ') + "</E>" + closed;
+  }
+  auto leaf = deep.CreateElement("L", "x");
+  leaf->SetAttribute("A", "1");
+  parent->AddChild(std::move(leaf));
+  parent->AddChild(deep.CreateElement("L", "y"));
+  const std::string indent(82, ' ');
+  EXPECT_EQ(deep.BuildInMemory(), kHead + "\n<R K=\"v\">" + opened + "\n" + indent + "<L A=\"1\">x</L>\n" + indent +
+                                      "<L>y</L>" + closed);
+
+  CXmlDocument batch("BATCH");
+  auto f = batch.CreateElement("F");
   f->SetAttribute("TIMESTAMP", "T");
   f->SetAttribute("TABLE", "S");
   f->SetAttribute("BEGIN", "1");
   CXmlElement* fp = f.get();
-  doc.AddToRoot(std::move(f));
-  auto row = doc.CreateElement("A");
+  batch.AddToRoot(std::move(f));
+  auto row = batch.CreateElement("A");
   CXmlElement* rp = row.get();
   fp->AddChild(std::move(row));
-  rp->AddChild(doc.CreateElement("H_IDENT", "A"));
-  rp->AddChild(doc.CreateElement("X", " "));
-  EXPECT_EQ(doc.BuildInMemory(),
-            "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>\n\n"
-            "\n<BATCH>"
-            "\n  <F TIMESTAMP=\"T\" BEGIN=\"1\" TABLE=\"S\">"
-            "\n    <A>"
-            "\n      <H_IDENT>A</H_IDENT>"
-            "\n      <X/>"
-            "\n    </A>"
-            "\n  </F>"
-            "\n</BATCH>");
+  rp->AddChild(batch.CreateElement("H_IDENT", "A"));
+  rp->AddChild(batch.CreateElement("X", " "));
+  // Far beyond the 2,047 and 1,023 characters a fixed tag buffer would hold,
+  // and larger than the element arena hands out from a shared block.
+  const std::string id(5000, 'I'), value(20000, 'v');
+  auto big = batch.CreateElement(id);
+  CXmlElement* bp = big.get();
+  batch.AddToRoot(std::move(big));
+  bp->AddChild(batch.CreateElement("V", value));
+  EXPECT_EQ(batch.BuildInMemory(), kHead +
+                                       "\n<BATCH>"
+                                       "\n  <F TIMESTAMP=\"T\" BEGIN=\"1\" TABLE=\"S\">"
+                                       "\n    <A>"
+                                       "\n      <H_IDENT>A</H_IDENT>"
+                                       "\n      <X/>"
+                                       "\n    </A>"
+                                       "\n  </F>"
+                                       "\n  <" + id + ">\n    <V>" + value + "</V>\n  </" + id + ">"
+                                       "\n</BATCH>");
 }
 
-TEST(XmlDocument, DeclarationIsFortyThreeCharacters) {
-  EXPECT_EQ(std::string(CXmlDocument::kDeclaration).size(), 43u);
-  CXmlDocument doc("BATCH");
-  EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH/>");
-  // Empty name and value: the start tag alone, "</>", as root and as a child.
-  CXmlDocument blank("");
-  EXPECT_EQ(blank.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n</>");
-  doc.AddToRoot(doc.CreateElement(" \t", " "));
-  EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH>\n  </>\n</BATCH>");
-}
-
-TEST(XmlDocument, LongNamesAndValuesAreWrittenWhole) {
-  // Far beyond the 2,047 and 1,023 characters a fixed tag buffer would hold;
-  // the value is also larger than the element arena hands out from a shared
-  // block.
-  const std::string id(5000, 'I');
-  const std::string value(20000, 'v');
-  CXmlDocument doc("BATCH");
-  auto row = doc.CreateElement(id);
-  CXmlElement* rp = row.get();
-  doc.AddToRoot(std::move(row));
-  rp->AddChild(doc.CreateElement("V", value));
-  EXPECT_EQ(doc.BuildInMemory(), std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH>\n  <" +
-                                     id + ">\n    <V>" + value + "</V>\n  </" + id +
-                                     ">\n</BATCH>");
-}
-
-// Elements live in arena blocks that must all go back when the tree is gone,
-// also when another thread destroys it after the building thread has ended.
-TEST(XmlDocument, TreeMemoryReturnsFromAnyThread) {
+// The length kept while the tree grows must match what is written, however
+// the tree is put together; its arena blocks all go back when the tree is
+// gone, also when another thread destroys it after the building one ended.
+TEST(XmlDocument, LengthAndMemoryFollowEveryWayOfBuilding) {
   const size_t before = CXmlElement::GetArenaBlockCount();
   std::unique_ptr<CXmlDocument> doc;
-  std::string built;
   std::thread([&] {
     doc = std::make_unique<CXmlDocument>("BATCH");
-    for (int r = 0; r < 3000; ++r) {
-      auto row = doc->CreateElement("R" + std::to_string(r));
-      CXmlElement* rp = row.get();
-      doc->AddToRoot(std::move(row));
-      for (int c = 0; c < 5; ++c) rp->AddChild(doc->CreateElement("C", std::string(c * 9, 'x')));
-    }
-    doc->AddToRoot(doc->CreateElement("BIG", std::string(100000, 'b')));
-    built = doc->BuildInMemory();
+    auto sub = doc->CreateElement("SUB");
+    sub->SetAttribute("K", "v");
+    CXmlElement* sp = sub.get();
+    auto inner = doc->CreateElement("IN");
+    CXmlElement* ip = inner.get();
+    sp->AddChild(std::move(inner));
+    ip->AddChild(doc->CreateElement("LEAF", std::string(30000, 'l')));  // text of its own
+    ip->SetAttribute("A", "1");  // attribute inside a tree that is not yet attached
+    doc->AddToRoot(std::move(sub));
+    sp->SetAttribute("K", "longer value");
+    ip->AddChild(doc->CreateElement("X"));
+    doc->GetRoot()->SetAttribute("R", "r");
+    for (int r = 0; r < 3000; ++r) doc->AddToRoot(doc->CreateElement("C", std::string(r % 5 * 9, 'x')));
+    // An element never added is freed by its owner alone.
+    auto loose = doc->CreateElement("LOOSE", "x");
+    loose->AddChild(doc->CreateElement("C", "y"));
   }).join();
-  EXPECT_GT(CXmlElement::GetArenaBlockCount(), before + 10);
+  EXPECT_GT(CXmlElement::GetArenaBlockCount(), before);
   std::thread([&] {
-    EXPECT_EQ(doc->BuildInMemory(), built);
+    const std::string text = doc->BuildInMemory();
+    EXPECT_EQ(text.size(), kHead.size() + doc->GetRoot()->GetElementLength());
+    EXPECT_EQ(text.substr(0, text.find("\n  <C>")),
+              kHead + "\n<BATCH R=\"r\">\n  <SUB K=\"longer value\">\n  <IN A=\"1\">\n    <LEAF>" +
+                  std::string(30000, 'l') + "</LEAF>\n    <X/>\n  </IN>\n  </SUB>\n  <C/>");
     doc.reset();
   }).join();
   EXPECT_EQ(CXmlElement::GetArenaBlockCount(), before);
 }
 
-// A name prepared once gives the same element as the name given each time.
-TEST(XmlElement, PreparedNameMatchesPlainName) {
-  for (const std::string name : {"MATNR", "  A<B & C ", "&amp;\"x\"", " \t "}) {
-    const CXmlName prepared(name);
-    const CXmlElement once(prepared, " v&w ");
-    const CXmlElement each(name, " v&w ");
-    EXPECT_EQ(once.GetName(), each.GetName()) << name;
-    EXPECT_EQ(once.GetValue(), each.GetValue()) << name;
-    EXPECT_EQ(once.GetStartTag(), each.GetStartTag()) << name;
-    EXPECT_EQ(once.GetEndTag(), each.GetEndTag()) << name;
+// Rows written straight from their texts are the bytes an element tree of
+// the same rows gives, at the root and below it.
+TEST(XmlRowWriter, RowsMatchTheElementTree) {
+  const std::vector<std::vector<std::string_view>> column_sets = {{}, {"A", " <B> ", "&amp;"}};
+  const std::string_view cells[] = {" x&y ", "", " \t"};
+  for (const auto& columns : column_sets) {
+    for (const std::string name : {"ROW", "R&D "}) {
+      CXmlDocument alone(name), batch("BATCH");
+      auto row = batch.CreateElement(name);
+      CXmlElement* rp = row.get();
+      batch.AddToRoot(std::move(row));
+      for (size_t c = 0; c < columns.size(); ++c) {
+        alone.AddToRoot(alone.CreateElement(std::string(columns[c]), std::string(cells[c])));
+        rp->AddChild(batch.CreateElement(std::string(columns[c]), std::string(cells[c])));
+      }
+      const std::string tree = batch.BuildInMemory();
+      const std::string expected[] = {alone.BuildInMemory().substr(kHead.size()),
+                                      tree.substr(kHead.size() + 8, tree.size() - kHead.size() - 17)};
+      for (int level : {0, 1}) {
+        const CXmlRowWriter writer(level, columns);
+        std::string out(writer.RowLength(name, cells), '\0');
+        EXPECT_EQ(writer.WriteRow(out.data(), name, cells), out.data() + out.size());
+        EXPECT_EQ(out, expected[level]) << name << " " << columns.size() << " " << level;
+      }
+    }
   }
 }
 
-// The length kept while the tree grows must match what is written, however
-// the tree is put together: subtrees built apart and added later, attributes
-// set on elements already inside a tree, values replaced.
-TEST(XmlDocument, LengthAndMemoryFollowEveryWayOfBuilding) {
-  const size_t before = CXmlElement::GetArenaBlockCount();
-  {
-    CXmlDocument doc("BATCH");
-    auto sub = doc.CreateElement("SUB");
-    sub->SetAttribute("K", "v");
-    CXmlElement* sp = sub.get();
-    auto inner = doc.CreateElement("IN");
-    CXmlElement* ip = inner.get();
-    sp->AddChild(std::move(inner));
-    ip->AddChild(doc.CreateElement("LEAF", std::string(30000, 'l')));  // text of its own
-    ip->SetAttribute("A", "1");  // attribute inside a tree that is not yet attached
-    doc.AddToRoot(std::move(sub));
-    sp->SetAttribute("K", "longer value");
-    ip->AddChild(doc.CreateElement("X"));
-    doc.GetRoot()->SetAttribute("R", "r");
-    const std::string text = doc.BuildInMemory();
-    EXPECT_EQ(text.size(), std::string(CXmlDocument::kDeclaration).size() + 2 +
-                               doc.GetRoot()->GetElementLength());
-    EXPECT_EQ(text, std::string(CXmlDocument::kDeclaration) + "\n\n" +
-                        "\n<BATCH R=\"r\">\n  <SUB K=\"longer value\">\n  <IN A=\"1\">"
-                        "\n    <LEAF>" + std::string(30000, 'l') +
-                        "</LEAF>\n    <X/>\n  </IN>\n  </SUB>\n</BATCH>");
-    // An element never added is freed by its owner alone.
-    auto loose = doc.CreateElement("LOOSE", "x");
-    loose->AddChild(doc.CreateElement("C", "y"));
-  }
-  EXPECT_LE(CXmlElement::GetArenaBlockCount(), before + 1);
-}
-
-TEST(XmlDocument, SaveWritesTheBytesAndReplacesAnOldFile) {
+TEST(XmlDocument, SaveReplacesAnOldFileOrFailsQuietly) {
   testutil::TempDir dir;
   const std::string path = dir.File("b.xml");
   testutil::WriteBytes(path, std::string(100000, 'o'));
@@ -242,24 +235,15 @@ TEST(XmlDocument, SaveWritesTheBytesAndReplacesAnOldFile) {
   doc.AddToRoot(doc.CreateElement("F", "x"));
   ASSERT_TRUE(doc.SaveToFile(path));
   EXPECT_EQ(testutil::ReadBytes(path), doc.BuildInMemory());
-}
-
-TEST(XmlDocument, SaveFailsQuietly) {
-  testutil::TempDir dir;
-  CXmlDocument doc("BATCH");
   const std::string missing = dir.File("no/such/dir/b.xml");
   EXPECT_FALSE(doc.SaveToFile(missing));
   EXPECT_FALSE(std::filesystem::exists(missing));
-
   // A file held by another writer is not touched.
-  const std::string held = dir.File("held.xml");
-  testutil::WriteBytes(held, "keep");
-  int fd = open(held.c_str(), O_RDWR);
-  ASSERT_GE(fd, 0);
+  const int fd = open(path.c_str(), O_RDWR);
   ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
-  EXPECT_FALSE(doc.SaveToFile(held));
+  EXPECT_FALSE(CXmlDocument("OTHER").SaveToFile(path));
   close(fd);
-  EXPECT_EQ(testutil::ReadBytes(held), "keep");
+  EXPECT_EQ(testutil::ReadBytes(path), doc.BuildInMemory());
 }
 
 }  // namespace

@@ -1,6 +1,4 @@
-// Loading libraries at run time: a missing file fails with the loader's
-// reason, a bare name follows the loader's search, symbols are found only in
-// the library (loaded locally), and null handles are harmless.
+// Loading libraries at run time, locally, with the loader's reason on failure.
 
 #include "platform/dynamic_library.h"
 

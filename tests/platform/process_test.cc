@@ -1,10 +1,14 @@
 // The process's own services: the current directory however long or gone,
-// the C locale's upper case, and termination signals that only record the
-// request.
+// the C locale's upper case, and word to a service manager.
 
 #include "platform/process.h"
 
+#include <cstddef>
+#include <cstring>
+
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,6 +16,7 @@
 #include <string>
 
 #include "gtest/gtest.h"
+#include "platform/service_notify.h"
 #include "tests/platform/helper.h"
 
 namespace {
@@ -31,11 +36,10 @@ TEST(ProcessTest, CurrentDirectory) {
   }
   const std::string got = platform::CurrentDirectory();
   EXPECT_TRUE(got.empty() || got == expected) << got.size();
-  // A removed directory reads empty.
   ASSERT_EQ(mkdir("doomed", 0700), 0);
   ASSERT_EQ(chdir("doomed"), 0);
   ASSERT_EQ(rmdir("../doomed"), 0);
-  EXPECT_EQ(platform::CurrentDirectory(), "");
+  EXPECT_EQ(platform::CurrentDirectory(), "") << "a removed directory reads empty";
   std::filesystem::current_path(saved);
 }
 
@@ -55,11 +59,33 @@ TEST(ProcessTest, UpperCaseUnderTheCLocale) {
   platform::ToUpperInPlace(nullptr, 0);
 }
 
-TEST(ProcessTest, TerminationSignalsOnlyRecordTheRequest) {
-  for (const char* which : {"TERM", "INT"}) {
-    const auto result = platform_test::Run({"termination", which});
-    EXPECT_EQ(result.exit_code, 0) << which << ": the signal must not end the process";
-    EXPECT_EQ(result.out, "before=0\nafter=1\n") << which;
+// One datagram to a path or an abstract name; nothing for an address that
+// cannot be one or where nobody listens.
+TEST(ProcessTest, ServiceManagerNotes) {
+  platform_test::TempDir dir;
+  const std::string path = dir.File("notify"), abstract = "@" + platform_test::UniqueName("notify");
+  std::vector<int> listeners;
+  for (const std::string& address : {path, abstract}) {
+    sockaddr_un at{};
+    at.sun_family = AF_UNIX;
+    std::memcpy(at.sun_path, address.data(), address.size());
+    if (address[0] == '@') at.sun_path[0] = '\0';
+    listeners.push_back(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size() + (address[0] == '/'));
+    ASSERT_EQ(bind(listeners.back(), reinterpret_cast<sockaddr*>(&at), length), 0) << address;
+  }
+  const std::pair<std::string, bool> cases[] = {{path, true},           {abstract, true},
+                                                {"", false},            {"/", false},
+                                                {"relative", false},    {"/" + std::string(200, 'x'), false},
+                                                {dir.File("x"), false}};
+  for (const auto& [address, sent] : cases) {
+    EXPECT_EQ(platform::NotifyServiceManager(address, "READY=1"), sent) << address;
+  }
+  for (const int fd : listeners) {
+    char note[16] = {};
+    EXPECT_EQ(recv(fd, note, sizeof note, MSG_DONTWAIT), 7);
+    EXPECT_STREQ(note, "READY=1");
+    close(fd);
   }
 }
 

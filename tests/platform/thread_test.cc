@@ -1,7 +1,4 @@
-// Threads: the exit code reads "still active" until the end and the result
-// after it, joins time out or succeed from several threads, a dropped handle
-// lets the thread run on, thread ids are the system's, and critical sections
-// are re-entrant.
+// Threads and re-entrant critical sections.
 
 #include "platform/thread.h"
 

@@ -1,8 +1,6 @@
 #include "tests/sapsim/support/sapsim_process.h"
 
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,23 +52,6 @@ SapsimProcess::SapsimProcess(const Options& options) {
 
 SapsimProcess::~SapsimProcess() { Stop(); }
 
-void SapsimProcess::Signal(int signal) const {
-  if (pid_ > 0) kill(pid_, signal);
-}
-
-bool SapsimProcess::Pause() const {
-  if (pid_ <= 0) return false;
-  kill(pid_, SIGSTOP);
-  return testutil::Eventually(
-      [&] {
-        // The state follows the command name in parentheses: "pid (comm) T ...".
-        const std::string stat = ReadFile("/proc/" + std::to_string(pid_) + "/stat");
-        const size_t close = stat.rfind(')');
-        return close != std::string::npos && close + 2 < stat.size() && stat[close + 2] == 'T';
-      },
-      std::chrono::seconds(5));
-}
-
 int SapsimProcess::Stop() {
   if (pid_ <= 0) return -1;
   kill(pid_, SIGCONT);  // a stopped process cannot act on SIGTERM
@@ -88,17 +69,5 @@ int SapsimProcess::Stop() {
 }
 
 std::string SapsimProcess::Log() const { return ReadFile(log_path_); }
-
-uint16_t UnusedPort() {
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  socklen_t length = sizeof addr;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length);
-  close(fd);
-  return ntohs(addr.sin_port);
-}
 
 }  // namespace sapsim::testing

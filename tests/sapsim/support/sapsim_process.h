@@ -38,13 +38,8 @@ class SapsimProcess {
 
   uint16_t port() const { return port_; }
   uint16_t ms_port() const { return ms_port_; }
-  pid_t pid() const { return pid_; }
   std::string port_text() const { return std::to_string(port_); }
 
-  void Signal(int signal) const;
-  // SIGSTOP, and returns once the process is really stopped (signals arrive
-  // asynchronously); false if it did not stop within a few seconds.
-  bool Pause() const;
   // SIGTERM, then waits; the exit code (128 + signal when killed).
   int Stop();
   // Everything the system logged so far.
@@ -57,8 +52,5 @@ class SapsimProcess {
   uint16_t port_ = 0;
   uint16_t ms_port_ = 0;
 };
-
-// A port nothing listens on (bound once, then released).
-uint16_t UnusedPort();
 
 }  // namespace sapsim::testing

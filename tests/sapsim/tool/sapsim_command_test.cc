@@ -78,12 +78,7 @@ TEST_F(SapsimCall, RepeatPrintsOneSummaryLineAndASecondServeFindsThePortTaken) {
 }
 
 TEST_F(SapsimCall, BadBatchesAndOptionsAreRefusedBeforeAnyCall) {
-  const struct {
-    std::string structure;
-    std::string csv;
-    int exit_code;
-    const char* message;
-  } cases[] = {
+  const struct { std::string structure; std::string csv; int exit_code; const char* message; } cases[] = {
       {"ZBATCH_ORDER", dir_.Write("unknown.csv", "H_IDENT,COLOUR\nx,red\n"), 2,
        "line 1, column 2: unknown column \"COLOUR\" (not a field of ZBATCH_ORDER)"},
       {"ZBATCH_ORDER", dir_.Write("long.csv", "H_IDENT,T_IDENT\nH1,T1\nH2,T_IDENT_TOO_LONG\n"), 2,

@@ -29,12 +29,8 @@ DecimalNumber Parse(const char* text, bool exponent = false) {
 }
 
 TEST(DecimalNumber, ParsesRoundsAndConverts) {
-  const struct {
-    const char* text;
-    bool exponent;
-    int decimals;  // -1: as parsed
-    const char* shown;
-  } cases[] = {
+  // decimals -1: as parsed.
+  const struct { const char* text; bool exponent; int decimals; const char* shown; } cases[] = {
       {"  12.50 ", false, -1, "12.50"}, {"12-", false, -1, "-12"},  // trailing sign, as ABAP writes it
       {"-.5", false, -1, "-0.5"},       {"", false, -1, "0"},        {"-0", false, -1, "0"},
       {"0007", false, -1, "7"},         {"1.5E3", true, -1, "1500"}, {"2.5e-4", true, -1, "0.00025"},
@@ -103,12 +99,8 @@ TEST(ValueConverter, FollowsTheConversionRules) {
   const std::string packed_1234("\x01\x23\x4C", 3);  // 12.34 with 2 decimals
   constexpr SimpleType kInt4{kTypeInt, 4, 0}, kNum5{kTypeNum, 5, 0}, kDate{kTypeDate, 8, 0}, kFloat{kTypeFloat, 8, 0},
       kBcd3{kTypeBcd, 3, 2}, kByte3{kTypeByte, 3, 0}, kByte4{kTypeByte, 4, 0};
-  const struct {
-    SimpleType from;
-    std::string source;
-    SimpleType to;
-    std::string expected;  // the target's bytes; "!" when the conversion must fail
-  } cases[] = {
+  // `expected`: the target's bytes; "!" when the conversion must fail.
+  const struct { SimpleType from; std::string source; SimpleType to; std::string expected; } cases[] = {
       // CHAR is cut or blank-padded; NUM takes digits only, right-aligned.
       {Char(2), "ab", Char(4), "ab  "}, {Char(6), "abcdef", Char(3), "abc"}, {Char(4), " 42 ", kNum5, "00042"},
       {Char(3), "   ", kNum5, "00000"}, {Char(6), "000123", {kTypeNum, 3, 0}, "123"}, {Char(2), "4a", kNum5, "!"},
@@ -170,16 +162,12 @@ ValueDesc Layout(std::vector<FieldDesc> fields) {
 }
 
 TEST(LineConverter, MatchesFieldsByNameAcrossLayouts) {
-  ValueDesc sender = Layout({{"NAME", kTypeChar, 10, 0, 0},
-                             {"QTY", kTypeNum, 6, 0, 0},
-                             {"PRICE", kTypeBcd, 5, 2, 0},
-                             {"WHEN", kTypeDate, 8, 0, 0}});
+  ValueDesc sender = Layout({{"NAME", kTypeChar, 10, 0, 0}, {"QTY", kTypeNum, 6, 0, 0},
+                             {"PRICE", kTypeBcd, 5, 2, 0}, {"WHEN", kTypeDate, 8, 0, 0}});
   // Other order, shorter NAME, QTY as INT, PRICE as FLOAT, a field the sender
   // does not know, no WHEN.
-  ValueDesc receiver = Layout({{"QTY", kTypeInt, 4, 0, 0},
-                               {"EXTRA", kTypeNum, 3, 0, 0},
-                               {"PRICE", kTypeFloat, 8, 0, 0},
-                               {"NAME", kTypeChar, 4, 0, 0}});
+  ValueDesc receiver = Layout({{"QTY", kTypeInt, 4, 0, 0}, {"EXTRA", kTypeNum, 3, 0, 0},
+                               {"PRICE", kTypeFloat, 8, 0, 0}, {"NAME", kTypeChar, 4, 0, 0}});
   std::vector<uint8_t> src(sender.length, 0);
   std::memcpy(src.data() + sender.fields[0].offset, "Widget    ", 10);
   std::memcpy(src.data() + sender.fields[1].offset, "000012", 6);
@@ -211,12 +199,7 @@ TEST(LineConverter, RawLinesAreCutOrPaddedForTheReceiver) {
   const ValueDesc raw_char = ValueDesc::Raw(kTypeChar, 6), raw_byte = ValueDesc::Raw(kTypeByte, 6),
                   four = ValueDesc::Raw(kTypeChar, 4),
                   structure = Layout({{"A", kTypeChar, 2, 0, 0}, {"N", kTypeNum, 4, 0, 0}});
-  const struct {
-    const ValueDesc* from;
-    const ValueDesc* to;
-    const char* source;
-    std::string expected;
-  } cases[] = {
+  const struct { const ValueDesc* from; const ValueDesc* to; const char* source; std::string expected; } cases[] = {
       {&four, &raw_char, "abcd", "abcd  "},
       {&four, &raw_byte, "abcd", std::string("abcd\0\0", 6)},
       {&raw_char, &four, "abcdef", "abcd"},

@@ -186,6 +186,20 @@ TEST(FrameChannelTest, TellsGarbageBrokenFramesAndOrderlyCloseApart) {
   EXPECT_EQ(IoStatus::kOk, b_->WaitReadable(0));
   EXPECT_EQ(IoStatus::kFailed, b_->Receive(&frame, &error));
   EXPECT_NE(std::string::npos, error.find("middle of a frame"));
+
+  // A partner that resets the connection: closed between frames, broken
+  // inside one.
+  for (const size_t sent : {size_t{0}, size_t{3}}) {
+    const Socket listener = Socket::Listen("127.0.0.1", 0, &error);
+    Socket near = Socket::Connect("127.0.0.1", listener.LocalPort(), &error);
+    FrameChannel far(listener.Accept());
+    ASSERT_EQ(static_cast<ssize_t>(sent), ::send(near.fd(), bytes.data(), sent, 0));
+    const linger abort{1, 0};
+    ASSERT_EQ(0, setsockopt(near.fd(), SOL_SOCKET, SO_LINGER, &abort, sizeof abort));
+    near = Socket();
+    EXPECT_EQ(sent == 0 ? IoStatus::kClosed : IoStatus::kFailed, far.Receive(&frame, &error)) << sent;
+    EXPECT_NE(std::string::npos, error.find("reset")) << error;
+  }
 }
 
 }  // namespace
