@@ -83,42 +83,49 @@ void CXmlBatchDocument::Build() {
   }
 }
 
-std::string CXmlBatchDocument::BuildInMemory() const {
-  if (written_.empty()) return CXmlDocument::BuildInMemory();
+CXmlBatchDocument::FunctionFrame CXmlBatchDocument::MakeFunctionFrame() const {
   // The tree as it stands, with the rows as the first children of the
   // function element: its start tag closes with ">" now that it has
   // children, and its end tag follows them.
-  const CXmlElement* root = GetRoot();
-  std::string start = function_->GetStartTag();
+  FunctionFrame frame;
+  frame.start = function_->GetStartTag();
   size_t inner = 0;  // the function element's own children in the tree
   for (size_t i = 0; i < function_->GetChildCount(); ++i) {
     inner += function_->GetChild(i)->GetElementLength();
   }
-  if (function_->GetChildCount() == 0) start.replace(start.size() - 2, 2, ">");
-  const std::string end = "\n" + std::string(static_cast<size_t>(function_->GetLevel()) * 2, ' ') +
-                          "</" + std::string(function_->GetName()) + ">";
-  const size_t function_length = start.size() + rows_length_ + inner + end.size();
+  if (function_->GetChildCount() == 0) frame.start.replace(frame.start.size() - 2, 2, ">");
+  frame.end = "\n" + std::string(static_cast<size_t>(function_->GetLevel()) * 2, ' ') + "</" +
+              std::string(function_->GetName()) + ">";
+  frame.length = frame.start.size() + rows_length_ + inner + frame.end.size();
+  return frame;
+}
 
-  const std::string root_start = root->GetStartTag();
-  const std::string root_end = root->GetEndTag();
-  const std::string_view declaration(kDeclaration);
-  size_t length = declaration.size() + 2 + root_start.size() + root_end.size();
+size_t CXmlBatchDocument::GetDocumentLength() const {
+  if (written_.empty()) return CXmlDocument::GetDocumentLength();
+  const CXmlElement* root = GetRoot();
+  size_t length = std::string_view(kDeclaration).size() + 2 + root->GetStartTag().size() +
+                  root->GetEndTag().size();
   for (size_t i = 0; i < root->GetChildCount(); ++i) {
     const CXmlElement* child = root->GetChild(i);
-    length += child == function_ ? function_length : child->GetElementLength();
+    length += child == function_ ? MakeFunctionFrame().length : child->GetElementLength();
   }
+  return length;
+}
 
-  std::string out(length + CXmlElement::kWriteSlack, '\0');
-  char* at = Put(out.data(), declaration);
+void CXmlBatchDocument::WriteDocument(char* out) const {
+  if (written_.empty()) return CXmlDocument::WriteDocument(out);
+  const CXmlElement* root = GetRoot();
+  const FunctionFrame frame = MakeFunctionFrame();
+  char* at = Put(out, kDeclaration);
   at = Put(at, "\n\n");
-  at = Put(at, root_start);
+  at = Put(at, root->GetStartTag());
   for (size_t i = 0; i < root->GetChildCount(); ++i) {
     const CXmlElement* child = root->GetChild(i);
     if (child != function_) {
       at = child->WriteElement(at);
       continue;
     }
-    at = Put(at, start);
+    at = Put(at, frame.start);
     for (uint32_t row : written_) {
       table_->SetRow(static_cast<int32_t>(row));
       at = rows_->WriteRow(at, RowName(), RowCells().data());
@@ -126,11 +133,9 @@ std::string CXmlBatchDocument::BuildInMemory() const {
     for (size_t k = 0; k < function_->GetChildCount(); ++k) {
       at = function_->GetChild(k)->WriteElement(at);
     }
-    at = Put(at, end);
+    at = Put(at, frame.end);
   }
-  at = Put(at, root_end);
-  out.resize(length);
-  return out;
+  Put(at, root->GetEndTag());
 }
 
 bool CXmlBatchDocument::Save(const std::string& path) {

@@ -32,9 +32,17 @@ class CXmlBatchDocument : public CXmlDocument {
 
   // The rows are written straight from the table's texts, after whatever
   // the function element holds in the tree: no element per cell is made.
-  std::string BuildInMemory() const override;
+  size_t GetDocumentLength() const override;
+  void WriteDocument(char* out) const override;
 
  private:
+  // The function element's tags and length with the rows inside it.
+  struct FunctionFrame {
+    std::string start;
+    std::string end;
+    size_t length = 0;
+  };
+  FunctionFrame MakeFunctionFrame() const;
   // The cells of the current row, one per named column.
   const std::vector<std::string_view>& RowCells() const;
   // The current row's identifier: H_IDENT, else T_IDENT, else IDENT.

@@ -24,15 +24,25 @@ class CXmlDocument {
 
   // The whole document: declaration, two line feeds, the root element, no
   // final line feed. Empty when there is no root.
-  virtual std::string BuildInMemory() const;
+  std::string BuildInMemory() const;
   // Writes the document in one write to a file opened without sharing,
   // created or emptied. False after any file error (nothing is reported).
+  // The text is assembled in the calling thread's CDocumentBuffer, which the
+  // next document of the thread reuses.
   bool SaveToFile(const std::string& path) const;
 
   CXmlElement* GetRoot() const { return root_.get(); }
 
   static constexpr const char* kDeclaration =
       "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>";
+
+ protected:
+  // The document's length, known before a byte is written, so that its text
+  // is assembled at its final size: no growing, no copying. WriteDocument
+  // writes exactly those bytes at `out` and may scribble on the
+  // CXmlElement::kWriteSlack bytes behind them. Only called with a root.
+  virtual size_t GetDocumentLength() const;
+  virtual void WriteDocument(char* out) const;
 
  private:
   std::unique_ptr<CXmlElement> root_;

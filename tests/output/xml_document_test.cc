@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "output/document_buffer.h"
 #include "output/xml_document.h"
 #include "output/xml_element.h"
 #include "tests/support/temp_dir.h"
@@ -242,6 +243,23 @@ TEST(XmlDocument, SaveWritesTheBytesAndReplacesAnOldFile) {
   doc.AddToRoot(doc.CreateElement("F", "x"));
   ASSERT_TRUE(doc.SaveToFile(path));
   EXPECT_EQ(testutil::ReadBytes(path), doc.BuildInMemory());
+}
+
+// A document's memory stays for the next one up to the bound (the docs name
+// 16 MiB), not above it; kept memory is reused, not made anew.
+TEST(DocumentBuffer, KeepsItsMemoryUpToTheBoundOnly) {
+  EXPECT_EQ(CDocumentBuffer::kKeptBytes, size_t{16} << 20);
+  const struct { size_t size, kept; } cases[] = {
+      {1000, 1000}, {CDocumentBuffer::kKeptBytes, CDocumentBuffer::kKeptBytes}, {CDocumentBuffer::kKeptBytes + 1, 0}};
+  for (const auto& c : cases) {
+    CDocumentBuffer buffer;
+    char* first = buffer.Prepare(c.size);
+    buffer.Trim();
+    EXPECT_EQ(buffer.GetCapacity(), c.kept) << c.size;
+    if (c.kept != 0) {
+      EXPECT_EQ(buffer.Prepare(c.size / 2), first) << c.size;
+    }
+  }
 }
 
 TEST(XmlDocument, SaveFailsQuietly) {
