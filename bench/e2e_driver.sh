@@ -123,8 +123,8 @@ profile_json() {
   process=$(share 'CBatchServerFunc::Process')
   printf '"receive_and_reply": %s, "table_text": %s, "xml_tree": %s, "xml_serialise": %s, "xml_teardown": %s, "file_write": %s, "log_append": %s, "idle_hook": %s, "report_file": "%s"' \
     "$(calc "$dispatch - $process")" "$(share 'CSapTable::CSapTable')" "$(share 'CXmlBatchDocument::Build')" \
-    "$(share 'CXmlDocument::BuildInMemory')" "$(share 'CXmlElement::~CXmlElement')" \
-    "$(share 'platform::(anonymous namespace)::WriteOnce')" "$(share 'CLogFile::Append')" \
+    "$(share 'CXmlBatchDocument::WriteDocument')" "$(share 'CXmlElement::~CXmlElement')" \
+    "$(share 'platform::WriteWholeFile')" "$(share 'CLogFile::Append')" \
     "$(share 'ListenCallback')" "$report"
 }
 
@@ -275,9 +275,11 @@ fi
 
 e2e_stop_process "$SAPSIM_PID"
 load_end=$(e2e_loadavg)
-# The XML files go only now: on ext4, creating files right after many were
-# deleted is slow, and that would be charged to the next measurement.
-rm -rf "$scratch"/run*/xml
+# The XML files go only now, the floor's with the server's: on ext4, creating
+# files right after many were deleted is slow, and on this machine memory
+# just freed is cheaper to fill than fresh memory; either would be charged to
+# the next measurement.
+rm -rf "$scratch"/run*/xml "$scratch"/floor_*.xml "$scratch"/floor.log
 
 # Targets: per-batch cost of the largest batch within 2x of the floor; one
 # caller gets at least 90% of what the idle pause allows with small batches
