@@ -6,6 +6,7 @@
 // between documents is bounded; a larger buffer goes back at once.
 
 #include <cstddef>
+#include <cstdlib>
 #include <memory>
 
 class CDocumentBuffer {
@@ -22,11 +23,20 @@ class CDocumentBuffer {
   // At least n bytes to write into; what they hold is left from before.
   // Throws std::bad_alloc.
   char* Prepare(size_t n);
+  // At least n bytes, with what the buffer held; it may move. It grows by
+  // half at least, so that a document of unknown length written piece by
+  // piece moves it only a few times, and a large buffer is remapped rather
+  // than copied where the system allows. Throws std::bad_alloc and leaves
+  // the buffer as it was.
+  char* Grow(size_t n);
   // Ends a document: a buffer above kKeptBytes is freed.
   void Trim();
   size_t GetCapacity() const { return capacity_; }
 
  private:
-  std::unique_ptr<char[]> data_;
+  struct Free {
+    void operator()(char* p) const { std::free(p); }
+  };
+  std::unique_ptr<char, Free> data_;
   size_t capacity_ = 0;
 };

@@ -8,6 +8,7 @@
 
 #include "access/sap_table.h"
 #include "app/batch_server_func.h"
+#include "output/document_buffer.h"
 
 CXmlBatchDocument::CXmlBatchDocument(CBatchServerFunc& batch, int32_t flag)
     : CXmlDocument("BATCH"),
@@ -69,73 +70,75 @@ void CXmlBatchDocument::Build() {
   }
   cells_.resize(named_.size());
   rows_ = std::make_unique<CXmlRowWriter>(function_->GetLevel() + 1, names);
-
-  // Only the rows' places and their length are kept; their bytes are written
-  // once, into the document.
-  const int rows = static_cast<int>(table_->GetRowCount());
-  for (int row = 0; row < rows; ++row) {
-    table_->SetRow(row);
-    const std::string_view name = RowName();
-    // A row without any identifier is not written at all.
-    if (name.empty()) continue;
-    written_.push_back(static_cast<uint32_t>(row));
-    rows_length_ += rows_->RowLength(name, RowCells().data());
-  }
 }
 
-CXmlBatchDocument::FunctionFrame CXmlBatchDocument::MakeFunctionFrame() const {
-  // The tree as it stands, with the rows as the first children of the
-  // function element: its start tag closes with ">" now that it has
-  // children, and its end tag follows them.
-  FunctionFrame frame;
-  frame.start = function_->GetStartTag();
-  size_t inner = 0;  // the function element's own children in the tree
-  for (size_t i = 0; i < function_->GetChildCount(); ++i) {
-    inner += function_->GetChild(i)->GetElementLength();
-  }
-  if (function_->GetChildCount() == 0) frame.start.replace(frame.start.size() - 2, 2, ">");
-  frame.end = "\n" + std::string(static_cast<size_t>(function_->GetLevel()) * 2, ' ') + "</" +
-              std::string(function_->GetName()) + ">";
-  frame.length = frame.start.size() + rows_length_ + inner + frame.end.size();
-  return frame;
+std::string CXmlBatchDocument::BuildInMemory() const {
+  CDocumentBuffer buffer;
+  return std::string(BuildInto(buffer));
 }
 
-size_t CXmlBatchDocument::GetDocumentLength() const {
-  if (written_.empty()) return CXmlDocument::GetDocumentLength();
+std::string_view CXmlBatchDocument::BuildInto(CDocumentBuffer& buffer) const {
+  if (function_ == nullptr) return CXmlDocument::BuildInto(buffer);
+  // The rows' length is not worked out first: that would read and escape
+  // every cell twice. Before each piece the buffer is made large enough for
+  // the most that piece can take.
+  char* base = buffer.Grow(std::max<size_t>(buffer.GetCapacity(), 64 * 1024));
+  const auto room = [&](char* at, size_t n) {
+    const size_t used = static_cast<size_t>(at - base);
+    base = buffer.Grow(used + n + CXmlElement::kWriteSlack);
+    return base + used;
+  };
   const CXmlElement* root = GetRoot();
-  size_t length = std::string_view(kDeclaration).size() + 2 + root->GetStartTag().size() +
-                  root->GetEndTag().size();
-  for (size_t i = 0; i < root->GetChildCount(); ++i) {
-    const CXmlElement* child = root->GetChild(i);
-    length += child == function_ ? MakeFunctionFrame().length : child->GetElementLength();
-  }
-  return length;
-}
-
-void CXmlBatchDocument::WriteDocument(char* out) const {
-  if (written_.empty()) return CXmlDocument::WriteDocument(out);
-  const CXmlElement* root = GetRoot();
-  const FunctionFrame frame = MakeFunctionFrame();
-  char* at = Put(out, kDeclaration);
+  const std::string root_start = root->GetStartTag();
+  const std::string root_end = root->GetEndTag();
+  char* at = room(base, std::strlen(kDeclaration) + 2 + root_start.size());
+  at = Put(at, kDeclaration);
   at = Put(at, "\n\n");
-  at = Put(at, root->GetStartTag());
+  at = Put(at, root_start);
   for (size_t i = 0; i < root->GetChildCount(); ++i) {
     const CXmlElement* child = root->GetChild(i);
     if (child != function_) {
+      at = room(at, child->GetElementLength());
       at = child->WriteElement(at);
       continue;
     }
-    at = Put(at, frame.start);
-    for (uint32_t row : written_) {
-      table_->SetRow(static_cast<int32_t>(row));
-      at = rows_->WriteRow(at, RowName(), RowCells().data());
+    // The function element's start tag closes with ">" when rows follow;
+    // without rows and children it is the tree's own self-closing element.
+    std::string start = function_->GetStartTag();
+    if (function_->GetChildCount() == 0) start.replace(start.size() - 2, 2, ">");
+    const size_t function_at = static_cast<size_t>(at - base);
+    at = room(at, start.size());
+    at = Put(at, start);
+    bool any_row = false;
+    const int rows = static_cast<int>(table_->GetRowCount());
+    for (int row = 0; row < rows; ++row) {
+      table_->SetRow(row);
+      const std::string_view name = RowName();
+      // A row without any identifier is not written at all.
+      if (name.empty()) continue;
+      const std::string_view* cells = RowCells().data();
+      at = room(at, rows_->RowBound(name, cells));
+      at = rows_->WriteRow(at, name, cells);
+      any_row = true;
+    }
+    if (!any_row) {
+      at = base + function_at;
+      at = room(at, function_->GetElementLength());
+      at = function_->WriteElement(at);
+      continue;
     }
     for (size_t k = 0; k < function_->GetChildCount(); ++k) {
+      at = room(at, function_->GetChild(k)->GetElementLength());
       at = function_->GetChild(k)->WriteElement(at);
     }
-    at = Put(at, frame.end);
+    const std::string end = "\n" + std::string(static_cast<size_t>(function_->GetLevel()) * 2, ' ') +
+                            "</" + std::string(function_->GetName()) + ">";
+    at = room(at, end.size());
+    at = Put(at, end);
   }
-  Put(at, root->GetEndTag());
+  at = room(at, root_end.size());
+  at = Put(at, root_end);
+  return std::string_view(base, static_cast<size_t>(at - base));
 }
 
 bool CXmlBatchDocument::Save(const std::string& path) {

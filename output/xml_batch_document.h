@@ -32,17 +32,11 @@ class CXmlBatchDocument : public CXmlDocument {
 
   // The rows are written straight from the table's texts, after whatever
   // the function element holds in the tree: no element per cell is made.
-  size_t GetDocumentLength() const override;
-  void WriteDocument(char* out) const override;
+  // They are written in one pass; the buffer grows as they come.
+  std::string BuildInMemory() const override;
+  std::string_view BuildInto(CDocumentBuffer& buffer) const override;
 
  private:
-  // The function element's tags and length with the rows inside it.
-  struct FunctionFrame {
-    std::string start;
-    std::string end;
-    size_t length = 0;
-  };
-  FunctionFrame MakeFunctionFrame() const;
   // The cells of the current row, one per named column.
   const std::vector<std::string_view>& RowCells() const;
   // The current row's identifier: H_IDENT, else T_IDENT, else IDENT.
@@ -57,8 +51,6 @@ class CXmlBatchDocument : public CXmlDocument {
   int h_ident_ = -1;
   int t_ident_ = -1;
   int ident_ = -1;
-  std::vector<uint32_t> written_;  // the rows with an identifier
-  size_t rows_length_ = 0;
   // Serialising walks the table's rows (its current row moves) and gathers
   // each row's cells here; neither changes what the document holds.
   mutable std::vector<std::string_view> cells_;

@@ -52,6 +52,14 @@ std::string CXmlDocument::BuildInMemory() const {
   return out;
 }
 
+std::string_view CXmlDocument::BuildInto(CDocumentBuffer& buffer) const {
+  if (!root_) return std::string_view();
+  const size_t length = GetDocumentLength();
+  char* out = buffer.Prepare(length + CXmlElement::kWriteSlack);
+  WriteDocument(out);
+  return std::string_view(out, length);
+}
+
 bool CXmlDocument::SaveToFile(const std::string& path) const {
   // One buffer per writing thread; Trim runs also when writing throws.
   thread_local CDocumentBuffer buffer;
@@ -59,13 +67,6 @@ bool CXmlDocument::SaveToFile(const std::string& path) const {
     CDocumentBuffer& buffer;
     ~TrimAtEnd() { buffer.Trim(); }
   } trim{buffer};
-  size_t length = 0;
-  const char* text = "";
-  if (root_) {
-    length = GetDocumentLength();
-    char* out = buffer.Prepare(length + CXmlElement::kWriteSlack);
-    WriteDocument(out);
-    text = out;
-  }
-  return platform::WriteWholeFile(path, text, length) == platform::kFileOk;
+  const std::string_view text = BuildInto(buffer);
+  return platform::WriteWholeFile(path, text.data(), text.size()) == platform::kFileOk;
 }

@@ -8,6 +8,8 @@
 
 #include "output/xml_element.h"
 
+class CDocumentBuffer;
+
 class CXmlDocument {
  public:
   explicit CXmlDocument(const std::string& root_name);
@@ -24,7 +26,9 @@ class CXmlDocument {
 
   // The whole document: declaration, two line feeds, the root element, no
   // final line feed. Empty when there is no root.
-  std::string BuildInMemory() const;
+  virtual std::string BuildInMemory() const;
+  // The same bytes written into `buffer`; valid until its next use.
+  virtual std::string_view BuildInto(CDocumentBuffer& buffer) const;
   // Writes the document in one write to a file opened without sharing,
   // created or emptied. False after any file error (nothing is reported).
   // The text is assembled in the calling thread's CDocumentBuffer, which the
@@ -36,14 +40,12 @@ class CXmlDocument {
   static constexpr const char* kDeclaration =
       "<?xml version=\"1.0\" encoding=\"iso-8859-1\"?>";
 
- protected:
-  // The document's length, known before a byte is written, so that its text
-  // is assembled at its final size: no growing, no copying. WriteDocument
-  // writes exactly those bytes at `out` and may scribble on the
-  // CXmlElement::kWriteSlack bytes behind them. Only called with a root.
-  virtual size_t GetDocumentLength() const;
-  virtual void WriteDocument(char* out) const;
-
  private:
+  // The length of the document, known before a byte is written, so that its
+  // text is assembled at its final size; WriteDocument writes exactly those
+  // bytes and may scribble on the CXmlElement::kWriteSlack bytes behind.
+  size_t GetDocumentLength() const;
+  void WriteDocument(char* out) const;
+
   std::unique_ptr<CXmlElement> root_;
 };
