@@ -73,6 +73,8 @@ class CSapTable {
   int32_t GetColumnCount() const { return column_count_; }
   // Sum of the column lengths.
   int32_t GetTotalLength() const { return total_length_; }
+  // The bytes of all cells' texts together.
+  uint64_t GetTextSize() const { return text_.size(); }
   const std::string& GetName() const { return name_; }
 
   // The column name at `position`, or null when there is no such column.

@@ -12,7 +12,7 @@
 class CDocumentBuffer {
  public:
   // The most a buffer keeps between two documents: 16 MiB, the document of
-  // about 30,000 rows of the example structure. The document of a larger
+  // about 25,000 rows of the example structure. The document of a larger
   // batch does not stay in memory after its file is written.
   static constexpr size_t kKeptBytes = size_t{16} << 20;
 

@@ -1,6 +1,7 @@
 #include "output/xml_batch_document.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -80,9 +81,14 @@ std::string CXmlBatchDocument::BuildInMemory() const {
 std::string_view CXmlBatchDocument::BuildInto(CDocumentBuffer& buffer) const {
   if (function_ == nullptr) return CXmlDocument::BuildInto(buffer);
   // The rows' length is not worked out first: that would read and escape
-  // every cell twice. Before each piece the buffer is made large enough for
-  // the most that piece can take.
-  char* base = buffer.Grow(std::max<size_t>(buffer.GetCapacity(), 64 * 1024));
+  // every cell twice. The buffer starts at an estimate (every row's tags in
+  // their longer form, the texts and a quarter more for escaping), so that a
+  // large document seldom has to grow, and before each piece it is made
+  // large enough for the most that piece can take.
+  const uint64_t texts = table_->GetTextSize();
+  const uint64_t estimate = uint64_t{table_->GetRowCount()} * rows_->GetTagsBound() + texts + texts / 4 +
+                            64 * 1024;
+  char* base = buffer.Prepare(static_cast<size_t>(std::min<uint64_t>(estimate, SIZE_MAX / 2)));
   const auto room = [&](char* at, size_t n) {
     const size_t used = static_cast<size_t>(at - base);
     base = buffer.Grow(used + n + CXmlElement::kWriteSlack);

@@ -6,9 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "output/document_buffer.h"
 #include "output/xml_element.h"
-
-class CDocumentBuffer;
 
 class CXmlDocument {
  public:

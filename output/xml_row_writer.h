@@ -23,6 +23,9 @@ class CXmlRowWriter {
   // escaped to the longest entity, every cell in the open and close form.
   // Cheaper than RowLength, which must look at every byte.
   size_t RowBound(std::string_view name, const std::string_view* cells) const;
+  // RowBound's part that does not depend on the texts: the tags of a row
+  // with every cell in the open and close form.
+  size_t GetTagsBound() const { return tags_bound_; }
   // Writes the RowLength bytes at `out`; returns the end.
   char* WriteRow(char* out, std::string_view name, const std::string_view* cells) const;
 

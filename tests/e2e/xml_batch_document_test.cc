@@ -70,4 +70,25 @@ TEST(XmlBatchDocumentTest, AColumnWithoutANameIsLeftOut) {
                 "</BATCH>");
 }
 
+TEST(XmlBatchDocumentTest, ADocumentThatOutgrowsItsFirstBufferComesOutWhole) {
+  ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
+  CRfcConnection connection;
+  CBatchServerApp app(&connection, nullptr);
+  CBatchServerFunc::DdColumns columns;
+  columns[1] = std::make_unique<CSapColumn>("H_IDENT", 1, 0, TYPE_CHAR, 200, 0);
+  CBatchServerFunc function(&app, "Z_Q", "ZQ", columns, &BuildDocument);
+  CRfcTableParam& table = *function.GetTableParam();
+  table.Create();
+  std::string quotes, rows;
+  for (int i = 0; i < 200; ++i) quotes += "&quot;";  // every text byte escapes to six
+  for (int r = 0; r < 50; ++r) {
+    table.GotoLine(r);
+    table.GetData(table.GetCurrentLine(), 0) = std::string(200, '"').c_str();
+    rows += "\n    <" + quotes + ">\n      <H_IDENT>" + quotes + "</H_IDENT>\n    </" + quotes + ">";
+  }
+  ASSERT_EQ(function.Process(), 0);
+  EXPECT_EQ(g_document, std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH>\n  <Z_Q TIMESTAMP=\"" +
+                            function.GetBatchId() + "\" BEGIN=\"1\" TABLE=\"ZQ\">" + rows + "\n  </Z_Q>\n</BATCH>");
+}
+
 }  // namespace
