@@ -118,13 +118,16 @@ profile_json() {
     { printf '"profile_error": "perf report failed"'; return; }
   rm -f "$data"
   share() { awk -v s="$1" 'index($0, s) && $1 ~ /%$/ { v = $1 + 0; if (v > m) m = v } END { printf "%.1f", m }' "$report"; }
-  local dispatch process save save_to_file
+  # The share of the symbol named exactly (Build, not BuildInto).
+  share_exact() {
+    awk -v s="$1" '$1 ~ /%$/ { i = index($0, "] "); sym = substr($0, i + 2); sub(/ +$/, "", sym)
+                               if (i && sym == s) { v = $1 + 0; if (v > m) m = v } } END { printf "%.1f", m }' "$report"
+  }
+  local dispatch process
   dispatch=$(share 'rfcsim::Connection::Dispatch')
   process=$(share 'CBatchServerFunc::Process')
-  save=$(share 'CXmlBatchDocument::Save')
-  save_to_file=$(share 'CXmlDocument::SaveToFile')
   printf '"receive_and_reply": %s, "table_text": %s, "xml_tree": %s, "xml_serialise": %s, "xml_teardown": %s, "file_write": %s, "log_append": %s, "idle_hook": %s, "report_file": "%s"' \
-    "$(calc "$dispatch - $process")" "$(share 'CSapTable::CSapTable')" "$(calc "$save - $save_to_file")" \
+    "$(calc "$dispatch - $process")" "$(share 'CSapTable::CSapTable')" "$(share_exact 'CXmlBatchDocument::Build')" \
     "$(share 'CXmlBatchDocument::BuildInto')" "$(share 'CXmlElement::~CXmlElement')" \
     "$(share 'platform::WriteWholeFile')" "$(share 'CLogFile::Append')" \
     "$(share 'ListenCallback')" "$report"
