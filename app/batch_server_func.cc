@@ -102,7 +102,8 @@ int CBatchServerFunc::ReturnCall() {
   // memory for the next one.
   const TableHandle handle = table_param_->GetTableHandle();
   if (handle == nullptr) return rc;
-  const uint64_t bytes = uint64_t{ItFill(handle)} * static_cast<uint64_t>(std::max(table_param_->GetLineLength(), 0));
+  const uint64_t line = static_cast<uint64_t>(std::max(table_param_->GetLineLength(), 0));
+  const uint64_t bytes = uint64_t{ItFill(handle)} * line;
   if (bytes <= kReleaseAbove) return rc;
   table_param_->Clear();
   platform::ReleaseFreeMemory();
