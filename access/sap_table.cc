@@ -5,6 +5,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <type_traits>
 
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_data.h"
@@ -102,8 +103,17 @@ void CSapTable::AddCell(uint64_t row_text, const char* text, size_t size) {
   cells_.push_back({static_cast<uint32_t>(at), static_cast<uint32_t>(size)});
 }
 
+CSapTable::Blocks& CSapTable::KeptBlocks() {
+  thread_local Blocks kept;
+  return kept;
+}
+
 CSapTable::CSapTable(CRfcTableParam* table) {
   if (table == nullptr) return;
+  Blocks& kept = KeptBlocks();
+  text_.swap(kept.text);
+  row_starts_.swap(kept.row_starts);
+  cells_.swap(kept.cells);
   name_ = table->GetName() != nullptr ? table->GetName() : "";
   const TableHandle handle = table->GetTableHandle();
   row_count_ = handle != nullptr ? ItFill(handle) : 0;
@@ -115,11 +125,17 @@ CSapTable::CSapTable(CRfcTableParam* table) {
   for (int32_t c = 0; c < described; ++c) {
     if (const CRfcFieldInfo* info = table->GetFieldInfo(c)) row_bound += TextBound(*info);
   }
-  row_starts_.reserve(row_count_);
-  cells_.reserve(size_t{row_count_} * static_cast<size_t>(std::max(described, 0)));
+  // A kept block that is too small is freed before the larger one is made.
+  const auto reserve = [](auto& block, size_t n) {
+    if (n <= block.capacity()) return;
+    std::remove_reference_t<decltype(block)>().swap(block);
+    block.reserve(n);
+  };
+  reserve(row_starts_, row_count_);
+  reserve(cells_, size_t{row_count_} * static_cast<size_t>(std::max(described, 0)));
   if (row_bound != 0 && row_count_ <= text_.max_size() / row_bound) {
     try {
-      text_.reserve(size_t{row_count_} * row_bound);
+      reserve(text_, size_t{row_count_} * row_bound);
     } catch (const std::bad_alloc&) {
       // Only a hint: the texts themselves may well fit.
     }
@@ -187,7 +203,21 @@ CSapTable::CSapTable(CRfcTableParam* table) {
   current_row_ = static_cast<int64_t>(row_starts_.size()) - 1;
 }
 
-CSapTable::~CSapTable() = default;
+CSapTable::~CSapTable() {
+  const size_t bytes = text_.capacity() + row_starts_.capacity() * sizeof(RowStart) +
+                       cells_.capacity() * sizeof(Cell);
+  Blocks& kept = KeptBlocks();
+  const size_t kept_bytes = kept.text.capacity() + kept.row_starts.capacity() * sizeof(RowStart) +
+                            kept.cells.capacity() * sizeof(Cell);
+  // The larger set within the bound stays; the other goes back.
+  if (bytes > kKeptBytes || bytes <= kept_bytes) return;
+  text_.clear();
+  row_starts_.clear();
+  cells_.clear();
+  text_.swap(kept.text);
+  row_starts_.swap(kept.row_starts);
+  cells_.swap(kept.cells);
+}
 
 const CSapColumn* CSapTable::GetColumn(int32_t position) const {
   if (position < 0 || position > kLastPosition) return nullptr;

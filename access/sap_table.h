@@ -73,6 +73,8 @@ class CSapTable {
   int32_t GetColumnCount() const { return column_count_; }
   // Sum of the column lengths.
   int32_t GetTotalLength() const { return total_length_; }
+  // The bytes of all cells' texts together.
+  uint64_t GetTextSize() const { return text_.size(); }
   const std::string& GetName() const { return name_; }
 
   // The column name at `position`, or null when there is no such column.
@@ -102,6 +104,19 @@ class CSapTable {
   };
   // Appends one cell's text to text_.
   void AddCell(uint64_t row_text, const char* text, size_t size);
+
+  // The three blocks of the thread's last table, emptied but with their
+  // memory, for the thread's next table: a steady stream of batches then
+  // does not have the system find and clear megabytes of fresh memory for
+  // each. Kept only up to kKeptBytes together; a larger table's blocks go
+  // back to the system with it.
+  static constexpr size_t kKeptBytes = size_t{16} << 20;
+  struct Blocks {
+    std::string text;
+    std::vector<RowStart> row_starts;
+    std::vector<Cell> cells;
+  };
+  static Blocks& KeptBlocks();
 
   std::map<uint16_t, std::unique_ptr<CSapColumn>> columns_;
   std::map<std::string, std::unique_ptr<CSapIndexHolder>> column_index_;

@@ -1,5 +1,6 @@
 #include "app/batch_server_func.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <deque>
@@ -9,6 +10,8 @@
 #include "app/batch_server_app.h"
 #include "platform/clock.h"
 #include "platform/critical_section.h"
+#include "platform/process.h"
+#include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
@@ -89,6 +92,22 @@ int CBatchServerFunc::Process() {
   return_code_param_->SetActive(1);
   if (app_ != nullptr) app_->MarkActivity();
   return 0;
+}
+
+int CBatchServerFunc::ReturnCall() {
+  const int rc = CRfcServerFunc::ReturnCall();
+  // The RFC library keeps the received lines until the next call replaces
+  // them, and the C library keeps what is freed for reuse: after one very
+  // large batch an idle server would hold it all. Smaller batches keep their
+  // memory for the next one.
+  const TableHandle handle = table_param_->GetTableHandle();
+  if (handle == nullptr) return rc;
+  const uint64_t line = static_cast<uint64_t>(std::max(table_param_->GetLineLength(), 0));
+  const uint64_t bytes = uint64_t{ItFill(handle)} * line;
+  if (bytes <= kReleaseAbove) return rc;
+  table_param_->Clear();
+  platform::ReleaseFreeMemory();
+  return rc;
 }
 
 std::string CBatchServerFunc::FormatBatchId(int64_t seconds, uint32_t milliseconds) {

@@ -40,6 +40,13 @@ class CBatchServerFunc : public CRfcServerFunc {
 
   // One batch: new batch id, the receive handler, BATCH_RC = 1, activity.
   int Process() override;
+  // Answers the call; then the lines of a batch above kReleaseAbove are
+  // freed at once instead of at the next call, and the memory with them.
+  int ReturnCall() override;
+
+  // 4 MiB of lines: about 25,000 rows of the example structure, whose
+  // document is above the memory kept between batches.
+  static constexpr uint64_t kReleaseAbove = uint64_t{4} << 20;
 
   std::string GetFunctionName() const { return function_name_; }
   std::string GetStructureName() const { return structure_name_; }

@@ -189,6 +189,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       char* end = writer.WriteRow(direct.data(), operations[0].name, cells.data());
       Check(end == direct.data() + direct.size());
       Check(direct == tree);
+      // The batch document makes room for a row by this bound alone.
+      Check(direct.size() <= writer.RowBound(operations[0].name, cells.data()));
     }
   }
   // Only the block this thread allocates from may remain; an element left

@@ -1,6 +1,7 @@
 #include "output/xml_batch_document.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -8,6 +9,7 @@
 
 #include "access/sap_table.h"
 #include "app/batch_server_func.h"
+#include "output/document_buffer.h"
 
 CXmlBatchDocument::CXmlBatchDocument(CBatchServerFunc& batch, int32_t flag)
     : CXmlDocument("BATCH"),
@@ -69,68 +71,80 @@ void CXmlBatchDocument::Build() {
   }
   cells_.resize(named_.size());
   rows_ = std::make_unique<CXmlRowWriter>(function_->GetLevel() + 1, names);
-
-  // Only the rows' places and their length are kept; their bytes are written
-  // once, into the document.
-  const int rows = static_cast<int>(table_->GetRowCount());
-  for (int row = 0; row < rows; ++row) {
-    table_->SetRow(row);
-    const std::string_view name = RowName();
-    // A row without any identifier is not written at all.
-    if (name.empty()) continue;
-    written_.push_back(static_cast<uint32_t>(row));
-    rows_length_ += rows_->RowLength(name, RowCells().data());
-  }
 }
 
 std::string CXmlBatchDocument::BuildInMemory() const {
-  if (written_.empty()) return CXmlDocument::BuildInMemory();
-  // The tree as it stands, with the rows as the first children of the
-  // function element: its start tag closes with ">" now that it has
-  // children, and its end tag follows them.
-  const CXmlElement* root = GetRoot();
-  std::string start = function_->GetStartTag();
-  size_t inner = 0;  // the function element's own children in the tree
-  for (size_t i = 0; i < function_->GetChildCount(); ++i) {
-    inner += function_->GetChild(i)->GetElementLength();
-  }
-  if (function_->GetChildCount() == 0) start.replace(start.size() - 2, 2, ">");
-  const std::string end = "\n" + std::string(static_cast<size_t>(function_->GetLevel()) * 2, ' ') +
-                          "</" + std::string(function_->GetName()) + ">";
-  const size_t function_length = start.size() + rows_length_ + inner + end.size();
+  CDocumentBuffer buffer;
+  return std::string(BuildInto(buffer));
+}
 
+std::string_view CXmlBatchDocument::BuildInto(CDocumentBuffer& buffer) const {
+  if (function_ == nullptr) return CXmlDocument::BuildInto(buffer);
+  // The rows' length is not worked out first: that would read and escape
+  // every cell twice. The buffer starts at an estimate (every row's tags in
+  // their longer form, the texts and a quarter more for escaping), so that a
+  // large document seldom has to grow, and before each piece it is made
+  // large enough for the most that piece can take.
+  const uint64_t texts = table_->GetTextSize();
+  const uint64_t estimate = uint64_t{table_->GetRowCount()} * rows_->GetTagsBound() + texts + texts / 4 +
+                            64 * 1024;
+  char* base = buffer.Prepare(static_cast<size_t>(std::min<uint64_t>(estimate, SIZE_MAX / 2)));
+  const auto room = [&](char* at, size_t n) {
+    const size_t used = static_cast<size_t>(at - base);
+    base = buffer.Grow(used + n + CXmlElement::kWriteSlack);
+    return base + used;
+  };
+  const CXmlElement* root = GetRoot();
   const std::string root_start = root->GetStartTag();
   const std::string root_end = root->GetEndTag();
-  const std::string_view declaration(kDeclaration);
-  size_t length = declaration.size() + 2 + root_start.size() + root_end.size();
-  for (size_t i = 0; i < root->GetChildCount(); ++i) {
-    const CXmlElement* child = root->GetChild(i);
-    length += child == function_ ? function_length : child->GetElementLength();
-  }
-
-  std::string out(length + CXmlElement::kWriteSlack, '\0');
-  char* at = Put(out.data(), declaration);
+  char* at = room(base, std::strlen(kDeclaration) + 2 + root_start.size());
+  at = Put(at, kDeclaration);
   at = Put(at, "\n\n");
   at = Put(at, root_start);
   for (size_t i = 0; i < root->GetChildCount(); ++i) {
     const CXmlElement* child = root->GetChild(i);
     if (child != function_) {
+      at = room(at, child->GetElementLength());
       at = child->WriteElement(at);
       continue;
     }
+    // The function element's start tag closes with ">" when rows follow;
+    // without rows and children it is the tree's own self-closing element.
+    std::string start = function_->GetStartTag();
+    if (function_->GetChildCount() == 0) start.replace(start.size() - 2, 2, ">");
+    const size_t function_at = static_cast<size_t>(at - base);
+    at = room(at, start.size());
     at = Put(at, start);
-    for (uint32_t row : written_) {
-      table_->SetRow(static_cast<int32_t>(row));
-      at = rows_->WriteRow(at, RowName(), RowCells().data());
+    bool any_row = false;
+    const int rows = static_cast<int>(table_->GetRowCount());
+    for (int row = 0; row < rows; ++row) {
+      table_->SetRow(row);
+      const std::string_view name = RowName();
+      // A row without any identifier is not written at all.
+      if (name.empty()) continue;
+      const std::string_view* cells = RowCells().data();
+      at = room(at, rows_->RowBound(name, cells));
+      at = rows_->WriteRow(at, name, cells);
+      any_row = true;
+    }
+    if (!any_row) {
+      at = base + function_at;
+      at = room(at, function_->GetElementLength());
+      at = function_->WriteElement(at);
+      continue;
     }
     for (size_t k = 0; k < function_->GetChildCount(); ++k) {
+      at = room(at, function_->GetChild(k)->GetElementLength());
       at = function_->GetChild(k)->WriteElement(at);
     }
+    const std::string end = "\n" + std::string(static_cast<size_t>(function_->GetLevel()) * 2, ' ') +
+                            "</" + std::string(function_->GetName()) + ">";
+    at = room(at, end.size());
     at = Put(at, end);
   }
+  at = room(at, root_end.size());
   at = Put(at, root_end);
-  out.resize(length);
-  return out;
+  return std::string_view(base, static_cast<size_t>(at - base));
 }
 
 bool CXmlBatchDocument::Save(const std::string& path) {

@@ -32,7 +32,9 @@ class CXmlBatchDocument : public CXmlDocument {
 
   // The rows are written straight from the table's texts, after whatever
   // the function element holds in the tree: no element per cell is made.
+  // They are written in one pass; the buffer grows as they come.
   std::string BuildInMemory() const override;
+  std::string_view BuildInto(CDocumentBuffer& buffer) const override;
 
  private:
   // The cells of the current row, one per named column.
@@ -49,8 +51,6 @@ class CXmlBatchDocument : public CXmlDocument {
   int h_ident_ = -1;
   int t_ident_ = -1;
   int ident_ = -1;
-  std::vector<uint32_t> written_;  // the rows with an identifier
-  size_t rows_length_ = 0;
   // Serialising walks the table's rows (its current row moves) and gathers
   // each row's cells here; neither changes what the document holds.
   mutable std::vector<std::string_view> cells_;

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "output/document_buffer.h"
 #include "platform/file.h"
 
 CXmlDocument::CXmlDocument(const std::string& root_name)
@@ -29,24 +30,43 @@ void CXmlDocument::AddToRoot(std::unique_ptr<CXmlElement> element) {
   root_->AddChild(std::move(element));
 }
 
-std::string CXmlDocument::BuildInMemory() const {
-  std::string out;
-  if (!root_) return out;
-  // The length is known before anything is written, so the text is allocated
-  // once at its final size (and a little room for the writer's wide copies):
-  // no growing, no copying.
+size_t CXmlDocument::GetDocumentLength() const {
+  return std::string_view(kDeclaration).size() + 2 + root_->GetElementLength();
+}
+
+void CXmlDocument::WriteDocument(char* out) const {
   const std::string_view declaration(kDeclaration);
-  const size_t length = declaration.size() + 2 + root_->GetElementLength();
-  out.resize(length + CXmlElement::kWriteSlack);
-  char* end = std::copy(declaration.begin(), declaration.end(), out.data());
+  char* end = std::copy(declaration.begin(), declaration.end(), out);
   *end++ = '\n';
   *end++ = '\n';
   root_->WriteElement(end);
+}
+
+std::string CXmlDocument::BuildInMemory() const {
+  std::string out;
+  if (!root_) return out;
+  const size_t length = GetDocumentLength();
+  out.resize(length + CXmlElement::kWriteSlack);
+  WriteDocument(out.data());
   out.resize(length);  // keeps the buffer: no copy
   return out;
 }
 
+std::string_view CXmlDocument::BuildInto(CDocumentBuffer& buffer) const {
+  if (!root_) return std::string_view();
+  const size_t length = GetDocumentLength();
+  char* out = buffer.Prepare(length + CXmlElement::kWriteSlack);
+  WriteDocument(out);
+  return std::string_view(out, length);
+}
+
 bool CXmlDocument::SaveToFile(const std::string& path) const {
-  const std::string text = BuildInMemory();
+  // One buffer per writing thread; Trim runs also when writing throws.
+  thread_local CDocumentBuffer buffer;
+  struct TrimAtEnd {
+    CDocumentBuffer& buffer;
+    ~TrimAtEnd() { buffer.Trim(); }
+  } trim{buffer};
+  const std::string_view text = BuildInto(buffer);
   return platform::WriteWholeFile(path, text.data(), text.size()) == platform::kFileOk;
 }

@@ -1,5 +1,6 @@
 #include "output/xml_row_writer.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -34,7 +35,18 @@ CXmlRowWriter::CXmlRowWriter(int level, const std::vector<std::string_view>& col
     const std::string prepared = CXmlElement::Escape(Prepared(name));
     columns_.push_back({cell_line + "<" + prepared + ">", "</" + prepared + ">",
                         cell_line + "<" + prepared + "/>"});
+    tags_bound_ += std::max(columns_.back().open.size() + columns_.back().close.size(),
+                            columns_.back().empty.size());
   }
+  tags_bound_ += 2 * row_line_.size() + 5;
+}
+
+size_t CXmlRowWriter::RowBound(std::string_view name, const std::string_view* cells) const {
+  // "&quot;": no byte becomes more than six.
+  constexpr size_t kLongestEntity = 6;
+  size_t texts = 2 * name.size();
+  for (size_t c = 0; c < columns_.size(); ++c) texts += cells[c].size();
+  return tags_bound_ + kLongestEntity * texts;
 }
 
 size_t CXmlRowWriter::RowLength(std::string_view name, const std::string_view* cells) const {

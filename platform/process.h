@@ -17,4 +17,9 @@ void ToUpperInPlace(char* text, size_t length);
 void InstallTerminationHandler();
 bool TerminationRequested();
 
+// Hands the memory the allocator holds free back to the system. The C
+// library keeps freed memory for reuse, which after one very large batch can
+// be hundreds of MB the process will not need again soon.
+void ReleaseFreeMemory();
+
 }  // namespace platform

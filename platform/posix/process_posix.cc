@@ -9,7 +9,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <vector>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 namespace platform {
 namespace {
@@ -59,5 +63,13 @@ void InstallTerminationHandler() {
 }
 
 bool TerminationRequested() { return g_termination_requested.load(std::memory_order_relaxed); }
+
+void ReleaseFreeMemory() {
+#if defined(__GLIBC__)
+  // glibc keeps free memory inside its heaps (up to 64 MiB a heap) and trims
+  // only their tops; this gives back every free page.
+  malloc_trim(0);
+#endif
+}
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include "platform/process.h"
 
 #include <windows.h>
+#include <malloc.h>
 
 #include <atomic>
 #include <cctype>
@@ -60,5 +61,10 @@ void ToUpperInPlace(char* text, size_t length) {
 void InstallTerminationHandler() { SetConsoleCtrlHandler(OnConsoleControl, TRUE); }
 
 bool TerminationRequested() { return g_termination_requested.load(std::memory_order_relaxed); }
+
+void ReleaseFreeMemory() {
+  // The C runtime's heap keeps freed blocks; this hands back what it can.
+  _heapmin();
+}
 
 }  // namespace platform

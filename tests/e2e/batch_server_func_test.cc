@@ -205,6 +205,23 @@ TEST_F(BatchFunctionTest, XmlDocumentLeavesOutAColumnWithoutAName) {
                             "      <X>v</X>\n      <LAST>R</LAST>\n    </R1>\n  </Z_GAP>\n</BATCH>");
 }
 
+TEST_F(BatchFunctionTest, ADocumentThatOutgrowsItsFirstBufferComesOutWhole) {
+  Columns columns = Make({{"H_IDENT", 1, TYPE_CHAR, 200}});
+  CBatchServerFunc function(&app_, "Z_Q", "ZQ", columns, &BuildDocument);
+  CRfcTableParam& table = *function.GetTableParam();
+  table.Create();
+  std::string quotes, rows;
+  for (int i = 0; i < 200; ++i) quotes += "&quot;";  // every text byte escapes to six
+  for (int r = 0; r < 50; ++r) {
+    table.GotoLine(r);
+    table.GetData(table.GetCurrentLine(), 0) = std::string(200, '"').c_str();
+    rows += "\n    <" + quotes + ">\n      <H_IDENT>" + quotes + "</H_IDENT>\n    </" + quotes + ">";
+  }
+  ASSERT_EQ(function.Process(), 0);
+  EXPECT_EQ(g_document, std::string(CXmlDocument::kDeclaration) + "\n\n\n<BATCH>\n  <Z_Q TIMESTAMP=\"" +
+                            function.GetBatchId() + "\" BEGIN=\"1\" TABLE=\"ZQ\">" + rows + "\n  </Z_Q>\n</BATCH>");
+}
+
 // OnReceiveData with an empty log directory keeps the log where it was;
 // ListenCallback goes on until the stop event is set or gone.
 TEST_F(BatchFunctionTest, WorkerHandlersKeepTheLogWithoutDirectoryAndStopOnTheEvent) {

@@ -246,4 +246,15 @@ TEST(XmlDocument, SaveReplacesAnOldFileOrFailsQuietly) {
   EXPECT_EQ(testutil::ReadBytes(path), doc.BuildInMemory());
 }
 
+TEST(DocumentBuffer, KeepsItsMemoryUpToTheBoundOnly) {
+  for (const size_t size : {size_t{1000}, CDocumentBuffer::kKeptBytes, CDocumentBuffer::kKeptBytes + 1}) {
+    CDocumentBuffer buffer;
+    char* first = buffer.Prepare(size);
+    buffer.Trim();
+    const bool kept = size <= CDocumentBuffer::kKeptBytes;
+    EXPECT_EQ(buffer.GetCapacity(), kept ? size : 0) << size;
+    EXPECT_TRUE(!kept || buffer.Prepare(size / 2) == first) << size;  // reused, not made anew
+  }
+}
+
 }  // namespace
