@@ -96,6 +96,16 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
   return run;
 }
 
+// The text of the plain-text exception `code` throws, "" when it throws none.
+inline std::string Thrown(const std::function<void()>& code) {
+  try {
+    code();
+  } catch (const char* text) {
+    return text;
+  }
+  return "";
+}
+
 // The last `count` lines of a run.
 inline std::vector<std::string> Tail(const TracedRun& run, size_t count) {
   return std::vector<std::string>(run.lines.end() - std::min(count, run.lines.size()),
@@ -184,6 +194,14 @@ inline stand_in::ReceiveScript FillTable(const std::string& table, std::vector<s
       for (const std::string& line : lines) Fake().AppendLine(entry->handle, line);
     }
     return 0;
+  };
+}
+
+// A receive that raises the exception `name` (static storage: the library's).
+inline stand_in::ReceiveScript Raising(char* name) {
+  return [name](RfcParameterEntry*, RfcTableEntry*, char** exception) {
+    *exception = name;
+    return RFC_EXCEPTION;
   };
 }
 

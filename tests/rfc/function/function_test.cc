@@ -199,34 +199,6 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
   }
 }
 
-TEST_F(FunctionTest, AFailedRfcCallThrowsTheLibrarysErrorAndTheFunctionStaysUsable) {
-  CRfcClientFunc function(&connection_, "Z_FAIL");
-  CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
-  function.AddImport(&a);
-  fake().call_result = 1;
-  std::strcpy(fake().last_error.message, "partner not reached");
-  RFC_ERROR_INFO caught{};
-  auto run = rfc_test::RunTraced([&] {
-    try {
-      Call(function);
-    } catch (const RFC_ERROR_INFO& error) {
-      caught = error;
-    }
-  });
-  EXPECT_STREQ(caught.message, "partner not reached");
-  EXPECT_EQ(fake().Count("RfcReceive"), 0u);
-  EXPECT_EQ(function.GetLastReturnCode(), 1);
-  ASSERT_EQ(run.lines.size(), 12u);  // the same words as on entry, not "failed"
-  EXPECT_THAT(std::vector<std::string>(run.lines.begin() + 4, run.lines.begin() + 6),
-              ElementsAre("CRfcClientFunc::CallReceive called", "Z_FAIL"));
-  EXPECT_THAT(std::vector<std::string>(run.lines.begin() + 10, run.lines.end()),
-              ElementsAre("CRfcClientFunc::CallReceive called", "Z_FAIL"));
-  fake().call_result = 0;
-  a.SetActive(1);
-  EXPECT_EQ(Call(function), 0);
-  EXPECT_THAT(Names(fake().calls.back().params), ElementsAre("A"));
-}
-
 TEST_F(FunctionTest, AllocationFailuresAreReported) {
   CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
   struct Case {

@@ -115,45 +115,6 @@ TEST_F(ParamTest, BuffersThatCannotBeAllocatedAreReported) {
                           "Memory Allocation Failure"));
 }
 
-TEST_F(ParamTest, StructureParametersDescribeAndClearTheirFields) {
-  auto run = rfc_test::RunTraced([] { CRfcStructParam traced("return", 40, 0, nullptr, nullptr); });
-  EXPECT_THAT(run.lines, ElementsAre("CRfcStructParam::CRfcStructParam(CSTR paramName...) called"));
-
-  CRfcStructParam param("s", 40, 0, nullptr, nullptr);
-  EXPECT_STREQ(param.GetName(), "S");
-  EXPECT_EQ(param.GetLength(), 40);
-  EXPECT_EQ(param.IsActive(), 1);
-  EXPECT_EQ(param.IsSimple(), 0);
-  EXPECT_EQ(Bytes(param.GetBuffer(), 40), std::string(40, '\0'));
-  RfcParameterEntry entry{};
-  param.FillParameter(entry);
-  EXPECT_EQ(entry.type, TYPE_BYTE);  // no handle, not character-only
-  param.SetCharacterOnly(1);
-  param.FillParameter(entry);
-  EXPECT_EQ(entry.type, TYPE_CHAR);
-
-  std::vector<CRfcFieldInfo> fields = {
-      Field("NAME", 0, TYPE_CHAR, 3), Field("RATE", 1, TYPE_FLOAT, 8),
-      Field("CODE", 2, TYPE_NUM, 2), Field("COUNT", 3, TYPE_INT, 4)};
-  param.AddFieldInfo(fields.data(), 4);
-  EXPECT_EQ(param.GetLength(), 24);
-  ASSERT_EQ(fake().installs.size(), 1u);
-  EXPECT_EQ(fake().installs[0].name, "S");  // the parameter's name
-  param.FillParameter(entry);
-  EXPECT_EQ(entry.type, fake().installs[0].handle);
-  EXPECT_EQ(entry.length, 24u);
-
-  param.FieldValue(0) = "ab";
-  param.FieldValue(3) = 258;
-  int32_t stored = 0;
-  std::memcpy(&stored, param.GetBuffer() + 20, 4);
-  EXPECT_EQ(stored, 258);
-  EXPECT_EQ(param.FieldValue(0).GetData(), param.GetBuffer());
-  param.ResetValue();
-  EXPECT_EQ(Bytes(param.GetBuffer(), 24),
-            "   " + std::string(13, '\0') + "00" + std::string(6, '\0'));  // the gaps zeroed
-}
-
 TEST_F(ParamTest, FieldValueOutsideTheDescribedFieldsThrows) {
   CRfcStructParam param("S", 0, 0, nullptr, nullptr);
   param.SetTypeHandle(77);
@@ -170,20 +131,6 @@ TEST_F(ParamTest, FieldValueOutsideTheDescribedFieldsThrows) {
   param.SetLength(4);  // a field beyond a shrunken buffer is refused as well
   EXPECT_NO_THROW(param.FieldValue(0));
   EXPECT_THROW(param.FieldValue(2), const char*);
-}
-
-TEST_F(ParamTest, StructureNumbersAreTurnedAroundOnlyWithTheByteOrderSwitch) {
-  CRfcStructParam param("S", 0, 0, nullptr, nullptr);
-  std::vector<CRfcFieldInfo> fields = {Field("T", 0, TYPE_CHAR, 2), Field("N", 1, TYPE_INT, 4)};
-  param.AddFieldInfo(fields.data(), 2);
-  const unsigned char line[8] = {'a', 'b', 0, 0, 0x00, 0x00, 0x01, 0x02};
-  std::memcpy(param.GetBuffer(), line, 8);
-  param.AfterReceive();
-  EXPECT_EQ(Bytes(param.GetBuffer(), 8), Bytes(line, 8));
-  SetRfcByteOrderSwitch(1);
-  param.AfterReceive();
-  EXPECT_EQ(static_cast<RFC_INT>(param.FieldValue(1)), 258);
-  EXPECT_EQ(Bytes(param.GetBuffer(), 2), "ab");
 }
 
 }  // namespace

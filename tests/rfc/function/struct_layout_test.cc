@@ -147,22 +147,6 @@ TEST_F(StructInfoTest, WhenNoInstallationHappens) {
   EXPECT_TRUE(fake().installs.empty());
 }
 
-TEST_F(StructInfoTest, ColumnsAreReplacedAndBoundInsideTheBytes) {
-  RecordingStruct info("S");
-  info.SetTypeHandle(1);
-  std::vector<CRfcFieldInfo> first = {Field("OLD", 0, TYPE_CHAR, 3), Field("B", 1, TYPE_INT, 4)};
-  info.AddFieldInfo(first.data(), 2);
-  std::vector<CRfcFieldInfo> second = {Field("NEW", 0, TYPE_CHAR, 5)};
-  info.AddFieldInfo(second.data(), 1);  // the replaced record is freed (sanitizer build)
-  EXPECT_STREQ(info.GetFieldInfo(0)->name, "NEW");
-  EXPECT_EQ(info.GetFieldCount(), 2);
-  EXPECT_NE(info.FieldInside(1, 8), nullptr);  // B still at 4..7
-  EXPECT_EQ(info.FieldInside(1, 7), nullptr);
-  EXPECT_EQ(info.FieldInside(0, 4), nullptr);
-  EXPECT_EQ(info.FieldInside(2, 100), nullptr);
-  EXPECT_EQ(info.FieldInside(-1, 100), nullptr);
-}
-
 TEST_F(StructInfoTest, AllocationFailuresAreReportedWithoutLeaks) {
   struct Case {
     int skip;  // copy of A, storage for A, copy of B, storage for B

@@ -197,26 +197,4 @@ TEST_F(TableParamTest, GetDataOutsideTheDescribedColumnsThrows) {
   EXPECT_EQ(missing.thrown, "ItGetLine Failure!");
 }
 
-TEST_F(TableParamTest, FillTableDescribesTheTableForTheLibrary) {
-  CRfcTableParam table("options", 72, 0, 0, nullptr, nullptr);
-  RfcTableEntry entry{};
-  entry.mode = 5;
-  entry.new_table = 5;
-  table.FillTable(entry);
-  EXPECT_EQ(std::string(static_cast<const char*>(entry.name), entry.name_length), "OPTIONS");
-  EXPECT_EQ(entry.type, TYPE_BYTE);
-  EXPECT_EQ(entry.line_length, 72u);
-  EXPECT_EQ(entry.handle, nullptr);
-  EXPECT_EQ(entry.mode, 0);
-  EXPECT_EQ(entry.new_table, 0);
-  table.SetCharacterOnly(1);
-  table.Create();
-  table.FillTable(entry);
-  EXPECT_EQ(entry.type, TYPE_CHAR);
-  EXPECT_EQ(entry.handle, table.GetTableHandle());
-  table.SetTypeHandle(0x10001);
-  table.FillTable(entry);
-  EXPECT_EQ(entry.type, 0x10001);
-}
-
 }  // namespace
