@@ -88,27 +88,20 @@ TEST_F(StructInfoTest, KeepsNormalisedCopiesAndInstallsOnceUnderItsName) {
                                        Field("AMOUNT", 3, TYPE_BCD, 5, 2)};
   info.AddFieldInfo(fields.data(), 4);
   // Laid out with the lengths as given; the caller's offsets are rewritten.
-  EXPECT_EQ(fields[2].offset, 104);
-  EXPECT_EQ(fields[3].offset, 121);
-  ASSERT_EQ(info.GetFieldCount(), 4);
-  EXPECT_STREQ(info.GetFieldInfo(0)->name, "NAME");
-  EXPECT_EQ(info.GetFieldInfo(1)->length, 8);  // by the fixed-length rule
-  EXPECT_EQ(info.GetFieldInfo(2)->length, 4);
-  EXPECT_EQ(info.GetFieldInfo(3)->length, 5);
-  EXPECT_EQ(info.GetFieldInfo(3)->decimals, 2);
-  fields[0].name[0] = 'X';  // copies, not the caller's records
-  EXPECT_STREQ(info.GetFieldInfo(0)->name, "NAME");
-  EXPECT_EQ(info.GetFieldInfo(-1), nullptr);
-  EXPECT_EQ(info.GetFieldInfo(4), nullptr);
-
+  EXPECT_EQ(fields[2].offset * 1000 + fields[3].offset, 104121);
+  fields[0].name[0] = 'X';  // kept are copies, with the fixed lengths
+  std::string kept, installed;
+  for (int i = -1; i <= 4; ++i) {
+    const CRfcFieldInfo* f = info.GetFieldInfo(i);
+    kept += f == nullptr ? "- " : std::string(f->name) + " " + std::to_string(f->length) + "/" + std::to_string(f->decimals) + " ";
+  }
+  EXPECT_EQ(kept, "- NAME 3/0 WHEN 8/0 COUNT 4/0 AMOUNT 5/2 - ");
   ASSERT_EQ(fake().installs.size(), 1u);
   const stand_in::Install& install = fake().installs[0];
-  EXPECT_EQ(install.name, "MYSTRUCT");
-  ASSERT_EQ(install.elements.size(), 4u);
-  EXPECT_EQ(install.elements[1].name, "WHEN");
-  EXPECT_EQ(install.elements[1].type, TYPE_DATE);
-  EXPECT_EQ(install.elements[1].length, 8);
-  EXPECT_EQ(install.elements[3].decimals, 2);
+  for (const stand_in::Element& e : install.elements) {
+    installed += e.name + " " + std::to_string(e.type) + "/" + std::to_string(e.length) + "/" + std::to_string(e.decimals) + " ";
+  }
+  EXPECT_EQ(install.name + ": " + installed, "MYSTRUCT: NAME 0/3/0 WHEN 1/8/0 COUNT 8/4/0 AMOUNT 2/5/2 ");
   EXPECT_EQ(info.EntryType(), install.handle);
   std::vector<CRfcFieldInfo> more = {Field("C", 4, TYPE_INT, 4)};
   info.AddFieldInfo(more.data(), 1);  // the handle stays: no second installation
