@@ -319,9 +319,21 @@ TEST(RfcData, Readings) {
   Bytes reversed = NativeBytes<double>(-1.5);
   std::reverse(reversed.begin(), reversed.end());
   EXPECT_EQ(static_cast<RFC_FLOAT>(Value(TYPE_FLOAT, reversed, 0, 0).data), -1.5);
-  CRfcData unbound(1);
-  EXPECT_EQ(static_cast<RFC_INT>(unbound), 0);
-  EXPECT_STREQ(static_cast<CSTR>(unbound), "");
+  // Unbound, or bound to no bytes: every reading is nothing, every assignment
+  // and copy changes nothing.
+  unsigned char byte = 7;
+  for (int type : {-1, TYPE_NUM, TYPE_BYTE, TYPE_CHAR, TYPE_INT1}) {
+    CRfcData data(1), empty(1), unbound(1);
+    empty.Init(&byte, TYPE_BYTE, 0, 0);
+    if (type >= 0) data.Init(&byte, type, type == TYPE_INT1 ? 1 : 0, 0);
+    if (type < 0) data = "5";
+    if (type != TYPE_INT1) data = 5;
+    data.Assign(type < 0 ? empty : unbound);
+    data.Assign(empty);
+    EXPECT_EQ(static_cast<RFC_INT>(data) + static_cast<RFC_INT2>(data) + static_cast<RFC_INT1>(data) +
+                  static_cast<RFC_FLOAT>(data) + byte, type == TYPE_INT1 ? 28 : 7) << type;
+    EXPECT_STREQ(static_cast<CSTR>(data), type == TYPE_INT1 ? "7" : "") << type;
+  }
   Value v(TYPE_CHAR, Raw("abc"));
   CSTR first = v.data;
   std::memcpy(v.bytes.data(), "xyz", 3);

@@ -65,6 +65,10 @@ TEST(RfcString, UpperCaseFlagAndCopies) {
   EXPECT_EQ(Text(target), "Name");
   target = CRfcString();
   ExpectString(target, "<null>", -1, -1);
+  const CRfcString none;
+  CRfcString copied_none(none), assigned("abc");
+  assigned = none;
+  EXPECT_EQ(copied_none.GetLength() + assigned.GetLength(), -2);
   CRfcString moved(std::move(copy));
   EXPECT_EQ(Text(moved), "Name");
   EXPECT_EQ(copy.GetLength(), -1);  // NOLINT(bugprone-use-after-move)
@@ -96,6 +100,7 @@ TEST(RfcString, Comparisons) {
   const char* null = nullptr;
   EXPECT_EQ(std::vector<bool>({abc == "ABC", abc == "AB", abc == null, none == null, none == ""}),
             std::vector<bool>({true, false, false, true, false}));
+  EXPECT_EQ(abc.Compare(nullptr) * 10 + (none >= "a"), 10);
   EXPECT_EQ(abc.Compare("ABC"), 0);
   EXPECT_EQ(abc.Compare("abc"), 1);
   EXPECT_EQ(none.Compare(nullptr), 1);  // a string without buffer is never equal
@@ -131,6 +136,9 @@ TEST(RfcString, MidCopiesATrimmedPieceWithinTheText) {
     s.Mid(target, c.start, c.count);
     EXPECT_EQ(Text(target), c.piece) << c.start << "," << c.count;
   }
+  CRfcString none;
+  none.Mid(target, 0, 1);  // a piece of nothing has no buffer
+  EXPECT_EQ(Text(target), "<null>");
   s.Mid(s, 1, 3);  // the target may be the string itself
   EXPECT_EQ(Text(s), "BCD");
 }

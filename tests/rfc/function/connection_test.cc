@@ -9,17 +9,22 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_connection.h"
+#include "rfc/function/rfc_client_func.h"
+#include "rfc/function/rfc_meta_dump.h"
 #include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
+using rfc_test::Fake;
 using rfc_test::StandInTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
@@ -37,6 +42,22 @@ class ConnectionTest : public StandInTest {
     std::vector<ConnectionHandle> handles;
     for (const auto& call : fake().CallsOf("RfcClose")) handles.push_back(call.handle);
     return handles;
+  }
+  // RFC_SYSTEM_INFO, described and answered: RFCSI {SYSID DEV, SAPREL 46C,
+  // PORT 3300} and CURRENT_RESOURCES 9.
+  static void ScriptSystem() {
+    rfc_test::Answer({{{"E", "RFCSI_EXPORT", "RFCSI", "", "u", 20},
+                       {"E", "CURRENT_RESOURCES", "SIMPLE", "CURRENT_RESOURCES", "I", 4}},
+                      {{"RFCSI",
+                        {{"RFCSI", "SYSID", 1, 0, 8, 0, "C"}, {"RFCSI", "SAPREL", 2, 8, 4, 0, "C"},
+                         {"RFCSI", "PORT", 3, 12, 4, 0, "I"}}}}});
+    Fake().receive_by_function["RFC_SYSTEM_INFO"] = [](RfcParameterEntry* exports, RfcTableEntry*, char**) {
+      std::memcpy(exports[0].address, "DEV     46C ", 12);
+      const int32_t port = 3300, resources = 9;
+      std::memcpy(static_cast<char*>(exports[0].address) + 12, &port, 4);
+      std::memcpy(exports[1].address, &resources, 4);
+      return 0;
+    };
   }
   static std::unique_ptr<CRfcConnection> Prepared(const CRfcConnInfo& info) {
     auto connection = std::make_unique<CRfcConnection>();
@@ -288,22 +309,7 @@ TEST_F(ConnectionTest, AnEmptyPartnerReleaseIsAskedFromTheSystem) {
 }
 
 TEST_F(ConnectionTest, SystemInformationIsFetchedOnceAndFlattened) {
-  rfc_test::Dictionary dictionary;
-  dictionary.params = {{"E", "RFCSI_EXPORT", "RFCSI", "", "u", 20},
-                       {"E", "CURRENT_RESOURCES", "SIMPLE", "CURRENT_RESOURCES", "I", 4}};
-  dictionary.structures = {{"RFCSI",
-                            {{"RFCSI", "SYSID", 1, 0, 8, 0, "C"},
-                             {"RFCSI", "SAPREL", 2, 8, 4, 0, "C"},
-                             {"RFCSI", "PORT", 3, 12, 4, 0, "I"}}}};
-  rfc_test::Answer(dictionary);
-  fake().receive_by_function["RFC_SYSTEM_INFO"] = [](RfcParameterEntry* exports, RfcTableEntry*,
-                                                     char**) {
-    std::memcpy(exports[0].address, "DEV     46C ", 12);
-    const int32_t port = 3300, resources = 9;
-    std::memcpy(static_cast<char*>(exports[0].address) + 12, &port, 4);
-    std::memcpy(exports[1].address, &resources, 4);
-    return 0;
-  };
+  ScriptSystem();
   CRfcConnInfo info = Info(0);
   info.QuerySystemInfo = 1;
   info.release = "RELEASEUNKNOWN";  // a given release skips the question
@@ -368,6 +374,75 @@ TEST_F(ConnectionTest, TheDefaultTransform) {
   });
   EXPECT_THAT(run.lines, ElementsAre("CRfcConnection::Encrypt(CRfcString& rfcString) called",
                                      "CRfcConnection::Decrypt(CRfcString& rfcString) called"));
+}
+
+// Each allocation of these operations fails in turn, with the trace on: the
+// failure ends in a text the class library throws for it, never in a crash
+// or a leak (the sanitizer build), and a run that reaches no fault works.
+TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
+  const std::set<std::string> reported = {
+      "Failed to allocate memory!", "Failure to create parameters",
+      "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE",
+      "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION", "Failure to auto-create structure parameter",
+      "Failure to auto-create table parameter", "Failure from AddFieldInfo",
+      "Auto-creation of client function object failed", "a failed ping"};
+  const std::function<void()> operations[] = {
+      [] {  // the release asked from the system, the system information fetched
+        ScriptSystem();
+        Fake().receive_by_function["RFC_GET_SAP_SYSTEM_PARAMETERS"] = [](RfcParameterEntry* exports,
+                                                                         RfcTableEntry*, char**) {
+          std::memcpy(exports[3].address, "46C ", 4);
+          return 0;
+        };
+        CRfcConnInfo info = Info(0);
+        info.QuerySystemInfo = 1;
+        info.release = "RELEASEUNKNOWN";
+        auto connection = Prepared(info);
+        connection->Open();
+        if (connection->GetSystemInfoList().GetCount() != 4) throw "no system information";
+      },
+      [] {  // a described function called, its table read and its parameters dumped
+        rfc_test::Answer({{{"I", "KEY", "SIMPLE", "KEY", "C", 4}, {"E", "PAIR", "ZPAIR", "", "u", 8},
+                           {"T", "ROWS", "ZPAIR", "", "h", 8}},
+                          {{"ZPAIR", {{"ZPAIR", "K", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}});
+        Fake().receive = rfc_test::FillTable("ROWS", {"abcd", "efgh"});
+        CRfcConnection connection;
+        connection.AttachHandle(3);
+        CRfcClientFunc function(&connection, "Z_SWEEP", 1);
+        char* exception = nullptr;
+        function.CallReceive(exception, 1);
+        CRfcTableParam* rows = function.GetTables().GetAt(0);
+        if (std::string(rows->GetData(ItGetLine(rows->GetTableHandle(), 2), 0)) != "efgh") throw "wrong cell";
+        CRfcMetaDump dump;
+        function.GetImports().GetAt(0)->Dump(dump, "IMPORT");
+        function.GetExports().GetAt(0)->Dump(dump, "EXPORT");
+        rows->Dump(dump, "TABLE");
+        if (dump.GetLineCount() != 4 + 2 + 4 + 12) throw "wrong dump";
+      },
+  };
+  for (const auto& operation : operations) {
+    for (int k = 0;; ++k) {
+      ASSERT_LT(k, 1000) << "never runs through";
+      fake().Reset();
+      std::string outcome;
+      bool reached = false;
+      rfc_test::RunTraced([&] {
+        rfc::testing::FailAllocations(k, 1);
+        try {
+          outcome = rfc_test::Thrown(operation);
+        } catch (const RFC_ERROR_INFO&) {
+          outcome = "a failed ping";  // the open throws the library's error then
+        }
+        reached = rfc::testing::PendingAllocationFaults() == 0;
+        rfc::testing::ClearAllocationFaults();
+      });
+      if (!reached) {
+        EXPECT_EQ(outcome, "") << "without a fault";
+        break;
+      }
+      EXPECT_EQ(reported.count(outcome), 1u) << "allocation " << k << ": " << outcome;
+    }
+  }
 }
 
 }  // namespace

@@ -132,6 +132,15 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   EXPECT_EQ(function.FindTable(function.GetTables(), "Fields ", &index), &t);
   EXPECT_EQ(index, 0);
   EXPECT_EQ(function.FindTable(function.GetTables(), "DATA"), nullptr);
+  EXPECT_EQ(function.FindTable(function.GetTables(), ""), nullptr);
+  EXPECT_EQ(function.FindTable(function.GetTables(), nullptr), nullptr);
+  function.AddImport(nullptr);  // nothing to add
+  function.AddTable(nullptr);
+  EXPECT_EQ(function.GetImports().GetCount() * 10 + function.GetTables().GetCount(), 21);
+  // Without a connection a call goes to handle 0.
+  CRfcClientFunc unconnected(nullptr, "F");
+  EXPECT_EQ(Call(unconnected), 0);
+  EXPECT_EQ(fake().CallsOf("RfcCall").back().handle, 0u);
 }
 
 // Codes 0, 2 and 4 return, the others throw the library's error after the

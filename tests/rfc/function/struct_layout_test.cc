@@ -78,6 +78,18 @@ TEST(StructLayoutRule, NaturalAlignmentOfFloatIntAndInt2) {
   }
 }
 
+// Names keep at most 31 characters and lose trailing blanks; none is empty.
+TEST(FieldName, IsCutTrimmedAndMeasured) {
+  CRfcFieldInfo field{};
+  for (const auto& [given, kept] : {std::pair<const char*, std::string>{nullptr, ""}, {"   ", ""}, {"AB  ", "AB"},
+                                    {"ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789", "ABCDEFGHIJKLMNOPQRSTUVWXYZ01234"}}) {
+    SetFieldName(field, given);
+    EXPECT_EQ(std::string(field.name, FieldNameLength(field)), kept);
+  }
+  std::memset(field.name, 'N', sizeof field.name);  // no terminator at all
+  EXPECT_EQ(FieldNameLength(field), sizeof field.name);
+}
+
 class StructInfoTest : public StandInTest {};
 
 TEST_F(StructInfoTest, KeepsNormalisedCopiesAndInstallsOnceUnderItsName) {
