@@ -129,6 +129,7 @@ TEST_F(RfcTraceTest, WriteErrorCutsKeyAndStatus) {
                                      "Key:    " + std::string(29, 'k'),
                                      "Status: " + std::string(127, 's'), "Message:"));
   EXPECT_EQ(CRfcTrace::ErrorLine("Message:", "abc", 2), "Message:ab");  // never past the field
+  EXPECT_EQ(CRfcTrace::ErrorLine("Key:    ", nullptr, 4) + "|" + CRfcTrace::ErrorLine("", "ab", 4), "Key:|ab");
 }
 
 TEST_F(RfcTraceTest, ThreadsWriteFilesOfTheirOwnNeverMixed) {

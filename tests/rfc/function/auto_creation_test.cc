@@ -181,7 +181,7 @@ TEST_F(AutoCreationTest, AFunctionDescribesItselfForOldAndNewPartnersInTurn) {
 // and unknown classes add nothing; a whole structure takes its computed length.
 TEST_F(AutoCreationTest, OddLinesOfTheInterface) {
   Answer({{{"I", "WEIRD", "SIMPLE", "WEIRD", "g", 12}, {"X", "SOME_EXCEPTION", "", "", "", 0},
-           {"Q", "UNKNOWN_CLASS", "SIMPLE", "X", "C", 1}, {"E", "RESULT", "ZRESULT", "", "u", 999}},
+           {"Q", "UNKNOWN_CLASS", "SIMPLE", "X", "C", 1}, {"", "NO_CLASS", "SIMPLE", "X", "C", 1}, {"E", "RESULT", "ZRESULT", "", "u", 999}},
           {{"ZRESULT", {{"ZRESULT", "CODE", 1, 0, 3, 0, "C"}, {"ZRESULT", "RATE", 2, 3, 8, 0, "F"}}}}});
   auto connection = Connection("46C");
   CRfcClientFunc function(connection.get(), "Z_ODD", 1);
@@ -193,6 +193,9 @@ TEST_F(AutoCreationTest, OddLinesOfTheInterface) {
   auto* result = static_cast<CRfcStructParam*>(function.GetExports().GetAt(0));
   EXPECT_EQ(result->GetLength(), 16);  // CHAR 3, FLOAT at 8
   EXPECT_EQ(result->GetTypeHandle(), fake().InstallsOf("RESULT").at(0).handle);  // the parameter's name
+  Answer({{}, {{"ZRESULT", {{"ZRESULT", "CODE", 1, 0, 3, 0, "C"}}}}, false});  // no partner: the short layout
+  CRfcStructParam unconnected("P", 0, 1, nullptr, "ZRESULT");
+  EXPECT_EQ(unconnected.GetLength(), 3);
 }
 
 TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {

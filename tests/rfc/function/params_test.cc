@@ -53,6 +53,7 @@ TEST_F(ParamTest, SimpleParametersTakeTheLengthOfTheirTypeAndStartCleared) {
     EXPECT_EQ(entry.type, c.type);
     EXPECT_EQ(entry.address, param.GetBuffer());
     if (c.cleared == nullptr) {
+      param.ResetValue();  // nothing to clear
       EXPECT_EQ(param.GetBuffer(), nullptr);
       EXPECT_EQ(entry.length, 0u);  // nothing the library could write through
     } else {
@@ -60,6 +61,7 @@ TEST_F(ParamTest, SimpleParametersTakeTheLengthOfTheirTypeAndStartCleared) {
       EXPECT_EQ(Bytes(param.GetBuffer(), static_cast<size_t>(c.length)),
                 std::string(c.cleared, static_cast<size_t>(c.length)));
       EXPECT_EQ(entry.length, static_cast<unsigned>(c.length));
+      param.ResetValue();
       // The block holds two bytes more (the sanitizer build sees an overrun).
       std::memset(param.GetBuffer(), 0x5A, static_cast<size_t>(c.length) + 2);
     }
@@ -128,6 +130,10 @@ TEST_F(ParamTest, FieldValueOutsideTheDescribedFieldsThrows) {
                                        "Field not found in structure"));
   }
   EXPECT_NO_THROW(param.FieldValue(2));
+  param.FieldValue(0) = "abc";
+  param.ResetValue();  // the undescribed column is skipped
+  param.AfterReceive();
+  EXPECT_STREQ(static_cast<CSTR>(param.FieldValue(0)), "");
   param.SetLength(4);  // a field beyond a shrunken buffer is refused as well
   EXPECT_NO_THROW(param.FieldValue(0));
   EXPECT_THROW(param.FieldValue(2), const char*);

@@ -150,6 +150,10 @@ TEST_F(StructInfoTest, WhenNoInstallationHappens) {
   EXPECT_EQ(dropped.GetFieldCount(), 1);
   EXPECT_EQ(dropped.GetTotalLength(), 7);
   EXPECT_TRUE(fake().installs.empty());
+  RecordingStruct none("NONE");
+  none.SetTypeHandle(1);
+  none.AddFieldInfo(nullptr, 2);  // no records: none kept, no room taken
+  EXPECT_EQ(none.GetFieldCount() + none.GetTotalLength(), 0);
 }
 
 TEST_F(StructInfoTest, AllocationFailuresAreReportedWithoutLeaks) {
