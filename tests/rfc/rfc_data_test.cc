@@ -146,6 +146,8 @@ TEST(RfcData, PackedStoring) {
     EXPECT_EQ(Thrown([&] { v.data = c.text; }), c.bytes != nullptr ? "" : kToPack) << c.text;
     EXPECT_EQ(v.HexBytes(), c.bytes != nullptr ? c.bytes : Hex(Bytes(static_cast<size_t>(c.length), 0x11)));
   }
+  Value too_wide(TYPE_BCD, 65);  // beyond 64 bytes nothing is stored
+  EXPECT_EQ(Thrown([&] { too_wide.data = "1"; }), kToPack);
   Value largest(TYPE_BCD, 64);
   largest.data = "-9";
   EXPECT_EQ(largest.Text(), "-9");
@@ -296,7 +298,7 @@ TEST(RfcData, Readings) {
       {TYPE_TIME, Raw("123456"), 1, 0, 0, 0, 0.0},
       // NUM reads as an integer only; blanks are skipped, nothing gives 0.
       {TYPE_NUM, Raw("0042 "), 1, 42, 0, 0, 0.0}, {TYPE_NUM, Raw("  -7x"), 1, -7, 0, 0, 0.0},
-      {TYPE_NUM, Raw("a1"), 1, 0, 0, 0, 0.0}, {TYPE_NUM, Raw("999999999999"), 1, INT32_MAX, 0, 0, 0.0},
+      {TYPE_NUM, Raw("a1"), 1, 0, 0, 0, 0.0}, {TYPE_NUM, Raw("\t\r+5"), 1, 5, 0, 0, 0.0}, {TYPE_NUM, Raw("999999999999"), 1, INT32_MAX, 0, 0, 0.0},
       // BYTE: the last four and two bytes, but the first one.
       {TYPE_BYTE, {0x01, 0x02}, 1, 258, 258, 1, 0.0},
       {TYPE_BYTE, {0x09, 0x01, 0x02, 0x03, 0x04}, 1, 0x01020304, 0x0304, 9, 0.0},

@@ -107,7 +107,7 @@ TEST(RfcString, Comparisons) {
   const char* null = nullptr;
   EXPECT_EQ(std::vector<bool>({abc == "ABC", abc == "AB", abc == null, none == null, none == ""}),
             std::vector<bool>({true, false, false, true, false}));
-  EXPECT_EQ(abc.Compare(nullptr) * 10 + (none >= "a"), 10);
+  EXPECT_EQ(abc.Compare(nullptr) * 100 + (none >= "a") * 10 + (abc >= null), 101);  // null reads as ""
   EXPECT_EQ(abc.Compare("ABC"), 0);
   EXPECT_EQ(abc.Compare("abc"), 1);
   EXPECT_EQ(none.Compare(nullptr), 1);  // a string without buffer is never equal

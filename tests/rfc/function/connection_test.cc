@@ -16,9 +16,11 @@
 
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_connection.h"
+#include "rfc/core/rfc_error.h"
 #include "rfc/function/rfc_client_func.h"
 #include "rfc/function/rfc_meta_dump.h"
 #include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/rfc_test_support.h"
 
@@ -79,7 +81,7 @@ TEST_F(ConnectionTest, EachModeOpensWithItsOptionBlock) {
   auto none = [](CRfcConnInfo&) {};
   const Case cases[] = {
       {0, none, "0: apphost 7 gwhost 3300"}, {0, [](CRfcConnInfo& i) { i.gateway_service = ""; }, "0: none"},
-      {1, none, "1: gwhost 3300"}, {1, [](CRfcConnInfo& i) { i.gateway_host = ""; }, "1: none"},
+      {1, none, "1: gwhost 3300"}, {1, [](CRfcConnInfo& i) { i.gateway_host = static_cast<const char*>(nullptr); }, "1: none"},
       {3, none, "3: apphost 7 lb0 -   5 0"}, {3, [](CRfcConnInfo& i) { i.host = ""; }, "3: none"},
       {4, none, "4: none"}, {2, none, nullptr}, {5, none, nullptr}, {-1, none, nullptr},
   };
@@ -394,13 +396,22 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
           std::memcpy(exports[3].address, "46C ", 4);
           return 0;
         };
-        CRfcConnInfo info = Info(0);
-        info.QuerySystemInfo = 1;
-        info.release = "RELEASEUNKNOWN";
-        auto connection = Prepared(info);
-        connection->Open();
-        if (connection->GetSystemInfoList().GetCount() != 4) throw "no system information";
+        CRfcConnection connection;
+        connection.AttachHandle(3);
+        connection.GetR3Release();
+        connection.GetSystemInfo();
+        if (connection.GetSystemInfoList().GetCount() != 4) throw "no system information";
       },
+      [] { Prepared(Info(0))->Open(); },  // the open with its ping
+      // The first trace line of a thread makes its file record.
+      [] { GetRfcTrace().WriteHeader(); },
+      [] {
+        try {
+          ThrowRfcLastError(true);
+        } catch (const RFC_ERROR_INFO&) {
+        }
+      },
+      [] { CRfcStructParam traced("P", 8, 0, nullptr, nullptr); },
       [] {  // a described function called, its table read and its parameters dumped
         rfc_test::Answer({{{"I", "KEY", "SIMPLE", "KEY", "C", 4}, {"E", "PAIR", "ZPAIR", "", "u", 8},
                            {"T", "ROWS", "ZPAIR", "", "h", 8}},

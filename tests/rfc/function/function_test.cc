@@ -160,11 +160,12 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
     fake().call_result = c.code == -1 ? 1 : 0;  // -1: RfcCall itself fails
     SetRfcByteOrderSwitch(1);
     CRfcClientFunc function(&connection_, "Z_CALL");
-    CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr);
+    CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr), raw("RAW", 4, 1, 0, nullptr, nullptr);
     CRfcStructParam s("S", 0, 0, nullptr, nullptr);
     CRfcFieldInfo field{"N", 0, 0, TYPE_INT, 4, 0};
     s.AddFieldInfo(&field, 1);
     function.AddTable(&data);
+    function.AddTable(&raw);  // its lines are never turned around
     function.AddExport(&s);
     const int code = c.code;
     fake().receive = [code](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
@@ -200,6 +201,7 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
       EXPECT_EQ(data.OwnsTable(), 0);  // the partner's table, not the parameter's
       EXPECT_EQ(std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4), "efgh");
       EXPECT_EQ(static_cast<RFC_INT>(s.FieldValue(0)), 258);
+      EXPECT_EQ(data.GetNativeLines() * 10 + raw.GetNativeLines(), 1);
     } else {
       EXPECT_EQ(data.GetTableHandle(), nullptr);
     }
