@@ -412,6 +412,18 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
         }
       },
       [] { CRfcStructParam traced("P", 8, 0, nullptr, nullptr); },
+      [] {  // a failed call, traced first; look-ups by name
+        CRfcClientFunc function(nullptr, "Z_FAILING");
+        CRfcTableParam table("T", 4, 0, 0, nullptr, nullptr);
+        function.AddTable(&table);
+        if (function.FindTable(function.GetTables(), "t") != &table) throw "not found";
+        Fake().call_result = 1;
+        char* exception = nullptr;
+        try {
+          function.CallReceive(exception, 0);
+        } catch (const RFC_ERROR_INFO&) {
+        }
+      },
       [] {  // a described function called, its table read and its parameters dumped
         rfc_test::Answer({{{"I", "KEY", "SIMPLE", "KEY", "C", 4}, {"E", "PAIR", "ZPAIR", "", "u", 8},
                            {"T", "ROWS", "ZPAIR", "", "h", 8}},
