@@ -214,6 +214,10 @@ TEST(RfcList, SetAtGrowSizesTheStorageToTheIndex) {
   larger.SetAtGrow(3, &g_items[3]);
   EXPECT_EQ(larger.GetMaxSize(), 4);
   EXPECT_EQ(larger.GetAt(0), &g_items[0]);
+  CRfcList<int> exact;
+  exact.InitList(5);
+  exact.SetAtGrow(4, &g_items[4]);  // the storage fits already
+  EXPECT_EQ(exact.GetMaxSize() * 10 + exact.GetCount(), 55);
 }
 
 TEST(RfcList, AFailedGrowthIsReportedAndKeepsTheEntries) {

@@ -75,6 +75,11 @@ TEST_F(ParamTest, SimpleValuesResetRetypeAndTurnAround) {
   EXPECT_STREQ(static_cast<CSTR>(amount.Value()), "12.50");
   amount.ResetValue();
   EXPECT_EQ(Bytes(amount.GetBuffer(), 5), std::string(5, '\0'));
+  amount.SetLength(0);  // a buffer without length: nothing to clear or pass
+  amount.ResetValue();
+  RfcParameterEntry empty{};
+  amount.FillParameter(empty);
+  EXPECT_EQ(empty.length, 0u);
   amount.SetType(TYPE_TIME, 0, 0);
   EXPECT_EQ(amount.GetType(), TYPE_TIME);
   EXPECT_EQ(Bytes(amount.GetBuffer(), 6), "000000");
@@ -105,6 +110,12 @@ TEST_F(ParamTest, BuffersThatCannotBeAllocatedAreReported) {
   RfcParameterEntry entry{};
   param.FillParameter(entry);
   EXPECT_EQ(entry.length, 0u);
+  CRfcStructParam s("S", 0, 0, nullptr, nullptr);
+  CRfcFieldInfo n = Field("N", 0, TYPE_INT, 4);
+  s.AddFieldInfo(&n, 1);
+  rfc::testing::FailNextAllocation();
+  EXPECT_EQ(rfc_test::Thrown([&] { s.SetLength(8); }), "Failed to allocate memory!");
+  EXPECT_EQ(rfc_test::Thrown([&] { s.FieldValue(0); }), "Failed to find corresponding field info!");  // no buffer
 
   auto construct = rfc_test::RunTraced([] {
     rfc::testing::FailAllocations(1, 1);  // the name's buffer, then the value's

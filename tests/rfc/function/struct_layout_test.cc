@@ -76,6 +76,14 @@ TEST(StructLayoutRule, NaturalAlignmentOfFloatIntAndInt2) {
     EXPECT_THAT(offsets, ElementsAreArray(c.offsets));
     EXPECT_THAT(info.lengths, ElementsAre(c.total));
   }
+  // No record can be longer than a 32-bit length: not within the fields, nor
+  // after the last rounding.
+  for (const auto& [type, length] : {std::pair{TYPE_CHAR, INT_MAX}, std::pair{TYPE_FLOAT, INT_MAX - 8}}) {
+    RecordingStruct info("S");
+    CRfcFieldInfo fields[] = {Field("A", 0, type == TYPE_CHAR ? TYPE_CHAR : TYPE_FLOAT, type == TYPE_CHAR ? 1 : 8),
+                              Field("B", 1, TYPE_CHAR, length)};
+    EXPECT_EQ(rfc_test::Thrown([&] { info.ComputeLayout(fields, 2); }), "Failed to allocate memory!");
+  }
 }
 
 // Names keep at most 31 characters and lose trailing blanks; none is empty.
