@@ -165,6 +165,9 @@ TEST(RfcData, PackedStoring) {
   EXPECT_STREQ(text, "1020");
   data.Init(bcd, TYPE_BCD, 65, 0);
   EXPECT_EQ(data.Str2BCD(text, bcd), 0);
+  data.Init(bcd, TYPE_BCD, 1, 0);  // more digits than nibbles
+  char many[] = "123";
+  EXPECT_EQ(data.Str2BCD(many, bcd), 0);
 }
 
 // Every shape converts: the smallest negative unit and the negative value of
@@ -496,6 +499,10 @@ TEST(RfcData, TraceLinesOfTheConversions) {
     EXPECT_THAT(run.lines, ElementsAre("", "", "", kHeader, "CRfcData::operator=(CSTR) called",
                                        std::string(kTooLong) + "5"));
   }
+  unsigned char byte = 0;
+  CRfcData unsized(1);
+  unsized.Init(&byte, TYPE_CHAR, -1, 0);  // without a length even the empty text is too long
+  EXPECT_EQ(Thrown([&] { unsized = ""; }), kTooLong);
 }
 
 }  // namespace

@@ -25,7 +25,6 @@ namespace {
 
 using testutil::ReadBytes;
 using rfc_test::RunTraced;
-using testutil::CrLfLines;
 using testutil::TempDir;
 using ::testing::ElementsAre;
 
@@ -130,26 +129,6 @@ TEST_F(RfcTraceTest, WriteErrorCutsKeyAndStatus) {
                                      "Status: " + std::string(127, 's'), "Message:"));
   EXPECT_EQ(CRfcTrace::ErrorLine("Message:", "abc", 2), "Message:ab");  // never past the field
   EXPECT_EQ(CRfcTrace::ErrorLine("Key:    ", nullptr, 4) + "|" + CRfcTrace::ErrorLine("", "ab", 4), "Key:|ab");
-}
-
-TEST_F(RfcTraceTest, ThreadsWriteFilesOfTheirOwnNeverMixed) {
-  TempDir dir;
-  GetRfcTrace().SetDirectory(dir.path());
-  GetRfcTrace().SetTraceOn(1);
-  std::vector<uint32_t> ids(4);
-  std::vector<std::thread> threads;
-  for (size_t t = 0; t < ids.size(); ++t) {
-    threads.emplace_back([&ids, t] {
-      ids[t] = platform::CurrentThreadId();
-      for (int i = 0; i < 100; ++i) GetRfcTrace().WriteLine(("T" + std::to_string(t)).c_str());
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  GetRfcTrace().SetTraceOn(0);
-  for (size_t t = 0; t < ids.size(); ++t) {
-    const auto lines = CrLfLines(ReadBytes(TraceFileOf(dir.path(), ids[t])));
-    EXPECT_EQ(lines, std::vector<std::string>(100, "T" + std::to_string(t)));
-  }
 }
 
 TEST_F(RfcTraceTest, DirectoryRules) {
