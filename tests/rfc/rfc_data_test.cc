@@ -240,30 +240,23 @@ TEST(RfcData, AssignmentToTheOtherTypes) {
   auto text = [](const char* t) { return [t](CRfcData& d) { d = t; }; };
   const Case cases[] = {
       // NUM: zeros inserted after the sign; longer numbers keep their left part.
-      {TYPE_NUM, Raw("xxxxx"), integer(42), Raw("00042"), 1},
-      {TYPE_NUM, Raw("xxxxx"), integer(-12), Raw("-0012"), 1},
-      {TYPE_NUM, Raw("xxx"), integer(12345), Raw("123"), 1},
-      {TYPE_NUM, Raw("xxx"), integer(-45), Raw("-45"), 1},
-      {TYPE_NUM, Raw("xxxxx"), text("42"), Raw("00042"), 1},
-      {TYPE_NUM, Raw("xxxxx"), text(""), Raw("00000"), 1},
+      {TYPE_NUM, Raw("xxxxx"), integer(42), Raw("00042"), 1}, {TYPE_NUM, Raw("xxxxx"), integer(-12), Raw("-0012"), 1},
+      {TYPE_NUM, Raw("xxx"), integer(12345), Raw("123"), 1}, {TYPE_NUM, Raw("xxx"), integer(-45), Raw("-45"), 1},
+      {TYPE_NUM, Raw("xxxxx"), text("42"), Raw("00042"), 1}, {TYPE_NUM, Raw("xxxxx"), text(""), Raw("00000"), 1},
       // CHAR: blank-padded, no terminator.
-      {TYPE_CHAR, Raw("xxxx"), text("ab"), Raw("ab  "), 1},
-      {TYPE_CHAR, Raw("xxxx"), text("wxyz"), Raw("wxyz"), 1},
+      {TYPE_CHAR, Raw("xxxx"), text("ab"), Raw("ab  "), 1}, {TYPE_CHAR, Raw("xxxx"), text("wxyz"), Raw("wxyz"), 1},
       // DATE and TIME: only what is given, unchecked.
       {TYPE_DATE, Raw("19991231"), text("2003"), Raw("20031231"), 1},
       {TYPE_DATE, Raw("19991231"), text("2004050607"), Raw("20040506"), 1},
-      {TYPE_DATE, Raw("19991231"), text("ab"), Raw("ab991231"), 1},
-      {TYPE_TIME, Raw("235959"), text("12"), Raw("125959"), 1},
+      {TYPE_DATE, Raw("19991231"), text("ab"), Raw("ab991231"), 1}, {TYPE_TIME, Raw("235959"), text("12"), Raw("125959"), 1},
       // BYTE: big-endian from the end, at most four bytes.
       {TYPE_BYTE, {0xAA, 0xAA}, integer(258), {0x01, 0x02}, 1},
       {TYPE_BYTE, Bytes(6, 0xAA), integer(0x01020304), {0xAA, 0xAA, 1, 2, 3, 4}, 1},
-      {TYPE_BYTE, Bytes(4, 0xAA), integer(-1), {0, 0, 0, 0xFF}, 1},
-      {TYPE_BYTE, {0xAA}, integer(0x1234), {0x34}, 1},
+      {TYPE_BYTE, Bytes(4, 0xAA), integer(-1), {0, 0, 0, 0xFF}, 1}, {TYPE_BYTE, {0xAA}, integer(0x1234), {0x34}, 1},
       // Integers in both orders, the small ones cut to their width.
       {TYPE_INT, Bytes(4, 0), integer(0x01020304), NativeBytes<RFC_INT>(0x01020304), 1},
       {TYPE_INT, Bytes(4, 0), integer(0x01020304), {1, 2, 3, 4}, 0},
-      {TYPE_INT2, Bytes(2, 0), integer(0x12345), {0x23, 0x45}, 0},
-      {TYPE_INT1, Bytes(1, 0), integer(0x1FF), {0xFF}, 1},
+      {TYPE_INT2, Bytes(2, 0), integer(0x12345), {0x23, 0x45}, 0}, {TYPE_INT1, Bytes(1, 0), integer(0x1FF), {0xFF}, 1},
   };
   for (const Case& c : cases) {
     Value v(c.type, c.before, 0, c.native_order);

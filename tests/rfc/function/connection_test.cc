@@ -387,7 +387,7 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
       "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE",
       "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION", "Failure to auto-create structure parameter",
       "Failure to auto-create table parameter", "Failure from AddFieldInfo",
-      "Auto-creation of client function object failed", "a failed ping"};
+      "Auto-creation of client function object failed"};
   const std::function<void()> operations[] = {
       [] {  // the release asked from the system, the system information fetched
         ScriptSystem();
@@ -454,7 +454,7 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
         try {
           outcome = rfc_test::Thrown(operation);
         } catch (const RFC_ERROR_INFO&) {
-          outcome = "a failed ping";  // the open throws the library's error then
+          outcome = "the library's error";
         }
         reached = rfc::testing::PendingAllocationFaults() == 0;
         rfc::testing::ClearAllocationFaults();
@@ -463,7 +463,10 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
         EXPECT_EQ(outcome, "") << "without a fault";
         break;
       }
-      EXPECT_EQ(reported.count(outcome), 1u) << "allocation " << k << ": " << outcome;
+      // Only the open turns a failed ping (of any cause) into the library's error.
+      const bool open = &operation == &operations[1];
+      EXPECT_TRUE(reported.count(outcome) == 1 || (open && outcome == "the library's error"))
+          << "allocation " << k << ": " << outcome;
     }
   }
 }
