@@ -161,6 +161,10 @@ TEST_F(ConnectionTest, OpeningIsTracedBeforeAFailureAndAfterASuccess) {
   EXPECT_THAT(rfc_test::Tail(run, 6),
               ElementsAre(kHeader, "CRfcConnection::DoOpen (void *) called",
                           "Opening connection to: ", "DEST", "100", "BATCH"));
+  CRfcConnInfo unnamed = Info(0);
+  unnamed.destination = static_cast<const char*>(nullptr);  // traced as an empty line
+  auto bare = Prepared(unnamed);
+  EXPECT_THAT(rfc_test::Tail(rfc_test::RunTraced([&] { bare->Open(); }), 3), ElementsAre("", "100", "BATCH"));
 }
 
 TEST_F(ConnectionTest, OpensOfAllThreadsAreSerialisedAndSpaced) {
