@@ -40,6 +40,8 @@ TEST_F(RfcAllocationTest, PlanSkipsThenFailsThenRecovers) {
   rfc::testing::FailNextAllocation();
   rfc::testing::ClearAllocationFaults();
   EXPECT_NE(rfc::RfcAllocate<int>(1), nullptr);
+  rfc::testing::FailAllocations(0, 0);  // a plan that fails nothing
+  EXPECT_NE(rfc::RfcAllocate<int>(1), nullptr);
 }
 
 TEST_F(RfcAllocationTest, EveryStringAllocationReportsAsInitBuffer) {

@@ -24,6 +24,7 @@
 #include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_byte_order.h"
 #include "tests/support/stand_in_rfc.h"
+#include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
 
 namespace rfc_test {
@@ -31,7 +32,7 @@ namespace rfc_test {
 struct TracedRun {
   bool file_exists = false;
   std::string content;             // the trace file as written
-  std::vector<std::string> lines;  // split at CR LF, a last unended line kept
+  std::vector<std::string> lines;  // split at CR LF
   bool threw_text = false;         // a const char* left the code ...
   std::string thrown;              // ... with this text
 };
@@ -87,13 +88,19 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
       dir.path() + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
   run.file_exists = std::filesystem::exists(file);
   run.content = testutil::ReadBytes(file);
-  size_t start = 0;
-  for (size_t end; (end = run.content.find("\r\n", start)) != std::string::npos; start = end + 2) {
-    run.lines.push_back(run.content.substr(start, end - start));
-  }
-  if (start < run.content.size()) run.lines.push_back(run.content.substr(start));
+  run.lines = testutil::CrLfLines(run.content);
   if (other) std::rethrow_exception(other);
   return run;
+}
+
+// The text of the plain-text exception `code` throws, "" when it throws none.
+inline std::string Thrown(const std::function<void()>& code) {
+  try {
+    code();
+  } catch (const char* text) {
+    return text;
+  }
+  return "";
 }
 
 // The last `count` lines of a run.
@@ -184,6 +191,14 @@ inline stand_in::ReceiveScript FillTable(const std::string& table, std::vector<s
       for (const std::string& line : lines) Fake().AppendLine(entry->handle, line);
     }
     return 0;
+  };
+}
+
+// A receive that raises the exception `name` (static storage: the library's).
+inline stand_in::ReceiveScript Raising(char* name) {
+  return [name](RfcParameterEntry*, RfcTableEntry*, char** exception) {
+    *exception = name;
+    return RFC_EXCEPTION;
   };
 }
 

@@ -25,7 +25,6 @@ namespace {
 
 using testutil::ReadBytes;
 using rfc_test::RunTraced;
-using testutil::CrLfLines;
 using testutil::TempDir;
 using ::testing::ElementsAre;
 
@@ -54,7 +53,7 @@ class RfcTraceTest : public ::testing::Test {
   const std::string saved_directory_ = GetRfcTrace().GetDirectory();
 };
 
-TEST_F(RfcTraceTest, OffWritesNothingAndAllocatesNothing) {
+TEST_F(RfcTraceTest, OffWritesNothingAndAllocatesNothingOnAFailedRecordThrows) {
   auto run = RunTraced(
       [] {
         rfc::testing::FailNextAllocation();
@@ -69,6 +68,14 @@ TEST_F(RfcTraceTest, OffWritesNothingAndAllocatesNothing) {
   EXPECT_FALSE(run.file_exists);
   GetRfcTrace().SetTraceOn(-7);  // any nonzero value is on
   EXPECT_NE(GetRfcTrace().IsTraceOn(), 0);
+  // On, a thread's file record that cannot be made throws without tracing;
+  // the next line gets its record.
+  auto on = RunTraced([] {
+    rfc::testing::FailNextAllocation();
+    EXPECT_EQ(rfc_test::Thrown([] { GetRfcTrace().WriteLine("not written"); }), "Failed to allocate memory!");
+    GetRfcTrace().WriteLine("written");
+  });
+  EXPECT_EQ(on.content, "written\r\n");
 }
 
 TEST_F(RfcTraceTest, LinesEndInCrLfAndAreFlushedAtOnceToTheEndOfTheFile) {
@@ -121,38 +128,7 @@ TEST_F(RfcTraceTest, WriteErrorCutsKeyAndStatus) {
                                      "Key:    " + std::string(29, 'k'),
                                      "Status: " + std::string(127, 's'), "Message:"));
   EXPECT_EQ(CRfcTrace::ErrorLine("Message:", "abc", 2), "Message:ab");  // never past the field
-}
-
-TEST_F(RfcTraceTest, ThreadsWriteFilesOfTheirOwnNeverMixed) {
-  TempDir dir;
-  CRfcTrace& trace = GetRfcTrace();
-  trace.SetDirectory(dir.path());
-  trace.SetTraceOn(1);
-  constexpr int kThreads = 8;
-  constexpr int kLines = 200;
-  std::vector<uint32_t> ids(kThreads);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      ids[t] = platform::CurrentThreadId();
-      for (int i = 0; i < kLines; ++i) {
-        trace.WriteHeader();
-        trace.WriteLine(("T" + std::to_string(t) + ":" + std::to_string(i)).c_str());
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  trace.SetTraceOn(0);
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()),
-                          std::filesystem::directory_iterator()),
-            kThreads);
-  for (int t = 0; t < kThreads; ++t) {
-    const auto lines = CrLfLines(ReadBytes(TraceFileOf(dir.path(), ids[t])));
-    ASSERT_EQ(lines.size(), static_cast<size_t>(kLines * 5));
-    for (int i = 0; i < kLines; ++i) {
-      EXPECT_EQ(lines[i * 5 + 4], "T" + std::to_string(t) + ":" + std::to_string(i));
-    }
-  }
+  EXPECT_EQ(CRfcTrace::ErrorLine("Key:    ", nullptr, 4) + "|" + CRfcTrace::ErrorLine("", "ab", 4), "Key:|ab");
 }
 
 TEST_F(RfcTraceTest, DirectoryRules) {
@@ -194,20 +170,6 @@ TEST_F(RfcTraceTest, DirectoryRules) {
   std::filesystem::current_path(saved_cwd);
   EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path() + "/missing", id)));
   EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path(), id)));
-}
-
-TEST_F(RfcTraceTest, AFileRecordThatCannotBeMadeThrowsWithoutTracing) {
-  auto run = RunTraced([] {
-    rfc::testing::FailNextAllocation();
-    try {
-      GetRfcTrace().WriteLine("not written");
-      ADD_FAILURE() << "no exception";
-    } catch (const char* text) {
-      EXPECT_STREQ(text, "Failed to allocate memory!");
-    }
-    GetRfcTrace().WriteLine("written");  // the next line gets its record
-  });
-  EXPECT_EQ(run.content, "written\r\n");
 }
 
 }  // namespace

@@ -9,17 +9,24 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_connection.h"
+#include "rfc/core/rfc_error.h"
+#include "rfc/function/rfc_client_func.h"
+#include "rfc/function/rfc_meta_dump.h"
 #include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_struct_param.h"
+#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
+using rfc_test::Fake;
 using rfc_test::StandInTest;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
@@ -28,34 +35,31 @@ const auto kHeader = StartsWith("Rfc Class Library Trace at   ");
 
 class ConnectionTest : public StandInTest {
  protected:
-  static CRfcLogonInfo Logon() {
-    CRfcLogonInfo logon;
-    logon.client = "100";
-    logon.user = "BATCH";
-    logon.password = "secret";
-    logon.language = "E";
-    return logon;
-  }
+  static CRfcLogonInfo Logon() { return {"100", "BATCH", "secret", "E"}; }
   // Every field set; a known release, so no release query follows the open.
   static CRfcConnInfo Info(int mode) {
-    CRfcConnInfo info;
-    info.mode = mode;
-    info.release = "46C";
-    info.destination = "DEST";
-    info.host = "apphost";
-    info.gateway_host = "gwhost";
-    info.gateway_service = "3300";
-    info.system_number = 7;
-    info.system_name = "DEV";
-    info.message_server_host = "mshost";
-    info.group = "PUBLIC";
-    info.mode3_flag = 5;
-    return info;
+    return {mode, 5, "46C", 0, "DEST", "apphost", "gwhost", "3300", 7, "DEV", "mshost", "PUBLIC"};
   }
   std::vector<ConnectionHandle> Closed() {
     std::vector<ConnectionHandle> handles;
     for (const auto& call : fake().CallsOf("RfcClose")) handles.push_back(call.handle);
     return handles;
+  }
+  // RFC_SYSTEM_INFO, described and answered: RFCSI {SYSID DEV, SAPREL 46C,
+  // PORT 3300} and CURRENT_RESOURCES 9.
+  static void ScriptSystem() {
+    rfc_test::Answer({{{"E", "RFCSI_EXPORT", "RFCSI", "", "u", 20},
+                       {"E", "CURRENT_RESOURCES", "SIMPLE", "CURRENT_RESOURCES", "I", 4}},
+                      {{"RFCSI",
+                        {{"RFCSI", "SYSID", 1, 0, 8, 0, "C"}, {"RFCSI", "SAPREL", 2, 8, 4, 0, "C"},
+                         {"RFCSI", "PORT", 3, 12, 4, 0, "I"}}}}});
+    Fake().receive_by_function["RFC_SYSTEM_INFO"] = [](RfcParameterEntry* exports, RfcTableEntry*, char**) {
+      std::memcpy(exports[0].address, "DEV     46C ", 12);
+      const int32_t port = 3300, resources = 9;
+      std::memcpy(static_cast<char*>(exports[0].address) + 12, &port, 4);
+      std::memcpy(exports[1].address, &resources, 4);
+      return 0;
+    };
   }
   static std::unique_ptr<CRfcConnection> Prepared(const CRfcConnInfo& info) {
     auto connection = std::make_unique<CRfcConnection>();
@@ -76,12 +80,10 @@ TEST_F(ConnectionTest, EachModeOpensWithItsOptionBlock) {
   };
   auto none = [](CRfcConnInfo&) {};
   const Case cases[] = {
-      {0, none, "0: apphost 7 gwhost 3300"},
-      {0, [](CRfcConnInfo& i) { i.gateway_service = ""; }, "0: none"}, {1, none, "1: gwhost 3300"},
-      {1, [](CRfcConnInfo& i) { i.gateway_host = ""; }, "1: none"},
+      {0, none, "0: apphost 7 gwhost 3300"}, {0, [](CRfcConnInfo& i) { i.gateway_service = ""; }, "0: none"},
+      {1, none, "1: gwhost 3300"}, {1, [](CRfcConnInfo& i) { i.gateway_host = static_cast<const char*>(nullptr); }, "1: none"},
       {3, none, "3: apphost 7 lb0 -   5 0"}, {3, [](CRfcConnInfo& i) { i.host = ""; }, "3: none"},
-      {4, none, "4: none"}, {2, none, nullptr}, {5, none, nullptr},
-      {-1, none, nullptr},
+      {4, none, "4: none"}, {2, none, nullptr}, {5, none, nullptr}, {-1, none, nullptr},
   };
   for (const Case& c : cases) {
     fake().Reset();
@@ -94,14 +96,12 @@ TEST_F(ConnectionTest, EachModeOpensWithItsOptionBlock) {
       EXPECT_EQ(connection->GetHandle(), 0u);
       continue;
     }
-    ASSERT_EQ(fake().opens.size(), 1u) << c.block;
-    EXPECT_EQ(fake().opens[0].block, c.block);
-    EXPECT_EQ(connection->GetHandle(), 7u);
-    EXPECT_EQ(connection->OwnsHandle(), 1);
     // Every open is pinged; an open connection is not opened again.
     EXPECT_EQ(fake().calls.at(0).function, "RFCPING");
     connection->Open();
-    EXPECT_EQ(fake().opens.size(), 1u);
+    ASSERT_EQ(fake().opens.size(), 1u) << c.block;
+    EXPECT_EQ(fake().opens[0].block, c.block);
+    EXPECT_EQ(connection->GetHandle() * 10 + static_cast<unsigned>(connection->OwnsHandle()), 71u);
     EXPECT_EQ(fake().opens[0].logon, "DEST 100 BATCH secret E");  // the password as stored
     EXPECT_EQ(fake().opens[0].trace, 0);
   }
@@ -116,13 +116,7 @@ TEST_F(ConnectionTest, TheMessageServerIsUsedWhenItsFieldsAreSet) {
   EXPECT_EQ(fake().Count("RfcCall"), 2u);  // pinged by the open and once more
   // Open already: only the ping, and a failed one throws.
   fake().call_result = 1;
-  std::strcpy(fake().last_error.key, "PING");
-  try {
-    connection->OpenLoadBalanced();
-    ADD_FAILURE() << "no throw";
-  } catch (const RFC_ERROR_INFO& error) {
-    EXPECT_STREQ(error.key, "PING");
-  }
+  EXPECT_THROW(connection->OpenLoadBalanced(), RFC_ERROR_INFO);
   EXPECT_EQ(fake().opens.size(), 1u);
 
   fake().call_result = 0;
@@ -138,9 +132,7 @@ TEST_F(ConnectionTest, TheMessageServerIsUsedWhenItsFieldsAreSet) {
 
 TEST_F(ConnectionTest, OpeningIsTracedBeforeAFailureAndAfterASuccess) {
   fake().open_result = 0;
-  std::strcpy(fake().last_error.key, "RFC_ERROR_LOGON_FAILURE");
-  std::strcpy(fake().last_error.status, "refused!");
-  std::strcpy(fake().last_error.message, "name or password is incorrect");
+  fake().SetLastError("RFC_ERROR_LOGON_FAILURE", "refused!", "name or password is incorrect");
   auto connection = Prepared(Info(0));
   for (bool trace_on : {true, false}) {
     RFC_ERROR_INFO caught{};
@@ -154,30 +146,31 @@ TEST_F(ConnectionTest, OpeningIsTracedBeforeAFailureAndAfterASuccess) {
         },
         trace_on);
     EXPECT_STREQ(caught.message, "name or password is incorrect");
-    EXPECT_EQ(connection->GetHandle(), 0u);
-    EXPECT_EQ(connection->OwnsHandle(), 0);
-    if (!trace_on) {
-      EXPECT_FALSE(run.file_exists);
-      continue;
+    EXPECT_EQ(connection->GetHandle() + static_cast<unsigned>(connection->OwnsHandle()), 0u);
+    EXPECT_EQ(run.file_exists, trace_on);
+    if (trace_on) {
+      EXPECT_THAT(run.lines, ElementsAre("", "", "", kHeader, "CRfcConnection::DoOpen (void *) failed!!", "DEST",
+                                         "100", "BATCH", "Key:    RFC_ERROR_LOGON_FAI", "Status: refused",
+                                         "Message:name or password is incorrect"));
     }
-    EXPECT_THAT(run.lines,
-                ElementsAre("", "", "", kHeader, "CRfcConnection::DoOpen (void *) failed!!", "DEST",
-                            "100", "BATCH", "Key:    RFC_ERROR_LOGON_FAI", "Status: refused",
-                            "Message:name or password is incorrect"));
   }
   fake().open_result = 7;
   auto run = rfc_test::RunTraced([&] { connection->Open(); });
   // The ping's call first, then the open's own entry.
   EXPECT_THAT(run.lines, ::testing::Contains("RFCPING"));
-  EXPECT_THAT(std::vector<std::string>(run.lines.end() - 6, run.lines.end()),
+  EXPECT_THAT(rfc_test::Tail(run, 6),
               ElementsAre(kHeader, "CRfcConnection::DoOpen (void *) called",
                           "Opening connection to: ", "DEST", "100", "BATCH"));
+  CRfcConnInfo unnamed = Info(0);
+  unnamed.destination = static_cast<const char*>(nullptr);  // traced as an empty line
+  auto bare = Prepared(unnamed);
+  EXPECT_THAT(rfc_test::Tail(rfc_test::RunTraced([&] { bare->Open(); }), 3), ElementsAre("", "100", "BATCH"));
 }
 
 TEST_F(ConnectionTest, OpensOfAllThreadsAreSerialisedAndSpaced) {
   fake().open_sleep_ms = 5;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) threads.emplace_back([] { Prepared(Info(0))->Open(); });
+  std::vector<std::thread> threads(4);
+  for (std::thread& thread : threads) thread = std::thread([] { Prepared(Info(0))->Open(); });
   for (std::thread& thread : threads) thread.join();
   ASSERT_EQ(fake().opens.size(), 4u);
   EXPECT_EQ(fake().most_opens_at_once, 1);
@@ -199,10 +192,7 @@ TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
   EXPECT_EQ(connection.GetHandle(), 12u);  // other failures keep it
   fake().call_result = 0;
   static char raised[] = "SOMETHING";
-  fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char** exception) {
-    *exception = raised;
-    return RFC_EXCEPTION;
-  };
+  fake().receive = rfc_test::Raising(raised);
   EXPECT_EQ(connection.Ping(), 0u);
   auto run = rfc_test::RunTraced([&] {
     rfc::testing::FailNextAllocation();
@@ -218,12 +208,10 @@ TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
   fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char**) -> int {
     throw "Failed to get pointer to function: RfcReceive";
   };
-  EXPECT_EQ(rfc_test::RunTraced([&] { connection.Ping(); }, false).thrown,
-            "Failed to get pointer to function: RfcReceive");
+  EXPECT_EQ(rfc_test::Thrown([&] { connection.Ping(); }), "Failed to get pointer to function: RfcReceive");
 
   // A failed first ping throws; the handle stays and is closed later.
   fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char**) { return RFC_SYS_EXCEPTION; };
-  std::strcpy(fake().last_error.key, "PING_FAILED");
   auto opened = Prepared(Info(0));
   EXPECT_THROW(opened->Open(), RFC_ERROR_INFO);
   EXPECT_EQ(opened->GetHandle(), 7u);
@@ -255,8 +243,7 @@ TEST_F(ConnectionTest, CloseClosesOnlyWhatItOpenedOrAccepted) {
   connection->Open();
   fake().first_handle = 9;
   auto run = rfc_test::RunTraced([&] { connection->Accept(argv); });  // closes first, too
-  EXPECT_EQ(connection->GetHandle(), 9u);
-  EXPECT_EQ(connection->OwnsHandle(), 1);
+  EXPECT_EQ(connection->GetHandle() * 10 + static_cast<unsigned>(connection->OwnsHandle()), 91u);
   EXPECT_EQ(connection->GetArgv(), argv);
   EXPECT_EQ(fake().CallsOf("RfcAccept").at(0).text, "-aPROG");
   EXPECT_EQ(Closed().size(), 4u);
@@ -317,11 +304,8 @@ TEST_F(ConnectionTest, AnEmptyPartnerReleaseIsAskedFromTheSystem) {
                                    "SAP_SYSTEM_RELEASE 0 4", "USER_NAME 0 12"));
 
   static char raised[] = "NOT_AUTHORIZED";
-  fake().receive_by_function["RFC_GET_SAP_SYSTEM_PARAMETERS"] =
-      [](RfcParameterEntry*, RfcTableEntry*, char** exception) {
-        *exception = raised;
-        return RFC_EXCEPTION;
-      };
+  fake().receive_by_function.clear();
+  fake().receive = rfc_test::Raising(raised);
   CRfcConnection asking;
   asking.AttachHandle(4);
   auto run = rfc_test::RunTraced([&] { asking.GetR3Release(); });
@@ -331,22 +315,7 @@ TEST_F(ConnectionTest, AnEmptyPartnerReleaseIsAskedFromTheSystem) {
 }
 
 TEST_F(ConnectionTest, SystemInformationIsFetchedOnceAndFlattened) {
-  rfc_test::Dictionary dictionary;
-  dictionary.params = {{"E", "RFCSI_EXPORT", "RFCSI", "", "u", 20},
-                       {"E", "CURRENT_RESOURCES", "SIMPLE", "CURRENT_RESOURCES", "I", 4}};
-  dictionary.structures = {{"RFCSI",
-                            {{"RFCSI", "SYSID", 1, 0, 8, 0, "C"},
-                             {"RFCSI", "SAPREL", 2, 8, 4, 0, "C"},
-                             {"RFCSI", "PORT", 3, 12, 4, 0, "I"}}}};
-  rfc_test::Answer(dictionary);
-  fake().receive_by_function["RFC_SYSTEM_INFO"] = [](RfcParameterEntry* exports, RfcTableEntry*,
-                                                     char**) {
-    std::memcpy(exports[0].address, "DEV     46C ", 12);
-    const int32_t port = 3300, resources = 9;
-    std::memcpy(static_cast<char*>(exports[0].address) + 12, &port, 4);
-    std::memcpy(exports[1].address, &resources, 4);
-    return 0;
-  };
+  ScriptSystem();
   CRfcConnInfo info = Info(0);
   info.QuerySystemInfo = 1;
   info.release = "RELEASEUNKNOWN";  // a given release skips the question
@@ -373,14 +342,13 @@ TEST_F(ConnectionTest, SystemInformationIsFetchedOnceAndFlattened) {
   fake().receive_by_function["RFC_SYSTEM_INFO"] = [](RfcParameterEntry*, RfcTableEntry*, char**) {
     return RFC_SYS_EXCEPTION;
   };
-  std::strcpy(fake().last_error.key, "SYSFAIL");
+  fake().SetLastError("SYSFAIL", "", "");
   CRfcConnection failing;
   failing.AttachHandle(4);
   auto run = rfc_test::RunTraced([&] { failing.GetSystemInfo(); });
   EXPECT_TRUE(run.threw_text);
   EXPECT_EQ(run.thrown, "");  // the (empty) exception name
-  ASSERT_GE(run.lines.size(), 13u);
-  EXPECT_THAT(std::vector<std::string>(run.lines.end() - 9, run.lines.end()),
+  EXPECT_THAT(rfc_test::Tail(run, 9),
               ElementsAre("CRfcConnection::GetR3Release() failure!!", "Key:    SYS",
                           "Status:", "Message:", "", "", "", kHeader,
                           "CRfcConnection::GetR3Release() failure!!"));
@@ -400,7 +368,6 @@ TEST_F(ConnectionTest, TheDefaultTransform) {
   for (int b = 1; b <= 125; ++b) all += static_cast<char>(b);
   CRfcString round(all.c_str());
   EXPECT_EQ(connection.Encrypt(round), 125);
-  EXPECT_NE(std::string(static_cast<const char*>(round)), all);
   connection.Decrypt(round);
   EXPECT_EQ(std::string(static_cast<const char*>(round)), all);
   CRfcString empty(""), none;
@@ -413,6 +380,99 @@ TEST_F(ConnectionTest, TheDefaultTransform) {
   });
   EXPECT_THAT(run.lines, ElementsAre("CRfcConnection::Encrypt(CRfcString& rfcString) called",
                                      "CRfcConnection::Decrypt(CRfcString& rfcString) called"));
+}
+
+// Each allocation of these operations fails in turn, with the trace on: the
+// failure ends in a text the class library throws for it, never in a crash
+// or a leak (the sanitizer build), and a run that reaches no fault works.
+TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
+  const std::set<std::string> reported = {
+      "Failed to allocate memory!", "Failure to create parameters",
+      "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE",
+      "Failure to create parameters for RFC_GET_STRUCTURE_DEFINITION", "Failure to auto-create structure parameter",
+      "Failure to auto-create table parameter", "Failure from AddFieldInfo",
+      "Auto-creation of client function object failed"};
+  const std::function<void()> operations[] = {
+      [] {  // the release asked from the system, the system information fetched
+        ScriptSystem();
+        Fake().receive_by_function["RFC_GET_SAP_SYSTEM_PARAMETERS"] = [](RfcParameterEntry* exports,
+                                                                         RfcTableEntry*, char**) {
+          std::memcpy(exports[3].address, "46C ", 4);
+          return 0;
+        };
+        CRfcConnection connection;
+        connection.AttachHandle(3);
+        connection.GetR3Release();
+        connection.GetSystemInfo();
+        if (connection.GetSystemInfoList().GetCount() != 4) throw "no system information";
+      },
+      [] { Prepared(Info(0))->Open(); },  // the open with its ping
+      // The first trace line of a thread makes its file record.
+      [] { GetRfcTrace().WriteHeader(); },
+      [] {
+        try {
+          ThrowRfcLastError(true);
+        } catch (const RFC_ERROR_INFO&) {
+        }
+      },
+      [] { CRfcStructParam traced("P", 8, 0, nullptr, nullptr); },
+      [] {  // a failed call, traced first; look-ups by name
+        CRfcClientFunc function(nullptr, "Z_FAILING");
+        CRfcTableParam table("T", 4, 0, 0, nullptr, nullptr);
+        function.AddTable(&table);
+        if (function.FindTable(function.GetTables(), "t") != &table) throw "not found";
+        Fake().call_result = 1;
+        char* exception = nullptr;
+        try {
+          function.CallReceive(exception, 0);
+        } catch (const RFC_ERROR_INFO&) {
+        }
+      },
+      [] {  // a described function called, its table read and its parameters dumped
+        rfc_test::Answer({{{"I", "KEY", "SIMPLE", "KEY", "C", 4}, {"E", "PAIR", "ZPAIR", "", "u", 8},
+                           {"T", "ROWS", "ZPAIR", "", "h", 8}},
+                          {{"ZPAIR", {{"ZPAIR", "K", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}});
+        Fake().receive = rfc_test::FillTable("ROWS", {"abcd", "efgh"});
+        CRfcConnection connection;
+        connection.AttachHandle(3);
+        CRfcClientFunc function(&connection, "Z_SWEEP", 1);
+        char* exception = nullptr;
+        function.CallReceive(exception, 1);
+        CRfcTableParam* rows = function.GetTables().GetAt(0);
+        if (std::string(rows->GetData(ItGetLine(rows->GetTableHandle(), 2), 0)) != "efgh") throw "wrong cell";
+        CRfcMetaDump dump;
+        function.GetImports().GetAt(0)->Dump(dump, "IMPORT");
+        function.GetExports().GetAt(0)->Dump(dump, "EXPORT");
+        rows->Dump(dump, "TABLE");
+        if (dump.GetLineCount() != 4 + 2 + 4 + 12) throw "wrong dump";
+      },
+  };
+  for (const auto& operation : operations) {
+    for (int k = 0;; ++k) {
+      ASSERT_LT(k, 1000) << "never runs through";
+      fake().Reset();
+      std::string outcome;
+      bool reached = false;
+      rfc_test::RunTraced([&] {
+        rfc::testing::FailAllocations(k, 1);
+        try {
+          outcome = rfc_test::Thrown(operation);
+        } catch (const RFC_ERROR_INFO&) {
+          outcome = "the library's error";
+        }
+        reached = rfc::testing::PendingAllocationFaults() == 0;
+        rfc::testing::ClearAllocationFaults();
+      });
+      if (!reached) {
+        EXPECT_EQ(outcome, "") << "without a fault";
+        break;
+      }
+      // Only the open turns a failed ping (of any cause) into the library's error.
+      const bool open = &operation == &operations[1];
+      EXPECT_TRUE(reported.count(outcome) == 1 || (open && outcome == "the library's error"))
+          << "allocation " << k << ": " << outcome;
+    }
+  }
 }
 
 }  // namespace

@@ -22,18 +22,15 @@
 
 namespace {
 
-using rfc_test::StandInTest;
-using rfc_test::FillTable;
 using ::testing::ElementsAre;
 
-template <typename Entry>
-std::vector<std::string> Names(const std::vector<Entry>& entries) {
+std::vector<std::string> Names(const std::vector<stand_in::Entry>& entries) {
   std::vector<std::string> names;
-  for (const Entry& entry : entries) names.push_back(entry.name);
+  for (const stand_in::Entry& entry : entries) names.push_back(entry.name);
   return names;
 }
 
-class FunctionTest : public StandInTest {
+class FunctionTest : public rfc_test::StandInTest {
  protected:
   void SetUp() override {
     StandInTest::SetUp();
@@ -63,9 +60,9 @@ TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   CRfcStructParam s("S", 6, 0, nullptr, nullptr);
   CRfcSimpleParam e1("E1", TYPE_CHAR, 2, 0, 0), e2("E2", TYPE_NUM, 3, 0, 0);
   CRfcTableParam t1("T1", 10, 0, 0, nullptr, nullptr), t2("T2", 20, 0, 0, nullptr, nullptr);
-  for (CRfcImpExpParam* import : std::vector<CRfcImpExpParam*>{&a, &b, &s}) {
-    function.AddImport(import);
-  }
+  function.AddImport(&a);
+  function.AddImport(&b);
+  function.AddImport(&s);
   function.AddExport(&e1);
   function.AddExport(&e2);
   function.AddTable(&t1);
@@ -82,11 +79,9 @@ TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   const stand_in::Exchange& first = fake().calls[1];
   EXPECT_THAT(Names(first.params), ElementsAre("A", "S"));
   EXPECT_EQ(first.params[0].bytes, "xy ");
-  EXPECT_EQ(first.params[0].type, TYPE_CHAR);
-  EXPECT_EQ(first.params[1].type, TYPE_BYTE);
-  EXPECT_EQ(first.params[1].length, 6u);
-  EXPECT_EQ(a.IsActive(), 0);
-  EXPECT_EQ(s.IsActive(), 1);
+  EXPECT_EQ(std::vector<unsigned>({unsigned(first.params[0].type), unsigned(first.params[1].type), first.params[1].length}),
+            std::vector<unsigned>({TYPE_CHAR, TYPE_BYTE, 6}));
+  EXPECT_EQ(a.IsActive() * 10 + s.IsActive(), 1);
   const stand_in::Exchange& receive = fake().receives[1];
   EXPECT_THAT(Names(receive.params), ElementsAre("E1", "E2"));
   EXPECT_EQ(receive.params[1].bytes, "000");
@@ -137,8 +132,19 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   EXPECT_EQ(function.FindTable(function.GetTables(), "Fields ", &index), &t);
   EXPECT_EQ(index, 0);
   EXPECT_EQ(function.FindTable(function.GetTables(), "DATA"), nullptr);
+  EXPECT_EQ(function.FindTable(function.GetTables(), ""), nullptr);
+  EXPECT_EQ(function.FindTable(function.GetTables(), nullptr), nullptr);
+  function.AddImport(nullptr);  // nothing to add
+  function.AddTable(nullptr);
+  EXPECT_EQ(function.GetImports().GetCount() * 10 + function.GetTables().GetCount(), 21);
+  // Without a connection a call goes to handle 0.
+  CRfcClientFunc unconnected(nullptr, "F");
+  EXPECT_EQ(Call(unconnected), 0);
+  EXPECT_EQ(fake().CallsOf("RfcCall").back().handle, 0u);
 }
 
+// Codes 0, 2 and 4 return, the others throw the library's error after the
+// trace lines; a failed RfcCall is traced with the words of the entry.
 TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
   struct Case {
     int code;
@@ -146,22 +152,24 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
     bool taken_over;  // the table handle and the structure values
   };
   static char raised[] = "TABLE_NOT_AVAILABLE";
-  for (const Case& c : {Case{0, false, true}, Case{2, false, false}, Case{4, false, true},
-                        Case{1, true, false}, Case{3, true, false}, Case{6, true, false}}) {
+  for (const Case& c : {Case{0, false, true}, Case{2, false, false}, Case{4, false, true}, Case{1, true, false},
+                        Case{3, true, false}, Case{6, true, false}, Case{-1, true, false}}) {
     SCOPED_TRACE(c.code);
     fake().Reset();
-    std::strcpy(fake().last_error.key, "KEY");
+    fake().SetLastError("KEY", "", "");
+    fake().call_result = c.code == -1 ? 1 : 0;  // -1: RfcCall itself fails
     SetRfcByteOrderSwitch(1);
     CRfcClientFunc function(&connection_, "Z_CALL");
-    CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr);
+    CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr), raw("RAW", 4, 1, 0, nullptr, nullptr);
     CRfcStructParam s("S", 0, 0, nullptr, nullptr);
     CRfcFieldInfo field{"N", 0, 0, TYPE_INT, 4, 0};
     s.AddFieldInfo(&field, 1);
     function.AddTable(&data);
+    function.AddTable(&raw);  // its lines are never turned around
     function.AddExport(&s);
     const int code = c.code;
     fake().receive = [code](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
-      FillTable("DATA", {"abcd", "efgh"})(exports, tables, exception);
+      rfc_test::FillTable("DATA", {"abcd", "efgh"})(exports, tables, exception);
       const unsigned char big_endian[4] = {0, 0, 1, 2};
       std::memcpy(exports[0].address, big_endian, 4);
       if (code == 2) *exception = raised;
@@ -177,65 +185,35 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
         caught = error;
       }
     });
-    EXPECT_EQ(function.GetLastReturnCode(), c.code);
+    EXPECT_EQ(function.GetLastReturnCode(), c.code == -1 ? 1 : c.code);
+    EXPECT_EQ(fake().Count("RfcReceive"), c.code == -1 ? 0u : 1u);
     if (c.thrown) {
       EXPECT_STREQ(caught.key, "KEY");
-      EXPECT_THAT(std::vector<std::string>(run.lines.end() - 2, run.lines.end()),
-                  ElementsAre("CRfcClientFunc::CallReceive failed", "Z_CALL"));
+      EXPECT_THAT(rfc_test::Tail(run, 2), ElementsAre(c.code == -1 ? "CRfcClientFunc::CallReceive called"
+                                                                   : "CRfcClientFunc::CallReceive failed",
+                                                      "Z_CALL"));
     } else {
       EXPECT_EQ(rc, c.code);
     }
-    if (c.code == 2) {
-      EXPECT_STREQ(exception, "TABLE_NOT_AVAILABLE");
-    }
+    EXPECT_STREQ(exception, c.code == 2 ? "TABLE_NOT_AVAILABLE" : nullptr);
     if (c.taken_over) {
       ASSERT_NE(data.GetTableHandle(), nullptr);
       EXPECT_EQ(data.OwnsTable(), 0);  // the partner's table, not the parameter's
       EXPECT_EQ(std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4), "efgh");
       EXPECT_EQ(static_cast<RFC_INT>(s.FieldValue(0)), 258);
+      EXPECT_EQ(data.GetNativeLines() * 10 + raw.GetNativeLines(), 1);
     } else {
       EXPECT_EQ(data.GetTableHandle(), nullptr);
     }
   }
 }
 
-TEST_F(FunctionTest, AFailedRfcCallThrowsTheLibrarysErrorAndTheFunctionStaysUsable) {
-  CRfcClientFunc function(&connection_, "Z_FAIL");
-  CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
-  function.AddImport(&a);
-  fake().call_result = 1;
-  std::strcpy(fake().last_error.message, "partner not reached");
-  RFC_ERROR_INFO caught{};
-  auto run = rfc_test::RunTraced([&] {
-    try {
-      Call(function);
-    } catch (const RFC_ERROR_INFO& error) {
-      caught = error;
-    }
-  });
-  EXPECT_STREQ(caught.message, "partner not reached");
-  EXPECT_EQ(fake().Count("RfcReceive"), 0u);
-  EXPECT_EQ(function.GetLastReturnCode(), 1);
-  ASSERT_EQ(run.lines.size(), 12u);  // the same words as on entry, not "failed"
-  EXPECT_THAT(std::vector<std::string>(run.lines.begin() + 4, run.lines.begin() + 6),
-              ElementsAre("CRfcClientFunc::CallReceive called", "Z_FAIL"));
-  EXPECT_THAT(std::vector<std::string>(run.lines.begin() + 10, run.lines.end()),
-              ElementsAre("CRfcClientFunc::CallReceive called", "Z_FAIL"));
-  fake().call_result = 0;
-  a.SetActive(1);
-  EXPECT_EQ(Call(function), 0);
-  EXPECT_THAT(Names(fake().calls.back().params), ElementsAre("A"));
-}
-
 TEST_F(FunctionTest, AllocationFailuresAreReported) {
   CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
-  struct Case {
-    int skip;  // the arrays are made in the order imports, exports, tables
-    const char* line;
-  };
-  for (const Case& c :
-       {Case{0, "CRfcFunction::SetUpImports called"}, Case{1, "CRfcFunction::SetUpExports called"},
-        Case{2, "CRfcFunction::SetUpTables called"}}) {
+  // The arrays are made in the order imports, exports, tables.
+  const char* const lines[] = {"CRfcFunction::SetUpImports called", "CRfcFunction::SetUpExports called",
+                               "CRfcFunction::SetUpTables called"};
+  for (int skip = 0; skip < 3; ++skip) {
     CRfcClientFunc function(&connection_, "F");
     function.AddImport(&a);
     auto run = rfc_test::RunTraced([&] {
@@ -245,22 +223,20 @@ TEST_F(FunctionTest, AllocationFailuresAreReported) {
       function.AddExport(&more);
       CRfcTableParam table("T", 1, 0, 0, nullptr, nullptr);
       function.AddTable(&table);
-      rfc::testing::FailAllocations(c.skip, 1);
+      rfc::testing::FailAllocations(skip, 1);
       function.SetUpImports(0);
       function.SetUpExports();
       function.SetUpTables();
     });
     EXPECT_EQ(run.thrown, "Failed to allocate memory!");
-    EXPECT_THAT(std::vector<std::string>(run.lines.end() - 2, run.lines.end()),
-                ElementsAre(c.line, "Failed to allocate memory!"));
+    EXPECT_THAT(rfc_test::Tail(run, 2), ElementsAre(lines[skip], "Failed to allocate memory!"));
   }
 
   // A list that cannot grow keeps its parameters; the refused one is not added.
   CRfcClientFunc function(&connection_, "F");
   std::vector<std::unique_ptr<CRfcSimpleParam>> params;
   for (int i = 0; i < 11; ++i) {
-    params.push_back(
-        std::make_unique<CRfcSimpleParam>(("P" + std::to_string(i)).c_str(), TYPE_CHAR, 1, 0, 0));
+    params.push_back(std::make_unique<CRfcSimpleParam>(("P" + std::to_string(i)).c_str(), TYPE_CHAR, 1, 0, 0));
     if (i < 10) function.AddImport(params.back().get());
   }
   auto run = rfc_test::RunTraced([&] {
@@ -274,35 +250,28 @@ TEST_F(FunctionTest, AllocationFailuresAreReported) {
   EXPECT_EQ(function.FindImpExp(function.GetImports(), "P9"), params[9].get());
 }
 
+// A function that described itself owns what it made; what the application
+// added stays the application's (the sanitizer build sees a leak or a use
+// after free).
 TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
-  // A function that described itself owns what it made; what the
-  // application added stays the application's (the sanitizer build sees a
-  // leak or a use after free).
-  rfc_test::Dictionary dictionary;
-  dictionary.params = {{"I", "QUERY", "SIMPLE", "QUERY", "C", 10},
-                       {"E", "COUNT", "SIMPLE", "COUNT", "I", 4},
-                       {"T", "LINES", "ZLINE", "", "h", 3}};
-  dictionary.structures = {{"ZLINE", {{"ZLINE", "TEXT", 1, 0, 3, 0, "C"}}}};
-  rfc_test::Answer(dictionary);
+  rfc_test::Answer({{{"I", "QUERY", "SIMPLE", "QUERY", "C", 10},
+                     {"E", "COUNT", "SIMPLE", "COUNT", "I", 4},
+                     {"T", "LINES", "ZLINE", "", "h", 3}},
+                    {{"ZLINE", {{"ZLINE", "TEXT", 1, 0, 3, 0, "C"}}}}});
   auto own = std::make_unique<CRfcSimpleParam>("MINE", TYPE_CHAR, 3, 0, 0);
   auto own_table = std::make_unique<CRfcTableParam>("MYTAB", 4, 0, 0, nullptr, nullptr);
+  auto flagged = std::make_unique<CRfcSimpleParam>("FLAGGED", TYPE_CHAR, 3, 0, 1);
   {
     CRfcClientFunc function(&connection_, "Z_DESCRIBED", 1);
     ASSERT_EQ(function.IsAutoCreatedFunction(), 1);
     function.AddImport(own.get());
     function.AddTable(own_table.get());
-  }
-  EXPECT_EQ(fake().Count("ItCreate"), 3u);  // PARAMS, FIELDS, LINES
-  EXPECT_EQ(fake().deleted.size(), 3u);  // LINES went with its parameter
-  EXPECT_STREQ(own->GetName(), "MINE");
-  EXPECT_STREQ(own_table->GetName(), "MYTAB");
-  // A function the application built deletes nothing, flagged or not.
-  auto flagged = std::make_unique<CRfcSimpleParam>("FLAGGED", TYPE_CHAR, 3, 0, 1);
-  {
-    CRfcClientFunc application(&connection_, "F");
+    CRfcClientFunc application(&connection_, "F");  // deletes nothing, flagged or not
     application.AddImport(flagged.get());
   }
-  EXPECT_STREQ(flagged->GetName(), "FLAGGED");
+  EXPECT_EQ(fake().Count("ItCreate"), 3u);  // PARAMS, FIELDS, LINES
+  EXPECT_EQ(fake().deleted.size(), 3u);     // LINES went with its parameter
+  EXPECT_EQ(std::string(own->GetName()) + own_table->GetName() + flagged->GetName(), "MINEMYTABFLAGGED");
 }
 
 }  // namespace

@@ -111,6 +111,8 @@ TEST_F(MetaDumpTest, ASinkThatIsNotOpenTakesNothingAndTablesWriteNothing) {
   EXPECT_EQ(sink.GetLineCount(), 0);
   EXPECT_EQ(count.Dump(sink, nullptr), 1);
   EXPECT_STREQ(sink.GetLine(0), "    Simple export param name =COUNT\n");
+  EXPECT_EQ(pair->Dump(sink, nullptr), 1);  // no direction: an export
+  EXPECT_STREQ(sink.GetLine(4), "    Struct export param name =P\n");
 }
 
 }  // namespace

@@ -45,19 +45,9 @@ class System {
                           {"MANDT": "100", "FUNCTION": "Z_BATCH_LOWER"}]}
 })");
     process_ = std::make_unique<SapsimProcess>(options);
-    CRfcLogonInfo logon;
-    logon.client = "100";
-    logon.user = "BATCH";
-    logon.password = "secret";
-    logon.language = "E";
-    CRfcConnInfo info;
-    info.mode = 0;
-    info.destination = "SAPSIM";
-    info.host = "127.0.0.1";
-    info.gateway_host = "127.0.0.1";
-    info.gateway_service = process_->port_text().c_str();
-    connection.SetLogonInfo(logon);
-    connection.SetConnInfo(info);
+    connection.SetLogonInfo({"100", "BATCH", "secret", "E"});
+    connection.SetConnInfo({0, 0, "RELEASEUNKNOWN", 0, "SAPSIM", "127.0.0.1", "127.0.0.1",
+                            process_->port_text().c_str(), 0, "", "", ""});
     connection.Open();
   }
   std::string Log() const { return process_->Log(); }

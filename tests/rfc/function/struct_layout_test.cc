@@ -76,6 +76,26 @@ TEST(StructLayoutRule, NaturalAlignmentOfFloatIntAndInt2) {
     EXPECT_THAT(offsets, ElementsAreArray(c.offsets));
     EXPECT_THAT(info.lengths, ElementsAre(c.total));
   }
+  // No record can be longer than a 32-bit length: not within the fields, nor
+  // after the last rounding.
+  for (const auto& [type, length] : {std::pair{TYPE_CHAR, INT_MAX}, std::pair{TYPE_FLOAT, INT_MAX - 8}}) {
+    RecordingStruct info("S");
+    CRfcFieldInfo fields[] = {Field("A", 0, type == TYPE_CHAR ? TYPE_CHAR : TYPE_FLOAT, type == TYPE_CHAR ? 1 : 8),
+                              Field("B", 1, TYPE_CHAR, length)};
+    EXPECT_EQ(rfc_test::Thrown([&] { info.ComputeLayout(fields, 2); }), "Failed to allocate memory!");
+  }
+}
+
+// Names keep at most 31 characters and lose trailing blanks; none is empty.
+TEST(FieldName, IsCutTrimmedAndMeasured) {
+  CRfcFieldInfo field{};
+  for (const auto& [given, kept] : {std::pair<const char*, std::string>{nullptr, ""}, {"   ", ""}, {"AB  ", "AB"},
+                                    {"ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789", "ABCDEFGHIJKLMNOPQRSTUVWXYZ01234"}}) {
+    SetFieldName(field, given);
+    EXPECT_EQ(std::string(field.name, FieldNameLength(field)), kept);
+  }
+  std::memset(field.name, 'N', sizeof field.name);  // no terminator at all
+  EXPECT_EQ(FieldNameLength(field), sizeof field.name);
 }
 
 class StructInfoTest : public StandInTest {};
@@ -88,27 +108,20 @@ TEST_F(StructInfoTest, KeepsNormalisedCopiesAndInstallsOnceUnderItsName) {
                                        Field("AMOUNT", 3, TYPE_BCD, 5, 2)};
   info.AddFieldInfo(fields.data(), 4);
   // Laid out with the lengths as given; the caller's offsets are rewritten.
-  EXPECT_EQ(fields[2].offset, 104);
-  EXPECT_EQ(fields[3].offset, 121);
-  ASSERT_EQ(info.GetFieldCount(), 4);
-  EXPECT_STREQ(info.GetFieldInfo(0)->name, "NAME");
-  EXPECT_EQ(info.GetFieldInfo(1)->length, 8);  // by the fixed-length rule
-  EXPECT_EQ(info.GetFieldInfo(2)->length, 4);
-  EXPECT_EQ(info.GetFieldInfo(3)->length, 5);
-  EXPECT_EQ(info.GetFieldInfo(3)->decimals, 2);
-  fields[0].name[0] = 'X';  // copies, not the caller's records
-  EXPECT_STREQ(info.GetFieldInfo(0)->name, "NAME");
-  EXPECT_EQ(info.GetFieldInfo(-1), nullptr);
-  EXPECT_EQ(info.GetFieldInfo(4), nullptr);
-
+  EXPECT_EQ(fields[2].offset * 1000 + fields[3].offset, 104121);
+  fields[0].name[0] = 'X';  // kept are copies, with the fixed lengths
+  std::string kept, installed;
+  for (int i = -1; i <= 4; ++i) {
+    const CRfcFieldInfo* f = info.GetFieldInfo(i);
+    kept += f == nullptr ? "- " : std::string(f->name) + " " + std::to_string(f->length) + "/" + std::to_string(f->decimals) + " ";
+  }
+  EXPECT_EQ(kept, "- NAME 3/0 WHEN 8/0 COUNT 4/0 AMOUNT 5/2 - ");
   ASSERT_EQ(fake().installs.size(), 1u);
   const stand_in::Install& install = fake().installs[0];
-  EXPECT_EQ(install.name, "MYSTRUCT");
-  ASSERT_EQ(install.elements.size(), 4u);
-  EXPECT_EQ(install.elements[1].name, "WHEN");
-  EXPECT_EQ(install.elements[1].type, TYPE_DATE);
-  EXPECT_EQ(install.elements[1].length, 8);
-  EXPECT_EQ(install.elements[3].decimals, 2);
+  for (const stand_in::Element& e : install.elements) {
+    installed += e.name + " " + std::to_string(e.type) + "/" + std::to_string(e.length) + "/" + std::to_string(e.decimals) + " ";
+  }
+  EXPECT_EQ(install.name + ": " + installed, "MYSTRUCT: NAME 0/3/0 WHEN 1/8/0 COUNT 8/4/0 AMOUNT 2/5/2 ");
   EXPECT_EQ(info.EntryType(), install.handle);
   std::vector<CRfcFieldInfo> more = {Field("C", 4, TYPE_INT, 4)};
   info.AddFieldInfo(more.data(), 1);  // the handle stays: no second installation
@@ -145,22 +158,10 @@ TEST_F(StructInfoTest, WhenNoInstallationHappens) {
   EXPECT_EQ(dropped.GetFieldCount(), 1);
   EXPECT_EQ(dropped.GetTotalLength(), 7);
   EXPECT_TRUE(fake().installs.empty());
-}
-
-TEST_F(StructInfoTest, ColumnsAreReplacedAndBoundInsideTheBytes) {
-  RecordingStruct info("S");
-  info.SetTypeHandle(1);
-  std::vector<CRfcFieldInfo> first = {Field("OLD", 0, TYPE_CHAR, 3), Field("B", 1, TYPE_INT, 4)};
-  info.AddFieldInfo(first.data(), 2);
-  std::vector<CRfcFieldInfo> second = {Field("NEW", 0, TYPE_CHAR, 5)};
-  info.AddFieldInfo(second.data(), 1);  // the replaced record is freed (sanitizer build)
-  EXPECT_STREQ(info.GetFieldInfo(0)->name, "NEW");
-  EXPECT_EQ(info.GetFieldCount(), 2);
-  EXPECT_NE(info.FieldInside(1, 8), nullptr);  // B still at 4..7
-  EXPECT_EQ(info.FieldInside(1, 7), nullptr);
-  EXPECT_EQ(info.FieldInside(0, 4), nullptr);
-  EXPECT_EQ(info.FieldInside(2, 100), nullptr);
-  EXPECT_EQ(info.FieldInside(-1, 100), nullptr);
+  RecordingStruct none("NONE");
+  none.SetTypeHandle(1);
+  none.AddFieldInfo(nullptr, 2);  // no records: none kept, no room taken
+  EXPECT_EQ(none.GetFieldCount() + none.GetTotalLength(), 0);
 }
 
 TEST_F(StructInfoTest, AllocationFailuresAreReportedWithoutLeaks) {
