@@ -25,6 +25,7 @@ inline constexpr const char* kProgramId = "BATCHE2E";
 inline constexpr const char* kSmall = "H_IDENT,NAME\nK1,x\n";  // one row for Z_E2E_SMALL
 using testutil::CountOf;
 using testutil::Eventually;
+inline const std::string kWaiting = "\r\n...WAITING FOR BATCHES...\r\n";
 
 // ZKTZ_BATCHES offers two functions (a row with every field type, a small
 // one); rows with ACTIVE y and blank and one naming a structure that does not
@@ -63,6 +64,25 @@ inline std::string TestSystem() {
 })";
 }
 
+// One service cycle as the log shows it: the entries after a header block.
+struct LoggedCycle {
+  std::string body;
+  int Errors() const { return CountOf(body, " - RFC_ERROR_INFO\nKey: "); }
+  int Unknown() const { return CountOf(body, " - UNKNOWN EXEPTION\n\r\n"); }
+  bool Serving() const { return body.find(kWaiting) != std::string::npos; }
+  // Nothing but one time-stamped library error: "MM/DD/YY hh:mm:ss - RFC_ERROR_INFO",
+  // the Key, Status, Message and Initstate lines, then CR LF.
+  bool IsOneLibraryError() const {
+    if (!testutil::StartsWithLogTime(body)) return false;
+    size_t at = 17;
+    for (const std::string label : {" - RFC_ERROR_INFO\nKey: ", "\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
+      if (body.compare(at, label.size(), label) != 0) return false;
+      if ((at = body.find_first_of("\n\r", at + label.size())) == std::string::npos) return false;
+    }
+    return body.compare(at, std::string::npos, "\r\n") == 0;
+  }
+};
+
 class BatchServerE2eTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -99,8 +119,12 @@ class BatchServerE2eTest : public ::testing::Test {
 
   std::string LogText() const { return testutil::FilesText(logs_); }
   // The log's service cycles: what each wrote after its header block.
-  std::vector<std::string> Cycles() const { return testutil::ServiceCycles(LogText()); }
-  int Waits() const { return CountOf(LogText(), "\r\n...WAITING FOR BATCHES...\r\n"); }
+  std::vector<LoggedCycle> Cycles() const {
+    std::vector<LoggedCycle> cycles;
+    for (std::string& body : testutil::ServiceCycles(LogText())) cycles.push_back({std::move(body)});
+    return cycles;
+  }
+  int Waits() const { return CountOf(LogText(), kWaiting); }
   bool WaitForServing(int times = 1) {
     return Eventually([&] { return Waits() >= times; });
   }
@@ -108,16 +132,16 @@ class BatchServerE2eTest : public ::testing::Test {
   std::vector<std::string> XmlFiles() const { return testutil::FileNames(xml_); }
 
   // sapsim call with `csv` as the batch.
-  sapsim::testing::RunResult Call(const std::string& csv, const std::string& function = "Z_E2E_SMALL",
+  testutil::RunResult Call(const std::string& csv, const std::string& function = "Z_E2E_SMALL",
                                   const std::string& structure = "ZE2E_SMALL",
                                   const std::string& program_id = kProgramId) {
     const std::string csv_file = dir_.Write("batch" + std::to_string(++calls_) + ".csv", csv);
-    return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
+    return testutil::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
                                         "--program-id", program_id, "--function", function, "--structure",
                                         structure, "--csv", csv_file});
   }
 
-  sapsim::testing::TempDir dir_;
+  testutil::TempDir dir_;
   std::string instance_;
   const std::string logs_ = dir_.File("logs"), xml_ = dir_.File("xml"), work_ = dir_.File("work");
   std::map<std::string, std::string> settings_;

@@ -102,15 +102,15 @@ class ServerPoolE2eTest : public ::testing::Test {
     return ready + busy;
   }
 
-  sapsim::testing::RunResult Call(int rows) {
+  testutil::RunResult Call(int rows) {
     std::string csv = "H_IDENT,NAME\n";
     for (int i = 0; i < rows; ++i) csv += "K" + std::to_string(i) + ",row " + std::to_string(i) + "\n";
-    return sapsim::testing::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
+    return testutil::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
                                         "--program-id", kProgram, "--function", "Z_POOL_COUNT", "--structure",
                                         "ZPOOL_LINE", "--csv", dir_.Write(std::to_string(rows) + ".csv", csv)});
   }
 
-  sapsim::testing::TempDir dir_;
+  testutil::TempDir dir_;
   std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
   std::vector<std::string> words_;
   std::vector<char*> argv_;
@@ -127,12 +127,12 @@ TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
   testing::internal::CaptureStdout();
   std::thread pool([&] { rc = app.Run(3); });
   const bool all_registered = Eventually([&] { return Registered() == 3; });
-  std::vector<std::future<sapsim::testing::RunResult>> callers;
+  std::vector<std::future<testutil::RunResult>> callers;
   for (int rows = 1; all_registered && rows <= 6; ++rows) {
     callers.push_back(std::async(std::launch::async, [this, rows] { return Call(rows); }));
   }
   for (size_t i = 0; i < callers.size(); ++i) {
-    const sapsim::testing::RunResult result = callers[i].get();
+    const testutil::RunResult result = callers[i].get();
     EXPECT_EQ(testutil::Join(result.exit_code, result.out), "0|BATCH_RC=" + std::to_string(i + 1) + "\n|") << result.err;
   }
   int total = 0, cancelled = 0;

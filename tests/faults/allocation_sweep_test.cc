@@ -325,9 +325,9 @@ class AllocationSweepTest : public ::testing::TestWithParam<Operation> {
     sapsim_.reset();
   }
 
-  static inline std::unique_ptr<sapsim::testing::TempDir> trace_dir_ =
-      std::make_unique<sapsim::testing::TempDir>();
-  sapsim::testing::TempDir system_dir_;
+  static inline std::unique_ptr<testutil::TempDir> trace_dir_ =
+      std::make_unique<testutil::TempDir>();
+  testutil::TempDir system_dir_;
   std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
   std::unique_ptr<CRfcConnection> connection_;
 };

@@ -28,28 +28,8 @@ namespace faults {
 namespace {
 
 using testutil::CountOf;
+using e2e::LoggedCycle;
 using testutil::Eventually;
-const std::string kWaiting = "\r\n...WAITING FOR BATCHES...\r\n";
-
-// One service cycle as the log shows it: the entries after a header block.
-struct LoggedCycle {
-  std::string body;
-  int Errors() const { return CountOf(body, " - RFC_ERROR_INFO\nKey: "); }
-  int Unknown() const { return CountOf(body, " - UNKNOWN EXEPTION\n\r\n"); }
-  bool Serving() const { return body.find(kWaiting) != std::string::npos; }
-  // Nothing but one time-stamped library error: "MM/DD/YY hh:mm:ss - RFC_ERROR_INFO",
-  // the Key, Status, Message and Initstate lines, then CR LF.
-  bool IsOneLibraryError() const {
-    if (!testutil::StartsWithLogTime(body)) return false;
-    size_t at = 17;
-    for (const std::string label : {" - RFC_ERROR_INFO\nKey: ", "\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
-      if (body.compare(at, label.size(), label) != 0) return false;
-      if ((at = body.find_first_of("\n\r", at + label.size())) == std::string::npos) return false;
-    }
-    return body.compare(at, std::string::npos, "\r\n") == 0;
-  }
-};
-
 // The worker runs through CBatchApp as the program starts it.
 class WorkerFaultTest : public e2e::BatchServerE2eTest {
  protected:
@@ -69,13 +49,8 @@ class WorkerFaultTest : public e2e::BatchServerE2eTest {
     ASSERT_EQ(app_->Start(), 1);
   }
 
-  std::vector<LoggedCycle> LoggedCycles() const {
-    std::vector<LoggedCycle> cycles;
-    for (std::string& body : Cycles()) cycles.push_back({std::move(body)});
-    return cycles;
-  }
   // A batch of `rows` lines whose identifiers start with `tag`.
-  sapsim::testing::RunResult Call(int rows, const std::string& tag) {
+  testutil::RunResult Call(int rows, const std::string& tag) {
     std::string csv = "H_IDENT,NAME\n";
     for (int i = 0; i < rows; ++i) csv += tag + std::to_string(i) + ",line " + std::to_string(i) + "\n";
     return BatchServerE2eTest::Call(csv);
@@ -109,7 +84,7 @@ TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
     ASSERT_LT(index, 1000) << "the batch never completes";
     const int received = Receipts();
     rfc::testing::FailAllocations(index, 1);
-    const sapsim::testing::RunResult call = Call(2, "A" + std::to_string(index));
+    const testutil::RunResult call = Call(2, "A" + std::to_string(index));
     const bool reached = rfc::testing::PendingAllocationFaults() == 0;
     rfc::testing::ClearAllocationFaults();
     if (!reached) {
@@ -119,14 +94,14 @@ TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
     EXPECT_NE(call.exit_code, 0) << "allocation " << index;
     EXPECT_EQ(call.out.find("BATCH_RC"), std::string::npos) << "allocation " << index << ": " << call.out;
     EXPECT_EQ(Receipts(), received) << "allocation " << index;
-    const sapsim::testing::RunResult next = Call(2, "N" + std::to_string(index));
+    const testutil::RunResult next = Call(2, "N" + std::to_string(index));
     EXPECT_EQ(next.out, "BATCH_RC=1\n") << "after allocation " << index << ": " << next.err;
   }
   const std::string reports = ::testing::internal::GetCapturedStdout();
   EXPECT_EQ(CountOf(reports, "\n Main Thread  Failed to allocate memory!"), index) << reports;
   EXPECT_GT(index, 0) << "a batch allocates nothing through the library's allocator";
-  ASSERT_EQ(LoggedCycles().size(), 1u) << LogText();
-  EXPECT_EQ(LoggedCycles().front().Unknown() + LoggedCycles().front().Errors(), 0);
+  ASSERT_EQ(Cycles().size(), 1u) << LogText();
+  EXPECT_EQ(Cycles().front().Unknown() + Cycles().front().Errors(), 0);
 }
 
 // An XML file error loses only the file (the batch is logged and answered); a
@@ -145,11 +120,11 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
       for (const auto& [fault, cause] : faults) {
         SCOPED_TRACE(std::string(log ? "log " : "xml ") + (op == FileOp::kOpen ? "open " : "write ") +
                      std::to_string(cause));
-        const size_t cycles = LoggedCycles().size();
+        const size_t cycles = Cycles().size();
         const size_t received = ReceivedIds().size();
         const size_t xml_files = XmlFiles().size();
         platform::testing::InjectFileFault(log ? logs_ : xml_, op, fault, 1);
-        const sapsim::testing::RunResult call = Call(3, "F");
+        const testutil::RunResult call = Call(3, "F");
         if (!log) {
           // The save's result is not looked at: no document, no file of any name.
           EXPECT_EQ(call.out, "BATCH_RC=1\n") << call.err;
@@ -157,15 +132,15 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
           ASSERT_EQ(ids.size(), received + 1);
           EXPECT_FALSE(std::filesystem::exists(XmlPath(ids.back())));
           EXPECT_EQ(XmlFiles().size(), xml_files);
-          EXPECT_EQ(LoggedCycles().size(), cycles);
-          EXPECT_EQ(LoggedCycles().back().Unknown(), 0);
+          EXPECT_EQ(Cycles().size(), cycles);
+          EXPECT_EQ(Cycles().back().Unknown(), 0);
         } else {
           // The handler's log error ends the cycle before the answer is sent.
           EXPECT_NE(call.exit_code, 0);
           EXPECT_EQ(call.out.find("BATCH_RC"), std::string::npos) << call.out;
-          ASSERT_TRUE(Eventually([&] { return LoggedCycles().size() == cycles + 1 && LoggedCycles().back().Serving(); }))
+          ASSERT_TRUE(Eventually([&] { return Cycles().size() == cycles + 1 && Cycles().back().Serving(); }))
               << LogText();
-          const LoggedCycle failed = LoggedCycles()[cycles - 1];
+          const LoggedCycle failed = Cycles()[cycles - 1];
           EXPECT_EQ(failed.Unknown(), 1) << failed.body;
           EXPECT_EQ(failed.body.substr(failed.body.size() - 22), " - UNKNOWN EXEPTION\n\r\n") << failed.body;
           EXPECT_EQ(ReceivedIds().size(), received);
@@ -185,7 +160,7 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
       }
     }
   }
-  EXPECT_EQ(LoggedCycles().size(), 9u);  // the first and one after each log fault
+  EXPECT_EQ(Cycles().size(), 9u);  // the first and one after each log fault
 }
 
 // sapsim kills itself (SIGKILL) during the registration, the logon, in the
@@ -213,8 +188,8 @@ TEST_P(KillTest, EveryFailedCycleIsOneHeaderAndOneErrorUntilTheSystemIsBack) {
   })) << sapsim_->Log();
   EXPECT_EQ(sapsim_->Stop(), 128 + SIGKILL);
 
-  ASSERT_TRUE(Eventually([&] { return LoggedCycles().size() >= 5; })) << LogText();
-  const std::vector<LoggedCycle> cycles = LoggedCycles();
+  ASSERT_TRUE(Eventually([&] { return Cycles().size() >= 5; })) << LogText();
+  const std::vector<LoggedCycle> cycles = Cycles();
   if (kill.dies_while_serving) {
     // The server loop sees the connection closed: no error, the next cycle starts.
     EXPECT_TRUE(cycles[0].Serving()) << cycles[0].body;
