@@ -21,7 +21,6 @@ namespace {
 
 using platform::Event;
 using platform::WaitResult;
-using platform_test::UniqueName;
 
 // "Gone" and "left behind, but ignored" look alike otherwise.
 bool ObjectExists(const std::string& name) {
@@ -43,7 +42,7 @@ TEST(EventTest, ManualResetUnnamedAndNamedInOneProcess) {
   EXPECT_FALSE(IsSet(*unnamed)) << "two unnamed events must not share state";
   EXPECT_EQ(Event::Open(""), nullptr);
 
-  const std::string name = UniqueName("named");
+  const std::string name = testutil::UniqueName("bs_test_named_");
   EXPECT_EQ(Event::Open(name), nullptr);
   EXPECT_FALSE(ObjectExists(name)) << "a failed open must not create anything";
   auto first = Event::Create(name, false, &existed);
@@ -78,7 +77,7 @@ TEST(EventTest, ManualResetUnnamedAndNamedInOneProcess) {
 }
 
 TEST(EventTest, AnyTextIsADistinctName) {
-  const std::string base = UniqueName("odd");
+  const std::string base = testutil::UniqueName("bs_test_odd_");
   const std::vector<std::string> names = {
       base + "/with/slashes-and-dashes", base + "/../..", base + ".", base + "..", base + " blank",
       base + "_2f",  // would collide with "/" under a naive escape
@@ -107,7 +106,7 @@ TEST(EventTest, AnyTextIsADistinctName) {
 TEST(EventTest, RemainsAndObjectsOfOtherNamesAreNoEvent) {
   // What every holder crashing leaves behind: the object, held by nobody,
   // its state word reading "set".
-  const std::string name = UniqueName("abandoned");
+  const std::string name = testutil::UniqueName("bs_test_abandoned_");
   const std::string object = platform::posix::EventObjectName(name);
   int fd = shm_open(object.c_str(), O_RDWR | O_CREAT, 0600);
   ASSERT_EQ(ftruncate(fd, 4096), 0);
@@ -128,7 +127,7 @@ TEST(EventTest, RemainsAndObjectsOfOtherNamesAreNoEvent) {
 
   // A live event whose object carries another name, as a hash collision of
   // two long names would produce, is neither opened nor joined.
-  const std::string long_name = UniqueName("impostor") + std::string(400, 'i');
+  const std::string long_name = testutil::UniqueName("bs_test_impostor_") + std::string(400, 'i');
   auto real = Event::Create(long_name, false);
   fd = shm_open(platform::posix::EventObjectName(long_name).c_str(), O_RDWR, 0);
   struct stat info {};
@@ -151,7 +150,7 @@ TEST(EventTest, ConcurrentCreateOpenAndCloseNeverLoseALiveEvent) {
   // holds it set (all must find that very event), then without a keeper
   // (nothing may be left behind).
   for (const bool held : {true, false}) {
-    const std::string name = UniqueName("churn");
+    const std::string name = testutil::UniqueName("bs_test_churn_");
     std::unique_ptr<Event> keeper = held ? Event::Create(name, true) : nullptr;
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;

@@ -20,8 +20,6 @@
 namespace {
 
 using platform::File;
-using platform_test::TempDir;
-const auto ReadFile = testutil::ReadBytes;
 namespace fault = platform::testing;
 
 int Append(const std::string& path, const std::string& text) {
@@ -31,7 +29,7 @@ int Append(const std::string& path, const std::string& text) {
 class FileTest : public ::testing::Test {
  protected:
   void TearDown() override { fault::ClearFileFaults(); }
-  TempDir dir_;
+  testutil::TempDir dir_;
 };
 
 TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
@@ -62,7 +60,7 @@ TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
   EXPECT_EQ(file->Write(nullptr, 1), platform::kFileInvalid);
   EXPECT_EQ(file->Size(nullptr), platform::kFileInvalid);
   EXPECT_EQ(file->Close(), platform::kFileOk);
-  EXPECT_EQ(ReadFile(path), "one\r\ntwo\r\n3");
+  EXPECT_EQ(testutil::ReadBytes(path), "one\r\ntwo\r\n3");
   EXPECT_EQ(platform_test::Run({"append", path, "!"}).exit_code, platform::kFileOk);
   // A closed file refuses everything.
   EXPECT_EQ(file->Close(), platform::kFileInvalid);
@@ -73,7 +71,7 @@ TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
   std::string data(8 << 20, '\0');  // a large write arrives whole
   for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 7);
   EXPECT_EQ(platform::WriteWholeFile(path, data.data(), data.size()), platform::kFileOk);
-  EXPECT_EQ(ReadFile(path), data);
+  EXPECT_EQ(testutil::ReadBytes(path), data);
   // Replaced, never rewritten in place: a reader of the old file reads it whole.
   auto early = File::Open(path, File::Mode::kRead, &cause);
   ASSERT_NE(early, nullptr);
@@ -92,7 +90,7 @@ TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
   EXPECT_EQ(reader->Write("x", 1), platform::kFileInvalid) << "the system calls it a bad descriptor";
   EXPECT_EQ(Append(path, "!"), platform::kFileOk) << "readers block no writer";
   ASSERT_NE(File::Open(path, File::Mode::kTruncateExclusive, nullptr), nullptr);
-  EXPECT_EQ(ReadFile(path), "") << "emptied once the lock is held";
+  EXPECT_EQ(testutil::ReadBytes(path), "") << "emptied once the lock is held";
   ASSERT_NE(File::Open(path, File::Mode::kTruncateExclusive, nullptr), nullptr) << "and an empty one stays so";
   EXPECT_EQ(File::Open(dir_.File("absent"), File::Mode::kRead, nullptr), nullptr);
 }
@@ -124,7 +122,7 @@ TEST_F(FileTest, InjectedFaultsFailLikeTheSystemAndLeakNoDescriptors) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir_.path()), {}), 1)
       << "a failed publication leaves neither its file nor a temporary one";
   EXPECT_EQ(Append(path, "x"), platform::kFileOk) << "each fault was used up";
-  EXPECT_EQ(ReadFile(path), "x") << "a failed write leaves the file alone";
+  EXPECT_EQ(testutil::ReadBytes(path), "x") << "a failed write leaves the file alone";
   // A missing file in a missing directory is a bad path, as the system says.
   fault::InjectFileFault("nodir", fault::FileOp::kOpen, fault::FileFault::kNotFound);
   EXPECT_EQ(Append(dir_.File("nodir/x.log"), "x"), platform::kFileBadPath);
@@ -144,7 +142,7 @@ TEST_F(FileTest, InjectedFaultsFailLikeTheSystemAndLeakNoDescriptors) {
   fault::ClearFileFaults();
   fault::InjectFileFault("injected", fault::FileOp::kOpen, fault::FileFault::kDiskFull, 0);
   EXPECT_EQ(Append(path, "!"), platform::kFileOk) << "a count of 0 arms nothing";
-  EXPECT_EQ(ReadFile(path), "xy!");
+  EXPECT_EQ(testutil::ReadBytes(path), "xy!");
 
   // Real refusals: a directory, a FIFO without a reader (which must not hang).
   const std::string fifo = dir_.File("fifo");
@@ -160,7 +158,7 @@ TEST_F(FileTest, InjectedFaultsFailLikeTheSystemAndLeakNoDescriptors) {
   std::filesystem::current_path(dir_.path());
   EXPECT_EQ(platform::WriteWholeFile("bare.xml", "bare", 4), platform::kFileOk);
   std::filesystem::current_path(saved);
-  EXPECT_EQ(ReadFile(dir_.File("bare.xml")), "bare");
+  EXPECT_EQ(testutil::ReadBytes(dir_.File("bare.xml")), "bare");
   EXPECT_EQ(descriptors(), before);
 }
 
@@ -185,7 +183,7 @@ TEST(FileCauseTest, ErrnoMapsToTheLogsCauseNumbers) {
         << "errno " << row.error_number << " at step " << static_cast<int>(row.step);
   }
   // A missing file in a missing directory is a bad path.
-  TempDir dir;
+  testutil::TempDir dir;
   testutil::WriteBytes(dir.File("plain"), "x");
   const std::pair<std::string, int> missing[] = {{dir.File("missing.log"), 2},      {dir.File("nodir/missing.log"), 3},
                                                  {dir.File("plain/missing.log"), 3}, {"bare_missing_name.log", 2},

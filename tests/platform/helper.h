@@ -1,6 +1,5 @@
 #pragma once
-// The platform tests' second process (platform_test_child) and names no other
-// test process uses.
+// The platform tests' second process (platform_test_child).
 
 #include <string>
 #include <vector>
@@ -9,13 +8,9 @@
 
 namespace platform_test {
 
-using testutil::TempDir;
-
 inline testutil::RunResult Run(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), BS_TEST_CHILD);
   return testutil::RunCommand(arguments);
 }
-
-inline std::string UniqueName(const std::string& stem) { return testutil::UniqueName("bs_test_" + stem + "_"); }
 
 }  // namespace platform_test

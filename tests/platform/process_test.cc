@@ -3,27 +3,24 @@
 
 #include "platform/process.h"
 
-#include <cstddef>
-#include <cstring>
-
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "gtest/gtest.h"
 #include "platform/service_notify.h"
 #include "tests/platform/helper.h"
+#include "tests/support/notify_socket.h"
 
 namespace {
 
 TEST(ProcessTest, CurrentDirectory) {
   const std::filesystem::path saved = std::filesystem::current_path();
-  platform_test::TempDir dir;
+  testutil::TempDir dir;
   ASSERT_EQ(chdir(dir.path().c_str()), 0);
   std::string expected = std::filesystem::canonical(dir.path()).string();
   EXPECT_EQ(platform::CurrentDirectory(), expected);
@@ -62,18 +59,10 @@ TEST(ProcessTest, UpperCaseUnderTheCLocale) {
 // One datagram to a path or an abstract name; nothing for an address that
 // cannot be one or where nobody listens.
 TEST(ProcessTest, ServiceManagerNotes) {
-  platform_test::TempDir dir;
-  const std::string path = dir.File("notify"), abstract = "@" + platform_test::UniqueName("notify");
-  std::vector<int> listeners;
-  for (const std::string& address : {path, abstract}) {
-    sockaddr_un at{};
-    at.sun_family = AF_UNIX;
-    std::memcpy(at.sun_path, address.data(), address.size());
-    if (address[0] == '@') at.sun_path[0] = '\0';
-    listeners.push_back(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size() + (address[0] == '/'));
-    ASSERT_EQ(bind(listeners.back(), reinterpret_cast<sockaddr*>(&at), length), 0) << address;
-  }
+  testutil::TempDir dir;
+  const std::string path = dir.File("notify"), abstract = "@" + testutil::UniqueName("bs_test_notify_");
+  testutil::NotifySocket at_path(path), at_name(abstract);
+  ASSERT_TRUE(at_path.bound() && at_name.bound());
   const std::pair<std::string, bool> cases[] = {{path, true},           {abstract, true},
                                                 {"", false},            {"/", false},
                                                 {"relative", false},    {"/" + std::string(200, 'x'), false},
@@ -81,11 +70,8 @@ TEST(ProcessTest, ServiceManagerNotes) {
   for (const auto& [address, sent] : cases) {
     EXPECT_EQ(platform::NotifyServiceManager(address, "READY=1"), sent) << address;
   }
-  for (const int fd : listeners) {
-    char note[16] = {};
-    EXPECT_EQ(recv(fd, note, sizeof note, MSG_DONTWAIT), 7);
-    EXPECT_STREQ(note, "READY=1");
-    close(fd);
+  for (testutil::NotifySocket* listener : {&at_path, &at_name}) {
+    EXPECT_EQ(listener->Received(), std::vector<std::string>{"READY=1"});
   }
 }
 

@@ -27,7 +27,7 @@ bool ObjectExists(const std::string& name) {
 }
 
 TEST(StatusRecordTest, ReadersSeeWholeUpdatesOfALiveWriterOnly) {
-  const std::string name = platform_test::UniqueName("status");
+  const std::string name = testutil::UniqueName("bs_test_status_");
   EXPECT_EQ(StatusRecord::Create(""), nullptr);
   // A writer that died without closing leaves a record nobody reads; the next
   // writer takes it over without its bytes.
@@ -43,7 +43,7 @@ TEST(StatusRecordTest, ReadersSeeWholeUpdatesOfALiveWriterOnly) {
   ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   ASSERT_TRUE(ObjectExists(name));
   EXPECT_EQ(StatusRecord::Open(name), nullptr);
-  const std::string odd = platform_test::UniqueName("odd_size");  // no record's size: not opened
+  const std::string odd = testutil::UniqueName("bs_test_odd_size_");  // no record's size: not opened
   const int fd = shm_open(platform::posix::StatusObjectName(odd).c_str(), O_RDWR | O_CREAT, 0600);
   EXPECT_EQ(StatusRecord::Open(odd), nullptr);
   close(fd);
