@@ -53,9 +53,9 @@ class Library : public LibraryTest {
   // an exception, its error output for a failure, "" for success.
   std::string ServeOne(ConnectionHandle server, const std::string& function, const std::string& structure = "ZBATCH_LINE",
                        const std::string& csv = "NAME\n") {
-    std::future<RunResult> call = CallLater(function, structure, csv);
+    std::future<testutil::RunResult> call = CallLater(function, structure, csv);
     EXPECT_EQ(1, Serve(server, 1).dispatched) << lib.LastError();
-    const RunResult result = call.get();
+    const testutil::RunResult result = call.get();
     return result.exit_code == 0 ? "" : result.out.empty() ? result.err : result.out;
   }
 };
@@ -176,7 +176,7 @@ TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEnds) {
             "cannot be a NUM",
             conversion_error);
   // The exception passes through RfcDispatch; the caller is answered anyway.
-  std::future<RunResult> throws = CallLater("Z_THROWS");
+  std::future<testutil::RunResult> throws = CallLater("Z_THROWS");
   ASSERT_TRUE(testutil::Eventually([&] { return lib.RfcListen(server) != RFC_NOTHING_WAITING; }));
   EXPECT_THROW(lib.RfcDispatch(server), std::runtime_error);
   EXPECT_NE(std::string::npos, throws.get().err.find("ended with an exception"));

@@ -183,7 +183,7 @@ TEST(LocalEntryPoints, TablesHandlesStructuresFunctionsAndErrors) {
 }
 
 TEST(LocalEntryPoints, TheLibraryExportsExactlyTheTwentyFourEntryPoints) {
-  const RunResult nm = RunCommand({"/usr/bin/nm", "-D", "--defined-only", LibraryPath()});
+  const testutil::RunResult nm = testutil::RunCommand({"/usr/bin/nm", "-D", "--defined-only", LibraryPath()});
   ASSERT_EQ(0, nm.exit_code) << nm.err;
   std::set<std::string> exported;
   std::istringstream lines(nm.out);

@@ -167,17 +167,17 @@ class LibraryTest : public ::testing::Test {
 
   // The SAP side (`sapsim call`) calls `function` of `program_id` in the
   // background with the CSV's rows as lines of dictionary structure `structure`.
-  std::future<RunResult> CallLater(const std::string& function, const std::string& structure = "ZBATCH_LINE",
+  std::future<testutil::RunResult> CallLater(const std::string& function, const std::string& structure = "ZBATCH_LINE",
                                    const std::string& csv = "NAME\n", const std::string& program_id = "TESTPROG") {
     const std::string file = dir_.Write(function + ".csv", csv);
     const std::vector<std::string> command = {SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
                                               program_id, "--function", function, "--structure", structure,
                                               "--csv", file};
-    return std::async(std::launch::async, [command] { return RunCommand(command); });
+    return std::async(std::launch::async, [command] { return testutil::RunCommand(command); });
   }
 
   const RfcLibrary& lib = RfcLibrary::Get();
-  TempDir dir_;
+  testutil::TempDir dir_;
   std::unique_ptr<SapsimProcess> sapsim_;
   std::vector<ConnectionHandle> handles_;
 };

@@ -31,9 +31,7 @@ struct RfcLibrary {
   int LastErrorGroup() const;
 };
 
-using testutil::BuildDir;
-using testutil::SourceDir;
-inline std::string LibraryPath() { return BuildDir() + "/lib/librfcsim.so"; }
-inline std::string SapsimPath() { return BuildDir() + "/bin/sapsim"; }
+inline std::string LibraryPath() { return testutil::BuildDir() + "/lib/librfcsim.so"; }
+inline std::string SapsimPath() { return testutil::BuildDir() + "/bin/sapsim"; }
 
 }  // namespace sapsim::testing

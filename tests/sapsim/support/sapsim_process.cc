@@ -34,7 +34,7 @@ SapsimProcess::SapsimProcess(const Options& options) {
   // The ports are announced on standard output once the system listens.
   testutil::Eventually(
       [&] {
-        const std::string out = ReadFile(out_path);
+        const std::string out = testutil::ReadBytes(out_path);
         port_ = PortAfter(out, "sapsim: listening on port ");
         ms_port_ = PortAfter(out, "sapsim: message server on port ");
         int status = 0;
@@ -44,7 +44,7 @@ SapsimProcess::SapsimProcess(const Options& options) {
       },
       std::chrono::seconds(20));
   if (port_ == 0 || (options.message_server && ms_port_ == 0)) {
-    const std::string output = ReadFile(out_path);
+    const std::string output = testutil::ReadBytes(out_path);
     Stop();
     throw std::runtime_error("sapsim did not come up; output: " + output + "; log: " + Log());
   }
@@ -68,6 +68,6 @@ int SapsimProcess::Stop() {
   return testutil::ExitCode(status);
 }
 
-std::string SapsimProcess::Log() const { return ReadFile(log_path_); }
+std::string SapsimProcess::Log() const { return testutil::ReadBytes(log_path_); }
 
 }  // namespace sapsim::testing

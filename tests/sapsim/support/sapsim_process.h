@@ -13,11 +13,7 @@
 
 namespace sapsim::testing {
 
-using testutil::RunCommand;
-using testutil::RunResult;
 using TempDir = testutil::TempDir;
-
-inline std::string ReadFile(const std::string& path) { return testutil::ReadBytes(path); }
 
 // `sapsim serve` running in the background.
 class SapsimProcess {
@@ -46,7 +42,7 @@ class SapsimProcess {
   std::string Log() const;
 
  private:
-  TempDir dir_;
+  testutil::TempDir dir_;
   std::string log_path_;
   pid_t pid_ = -1;
   uint16_t port_ = 0;
