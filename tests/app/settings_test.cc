@@ -73,15 +73,4 @@ TEST(SettingsTest, CommandLineIsTrimmedAndSplitAtTheFirstBlank) {
   EXPECT_THROW(CSettings(" \t "), std::string) << "no path at all";
 }
 
-// The shipped example must stay a complete, loadable configuration.
-TEST(SettingsTest, ExampleSectionSetsEveryKey) {
-  const CSettings settings(std::string("SRV1 ") + BS_TEST_SOURCE_DIR + "/examples/batchserver.ini");
-  for (std::size_t i = 0; i < CSettings::kFieldCount; ++i) {
-    const std::string value = settings.Get(static_cast<CSettings::Field>(i));
-    // Comment lines must not leak into values, nor values run past their line.
-    EXPECT_TRUE(!value.empty() && value.find_first_of("\r\n") == std::string::npos) << i << ": " << value;
-  }
-  EXPECT_EQ(settings.GetLibrary(), "build/lib/librfcsim.so");
-}
-
 }  // namespace

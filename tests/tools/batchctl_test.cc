@@ -34,15 +34,13 @@ std::string Outcome(const std::vector<std::string>& args) {
   return std::to_string(result.exit_code) + "|" + result.out + "|" + result.err;
 }
 
-std::string UniqueName(const std::string& stem) { return testutil::UniqueName("bs_ctl_" + stem + "_"); }
-
 TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
-  const std::string none = UniqueName("none");
+  const std::string none = testutil::UniqueName("bs_ctl_none_");
   EXPECT_EQ(Outcome({"status", none}), "3|not running\n|");
   EXPECT_EQ(Outcome({"stop", none}), "1||batchctl: no running batch server named '" + none + "'\n");
   EXPECT_EQ(Event::Open(none), nullptr) << "a refused stop must not leave an event behind";
 
-  const std::string base = UniqueName("odd");
+  const std::string base = testutil::UniqueName("bs_ctl_odd_");
   for (const std::string& name : {base, base + "/a/b", base + "..", "." + base,
                                   base + "\xc3\xa4\xe2\x82\xac", base + std::string(300, 'L'), base + "\\c:\\x"}) {
     auto event = Event::Create(name, false);
@@ -61,7 +59,7 @@ TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
   }
 
   // A server that died without closing its event is not running.
-  const std::string dead = UniqueName("dead");
+  const std::string dead = testutil::UniqueName("bs_ctl_dead_");
   const pid_t pid = fork();
   ASSERT_GE(pid, 0);
   if (pid == 0) _exit(Event::Create(dead, false) != nullptr ? 0 : 1);
@@ -76,7 +74,7 @@ TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
 // Each state the worker publishes, as a person and a monitor read it, and
 // as a service manager hears it: ready at once, then every changed line.
 TEST(BatchctlTest, StatusReportsTheWorkersStateWithItsExitCode) {
-  const std::string name = UniqueName("state");
+  const std::string name = testutil::UniqueName("bs_ctl_state_");
   auto event = Event::Create(name, false);
   ASSERT_NE(event, nullptr);
   testutil::NotifySocket manager("@" + name);
