@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -244,9 +243,7 @@ TEST_F(ServerAppTest, FailuresInsideACallAreReportedAndServingGoesOn) {
     EXPECT_EQ(echo.processed, c.processed);
     EXPECT_EQ(script().CallsOf("RfcSendData").size(), c.send_data == RFC_OK ? 0u : 1u);
     script().log.clear();
-    EXPECT_TRUE(c.trace.empty() || std::search(run.lines.begin(), run.lines.end(), c.trace.begin(), c.trace.end()) !=
-                                       run.lines.end())
-        << run.content;
+    EXPECT_TRUE(c.trace.empty() || Contains(run.lines, c.trace)) << run.content;
     EXPECT_EQ(echo.GetConnection(), nullptr);
   }
   // An application text is not the dispatcher's to report: it leaves Run.

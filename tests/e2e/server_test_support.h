@@ -2,7 +2,6 @@
 // Server functions and small helpers shared by the server framework's tests.
 
 #include <algorithm>
-#include <initializer_list>
 #include <memory>
 #include <regex>
 #include <string>
@@ -75,8 +74,7 @@ inline int CountOf(const std::vector<std::string>& items, const std::string& ite
 inline std::string CloneExplanationInTrace() { return std::regex_replace(kCloneExplanation, std::regex("\n"), "\r\n"); }
 
 // True when `lines` hold `run` as consecutive lines.
-inline bool Contains(const std::vector<std::string>& lines, std::initializer_list<std::string> run) {
-  const std::vector<std::string> wanted(run);
+inline bool Contains(const std::vector<std::string>& lines, const std::vector<std::string>& wanted) {
   return std::search(lines.begin(), lines.end(), wanted.begin(), wanted.end()) != lines.end();
 }
 
