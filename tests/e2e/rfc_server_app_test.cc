@@ -101,51 +101,17 @@ TEST_F(ServerAppTest, CatchAllAndFunctionsAreInstalledWithTheirDocumentationAndF
   EXPECT_EQ(first.GetServerApp(), &app);
 }
 
-TEST_F(ServerAppTest, CallsRunReceiveProcessAndReturnOnTheCallsHandleAndUnknownOnesAreRaised) {
-  Accept();
-  CRfcServerApp app(&connection_);
-  EchoFunc echo("Z_ECHO");
-  EchoFunc tables_only("Z_TABLES", nullptr, /*with_scalars=*/false);
-  app.AddFunction(&echo);
-  app.AddFunction(&tables_only);
-  script().log.clear();
-  std::string out;
-  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { out = Serve(app, {"Z_ECHO", "Z_NOWHERE", "Z_TABLES"}); });
-  EXPECT_EQ(out, std::string("\n Main Thread  ") + kMissing);
-  EXPECT_EQ(testutil::Join(echo.processed, tables_only.processed), "1|1|");
-  // During the call the function used a connection of its own on the call's
-  // handle; afterwards it points nowhere; the borrowed handle was never closed.
-  EXPECT_EQ(echo.handle_seen, 1u);
-  EXPECT_NE(echo.connection_seen, &connection_);
-  EXPECT_EQ(echo.GetConnection(), nullptr);
-  EXPECT_EQ(connection_.GetHandle(), 1u);
-  // The release is learnt once, at the first call.
-  EXPECT_EQ(script().Entries(),
-            (std::vector<std::string>{"RfcListen", "RfcDispatch", "RfcGetName", "RfcGetData", "RfcGetAttributes",
-                                      "RfcSendData", "RfcListen", "RfcDispatch", "RfcGetName", "RfcRaise", "RfcListen",
-                                      "RfcDispatch", "RfcGetName", "RfcGetData", "RfcSendData", "RfcListen"}));
-  EXPECT_STREQ(connection_.GetRelease(), "46C");
-  const std::vector<stand_in::Record> received = script().CallsOf("RfcGetData");
-  ASSERT_EQ(received.size(), 2u);
-  EXPECT_EQ(received[0].handle, 1u);
-  EXPECT_EQ(received[0].names, (std::vector<std::string>{"IN_VALUE", "|", "LINES"}));
-  // A function without imports still receives its tables.
-  EXPECT_EQ(received[1].names, (std::vector<std::string>{"|", "LINES"}));
-  const std::vector<stand_in::Record> sent = script().CallsOf("RfcSendData");
-  ASSERT_EQ(sent.size(), 2u);
-  EXPECT_EQ(sent[0].names, (std::vector<std::string>{"OUT_VALUE", "|", "LINES"}));
-  const std::vector<stand_in::Record> raised = script().CallsOf("RfcRaise");
-  ASSERT_EQ(raised.size(), 1u);
-  EXPECT_EQ(testutil::Join(raised[0].handle, raised[0].text), testutil::Join(1, kMissing));
-  EXPECT_TRUE(Contains(run.lines, {"CRfcServerApp::Dispatch called", "", "", ""}));
-  EXPECT_TRUE(Contains(run.lines, {"CRfcServerApp::Invoke called", kMissing})) << run.content;
-}
-
 TEST_F(ServerAppTest, DispatchRefusesWithoutApplicationAndHandsBackAFailedNameLookup) {
   script().current_names.emplace_back(5, "Z_ECHO");
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(CRfcServerApp::Dispatch(5), RFC_OK);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("\n Main Thread  ") + kMissing);
+  std::string out;
+  const rfc_test::TracedRun run = rfc_test::RunTraced([&] {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(CRfcServerApp::Dispatch(5), RFC_OK);
+    out = testing::internal::GetCapturedStdout();
+  });
+  EXPECT_EQ(out, std::string("\n Main Thread  ") + kMissing);
+  EXPECT_TRUE(Contains(run.lines, {"CRfcServerApp::Dispatch called", "", "", ""})) << run.content;
+  EXPECT_TRUE(Contains(run.lines, {"CRfcServerApp::Invoke called", kMissing})) << run.content;
   ASSERT_EQ(script().CallsOf("RfcRaise").size(), 1u);
   EXPECT_EQ(script().CallsOf("RfcRaise")[0].handle, 5u);
 

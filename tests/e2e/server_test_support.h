@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_func.h"
@@ -25,23 +24,18 @@ inline constexpr const char* kCloneExplanation =
     "in the derived class of CRfc ServerFunc, \n \tthe copy constructor must be implemented. \n "
     "\tPlease see the multithreading server documentation and/or sample\n\n";
 
-// A server function with an import, an export and a table (or the table
-// alone) that records what its calls saw. It does not implement clone.
+// A server function with an import, an export and a table that counts its
+// calls. It does not implement clone.
 class EchoFunc : public CRfcServerFunc {
  public:
-  explicit EchoFunc(const char* name, const char* docu = nullptr, bool with_scalars = true)
-      : CRfcServerFunc(name), docu_(docu) {
-    if (with_scalars) {
-      AddImport(&in_);
-      AddExport(&out_);
-    }
+  explicit EchoFunc(const char* name, const char* docu = nullptr) : CRfcServerFunc(name), docu_(docu) {
+    AddImport(&in_);
+    AddExport(&out_);
     AddTable(&lines_);
   }
 
   int Process() override {
     ++processed;
-    handle_seen = GetHandle();
-    connection_seen = GetConnection();
     if (throw_text != nullptr) throw throw_text;
     if (!throw_string.empty()) throw throw_string;
     out_.Value() = processed;
@@ -53,8 +47,6 @@ class EchoFunc : public CRfcServerFunc {
   }
 
   int processed = 0;
-  ConnectionHandle handle_seen = 0;
-  CRfcConnection* connection_seen = nullptr;
   const char* throw_text = nullptr;
   std::string throw_string;
 
