@@ -10,6 +10,7 @@
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/function/rfc_table_param.h"
+#include "tests/support/field_info.h"
 #include "tests/support/stand_in_rfc.h"
 
 namespace {
@@ -19,13 +20,8 @@ stand_in::State& Script() { return stand_in::StandIn(STAND_IN_RFC); }
 // Describes the CHAR fields A and B (2 bytes) and, with `third`, C (1 byte);
 // the whole line each time, as AddFieldInfo lays out only what it is given.
 void Describe(CRfcTableParam& table, bool third) {
-  CRfcFieldInfo fields[3] = {};
-  for (int i = 0; i < 3; ++i) {
-    SetFieldName(fields[i], std::string(1, static_cast<char>('A' + i)).c_str());
-    fields[i].column = i;
-    fields[i].type = TYPE_CHAR;
-    fields[i].length = i < 2 ? 2 : 1;
-  }
+  CRfcFieldInfo fields[] = {test_support::Field("A", 0, TYPE_CHAR, 2), test_support::Field("B", 1, TYPE_CHAR, 2),
+                            test_support::Field("C", 2, TYPE_CHAR, 1)};
   table.AddFieldInfo(fields, third ? 3 : 2);
 }
 

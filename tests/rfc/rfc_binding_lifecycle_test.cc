@@ -12,18 +12,11 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/stand_in_rfc.h"
+#include "tests/rfc/rfc_test_support.h"
 
 namespace {
 
-std::string ThrownBy(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const char* text) {
-    return text;
-  }
-  return "<nothing thrown>";
-}
+using rfc_test::Thrown;
 
 TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
   // Every forwarder, called with harmless arguments.
@@ -57,12 +50,12 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
   };
   // Nothing loaded yet: every forwarder throws its own name, twice.
   for (const auto& [name, call] : forwarders) {
-    EXPECT_EQ(ThrownBy(call), "Failed to get pointer to function: " + name);
-    EXPECT_EQ(ThrownBy(call), "Failed to get pointer to function: " + name);
+    EXPECT_EQ(Thrown(call), "Failed to get pointer to function: " + name);
+    EXPECT_EQ(Thrown(call), "Failed to get pointer to function: " + name);
   }
   // A failed load changes nothing.
   EXPECT_FALSE(LoadRfcLibrary("/nonexistent/librfc.so"));
-  EXPECT_EQ(ThrownBy(forwarders[0].second), "Failed to get pointer to function: RfcOpen");
+  EXPECT_EQ(Thrown(forwarders[0].second), "Failed to get pointer to function: RfcOpen");
 
   // Two libraries that answer apart.
   stand_in::State& complete = stand_in::StandIn(STAND_IN_RFC);
@@ -82,13 +75,13 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
   ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC_PARTIAL));
   EXPECT_EQ(RfcOpen(nullptr) + RfcListen(0), 1001u + 1002);
   EXPECT_EQ(RfcDispatch(0), 2003);
-  EXPECT_EQ(ThrownBy(forwarders[22].second),
+  EXPECT_EQ(Thrown(forwarders[22].second),
             "Failed to get pointer to function: RfcCheckRegisterServer");
 
   // A failed load empties the handle: unresolved entry points fail again,
   // resolved ones keep working.
   EXPECT_FALSE(LoadRfcLibrary("/nonexistent/librfc.so"));
-  EXPECT_EQ(ThrownBy([] { RfcRaise(0, nullptr); }), "Failed to get pointer to function: RfcRaise");
+  EXPECT_EQ(Thrown([] { RfcRaise(0, nullptr); }), "Failed to get pointer to function: RfcRaise");
   EXPECT_EQ(RfcDispatch(0), 2003);
 
   // Loading the complete library again makes the missing entry point work,

@@ -234,15 +234,12 @@ TEST(RfcList, AFailedGrowthIsReportedAndKeepsTheEntries) {
     SCOPED_TRACE(c.what);
     CRfcList<int> list;
     Fill(list, 0, 10);
-    auto run = rfc_test::RunTraced([&] {
-      rfc::testing::FailNextAllocation();
-      c.grow(list);
-    });
-    EXPECT_EQ(run.thrown, "Failed to allocate memory!");
-    EXPECT_THAT(run.lines, ::testing::ElementsAre(
-                               "", "", "", ::testing::StartsWith("Rfc Class Library Trace at   "),
-                               "CRfcList<ObjType>::InitList (int nMaxSize) called",
-                               "Memory Allocation Failure"));
+    rfc_test::ExpectTracedFailure(
+        [&] {
+          rfc::testing::FailNextAllocation();
+          c.grow(list);
+        },
+        "CRfcList<ObjType>::InitList (int nMaxSize) called", "Memory Allocation Failure", "Failed to allocate memory!");
     EXPECT_EQ(list.GetMaxSize(), 10);
     ExpectEntries(list, 10);
     Fill(list, 10, 11);  // and it goes on growing afterwards

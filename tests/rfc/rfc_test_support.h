@@ -3,6 +3,7 @@
 // reading what it wrote, and a fixture on the stand-in RFC library with the
 // dictionary answers (PARAMS and FIELDS lines) it hands back.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -36,6 +37,11 @@ struct TracedRun {
   bool threw_text = false;         // a const char* left the code ...
   std::string thrown;              // ... with this text
 };
+
+// The trace file of the thread `thread_id` in `directory`.
+inline std::string TraceFileOf(const std::string& directory, uint32_t thread_id) {
+  return directory + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
+}
 
 // Runs `code` on a thread of its own, so that its trace file holds exactly
 // what it traced, with the trace on (or off) in a fresh directory. Exceptions
@@ -84,8 +90,7 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
     thread.join();
   }
   trace.SetTraceOn(0);
-  const std::string file =
-      dir.path() + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
+  const std::string file = TraceFileOf(dir.path(), thread_id);
   run.file_exists = std::filesystem::exists(file);
   run.content = testutil::ReadBytes(file);
   run.lines = testutil::CrLfLines(run.content);
@@ -101,6 +106,16 @@ inline std::string Thrown(const std::function<void()>& code) {
     return text;
   }
   return "";
+}
+
+// Runs `code` traced: it traces the header, `operation` and `text` and
+// throws `thrown` (by default `text`; "" for nothing thrown).
+inline void ExpectTracedFailure(const std::function<void()>& code, const char* operation, const std::string& text,
+                                const char* thrown = nullptr) {
+  auto run = RunTraced(code);
+  EXPECT_EQ(run.thrown, thrown != nullptr ? thrown : text);
+  EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::StartsWith("Rfc Class Library Trace at   "),
+                                                operation, text));
 }
 
 // The last `count` lines of a run.

@@ -25,12 +25,9 @@ namespace {
 
 using testutil::ReadBytes;
 using rfc_test::RunTraced;
+using rfc_test::TraceFileOf;
 using testutil::TempDir;
 using ::testing::ElementsAre;
-
-std::string TraceFileOf(const std::string& directory, uint32_t thread_id) {
-  return directory + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
-}
 
 RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* message) {
   RFC_ERROR_INFO error{};

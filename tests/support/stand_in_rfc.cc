@@ -338,7 +338,7 @@ int RfcCheckRegisterServer(const char* program_id, const char*, const char*, int
                            int* initialising, int* ready, int* busy, ErrorInfoEx*) {
   Log("RfcCheckRegisterServer", 0, Text(program_id));
   Hold hold(g_mutex);
-  if (g_state.write_counts && total != nullptr) {
+  if (total != nullptr) {
     *total = *ready = g_state.check_total;
     *initialising = *busy = 0;
   }
@@ -346,12 +346,9 @@ int RfcCheckRegisterServer(const char* program_id, const char*, const char*, int
 }
 #endif
 
-int RfcCancelRegisterServer(const char* program_id, const char*, const char*, int* total,
-                            int* cancelled, ErrorInfoEx*) {
+int RfcCancelRegisterServer(const char* program_id, const char*, const char*, int*, int*, ErrorInfoEx*) {
   Log("RfcCancelRegisterServer", 0, Text(program_id));
-  Hold hold(g_mutex);
-  if (g_state.write_counts && total != nullptr) *total = *cancelled = g_state.cancel_cancelled;
-  return g_state.cancel_result;
+  return RFC_OK;
 }
 
 }  // extern "C"

@@ -103,10 +103,8 @@ struct State {
   std::set<unsigned> missing_lines;  // ItGetLine answers null for these
   // Called by ItGetLine first, outside the lock, so that it may change tables.
   std::function<void(unsigned line)> on_get_line;
-  // The registration check and cancel: codes, and counts written unless
-  // write_counts is false (total = ready = check_total, cancelled).
-  int check_result = RFC_OK, check_total = 0, cancel_result = RFC_OK, cancel_cancelled = 0;
-  bool write_counts = true;
+  // The registration check: its code, and the counts it writes (total = ready = check_total).
+  int check_result = RFC_OK, check_total = 0;
 
   // ---- records ----
   std::vector<Record> log;

@@ -19,8 +19,6 @@
 namespace {
 
 using rfc_test::StandInTest;
-using ::testing::ElementsAre;
-using ::testing::StartsWith;
 
 using test_support::Field;
 
@@ -95,14 +93,12 @@ TEST_F(ParamTest, SimpleValuesResetRetypeAndTurnAround) {
 
 TEST_F(ParamTest, BuffersThatCannotBeAllocatedAreReported) {
   CRfcSimpleParam param("P", TYPE_CHAR, 4, 0, 0);
-  auto resize = rfc_test::RunTraced([&] {
-    rfc::testing::FailNextAllocation();
-    param.SetLength(10);
-  });
-  EXPECT_EQ(resize.thrown, "Failed to allocate memory!");
-  EXPECT_THAT(resize.lines, ElementsAre("", "", "", StartsWith("Rfc Class Library Trace at"),
-                                        "CRfcImpExpParam::SetLength(int nLength) called",
-                                        "Memory Allocation Failure"));
+  rfc_test::ExpectTracedFailure(
+      [&] {
+        rfc::testing::FailNextAllocation();
+        param.SetLength(10);
+      },
+      "CRfcImpExpParam::SetLength(int nLength) called", "Memory Allocation Failure", "Failed to allocate memory!");
   // The old buffer is gone, the length is the old one, and nothing is handed
   // to the library to write through.
   EXPECT_EQ(param.GetBuffer(), nullptr);
@@ -117,15 +113,13 @@ TEST_F(ParamTest, BuffersThatCannotBeAllocatedAreReported) {
   EXPECT_EQ(rfc_test::Thrown([&] { s.SetLength(8); }), "Failed to allocate memory!");
   EXPECT_EQ(rfc_test::Thrown([&] { s.FieldValue(0); }), "Failed to find corresponding field info!");  // no buffer
 
-  auto construct = rfc_test::RunTraced([] {
-    rfc::testing::FailAllocations(1, 1);  // the name's buffer, then the value's
-    CRfcStructParam failed("P", 16, 0, nullptr, nullptr);
-  });
-  EXPECT_EQ(construct.thrown, "Failed to allocate memory!");
-  EXPECT_THAT(construct.lines,
-              ElementsAre("", "", "", StartsWith("Rfc Class Library Trace at"),
-                          "CRfcImpExpParam::CRfcImpExpParam(CSTR strParamName...) called",
-                          "Memory Allocation Failure"));
+  rfc_test::ExpectTracedFailure(
+      [] {
+        rfc::testing::FailAllocations(1, 1);  // the name's buffer, then the value's
+        CRfcStructParam failed("P", 16, 0, nullptr, nullptr);
+      },
+      "CRfcImpExpParam::CRfcImpExpParam(CSTR strParamName...) called", "Memory Allocation Failure",
+      "Failed to allocate memory!");
 }
 
 TEST_F(ParamTest, FieldValueOutsideTheDescribedFieldsThrows) {
@@ -134,11 +128,10 @@ TEST_F(ParamTest, FieldValueOutsideTheDescribedFieldsThrows) {
   std::vector<CRfcFieldInfo> fields = {Field("A", 0, TYPE_CHAR, 3), Field("C", 2, TYPE_INT, 4)};
   param.AddFieldInfo(fields.data(), 2);
   for (int index : {-1, 1, 3}) {
-    auto run = rfc_test::RunTraced([&param, index] { param.FieldValue(index); });
-    EXPECT_EQ(run.thrown, "Failed to find corresponding field info!") << index;
-    EXPECT_THAT(run.lines, ElementsAre("", "", "", StartsWith("Rfc Class Library Trace at"),
-                                       "CRfcStructParam::FieldValue(int nIndex) const called",
-                                       "Field not found in structure"));
+    SCOPED_TRACE(index);
+    rfc_test::ExpectTracedFailure([&param, index] { param.FieldValue(index); },
+                                  "CRfcStructParam::FieldValue(int nIndex) const called",
+                                  "Field not found in structure", "Failed to find corresponding field info!");
   }
   EXPECT_NO_THROW(param.FieldValue(2));
   param.FieldValue(0) = "abc";

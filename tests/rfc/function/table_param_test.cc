@@ -21,7 +21,6 @@ namespace {
 
 using rfc_test::StandInTest;
 using ::testing::ElementsAre;
-using ::testing::StartsWith;
 
 using test_support::Field;
 
@@ -31,14 +30,6 @@ class TableParamTest : public StandInTest {
   static void Describe(CRfcTableParam& table, bool gap = false) {
     CRfcFieldInfo fields[] = {Field("NAME", 0, TYPE_CHAR, 3), Field("COUNT", gap ? 2 : 1, TYPE_INT, 4)};
     table.AddFieldInfo(fields, 2);
-  }
-  // Runs `code`, which traces the header, `operation` and `text` and throws
-  // `thrown` (by default `text`).
-  static void ExpectFailure(const std::function<void()>& code, const char* operation, const char* text,
-                            const char* thrown = nullptr) {
-    auto run = rfc_test::RunTraced(code);
-    EXPECT_EQ(run.thrown, thrown != nullptr ? thrown : text);
-    EXPECT_THAT(run.lines, ElementsAre("", "", "", StartsWith("Rfc Class Library Trace at"), operation, text));
   }
 };
 
@@ -110,7 +101,7 @@ TEST_F(TableParamTest, ReceivedTablesAreForgottenNotDeleted) {
 TEST_F(TableParamTest, FailuresOfTheLibraryAreReportedAndLeaveTheTableUsable) {
   CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
   fake().itcreate_failures = 1;
-  ExpectFailure([&] { table.Create(); }, "CRfcTableParam::Create() called", "ItCreate Failure!");
+  rfc_test::ExpectTracedFailure([&] { table.Create(); }, "CRfcTableParam::Create() called", "ItCreate Failure!");
   EXPECT_EQ(table.GetTableHandle(), nullptr);
 
   table.Create();
@@ -118,13 +109,13 @@ TEST_F(TableParamTest, FailuresOfTheLibraryAreReportedAndLeaveTheTableUsable) {
   void* line = table.GetCurrentLine();
   const TableHandle handle = table.GetTableHandle();
   fake().itfree_result = 1;
-  ExpectFailure([&] { table.Clear(); }, "CRfcTableParam::Clear() called", "ItFree Failure!");
+  rfc_test::ExpectTracedFailure([&] { table.Clear(); }, "CRfcTableParam::Clear() called", "ItFree Failure!");
   EXPECT_EQ(table.GetTableHandle(), handle);
   EXPECT_EQ(table.GetCurrentLine(), line);
 
   fake().itfree_result = 0;
   fake().itdelete_result = 5;
-  ExpectFailure([&] { table.Delete(); }, "CRfcTableParam::Delete() called", "ItDelete Failure!");
+  rfc_test::ExpectTracedFailure([&] { table.Delete(); }, "CRfcTableParam::Delete() called", "ItDelete Failure!");
   EXPECT_EQ(table.GetTableHandle(), handle);
   EXPECT_EQ(table.OwnsTable(), 1);
   EXPECT_EQ(ItFill(handle), 0u);  // emptied before the failed delete
@@ -183,9 +174,9 @@ TEST_F(TableParamTest, GetDataOutsideTheDescribedColumnsThrows) {
   table.Create();
   ASSERT_EQ(table.GotoLine(0), 1);
   for (int column : {-1, 1, 3}) {
-    ExpectFailure([&] { table.GetData(table.GetCurrentLine(), column); },
-                  "CRfcTableParam::GetData(void* pLine, int nCol) const called", "Field info not found",
-                  "Failed to find corresponding field info!");
+    rfc_test::ExpectTracedFailure([&] { table.GetData(table.GetCurrentLine(), column); },
+                                  "CRfcTableParam::GetData(void* pLine, int nCol) const called", "Field info not found",
+                                  "Failed to find corresponding field info!");
   }
   EXPECT_EQ(rfc_test::Thrown([&] { table.GetData(nullptr, 0); }), "ItGetLine Failure!");
 }
