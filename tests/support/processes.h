@@ -25,17 +25,6 @@ extern char** environ;
 
 namespace testutil {
 
-// The build and source trees: the environment first, then what the build
-// compiled in.
-inline std::string BuildDir() {
-  const char* dir = std::getenv("BS_BUILD_DIR");
-  return dir != nullptr && *dir != '\0' ? dir : BS_TEST_BUILD_DIR;
-}
-inline std::string SourceDir() {
-  const char* dir = std::getenv("BS_SOURCE_DIR");
-  return dir != nullptr && *dir != '\0' ? dir : BS_TEST_SOURCE_DIR;
-}
-
 // 128 + signal for a killed process, -1 when the status says neither.
 inline int ExitCode(int status) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);

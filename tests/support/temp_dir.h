@@ -1,11 +1,12 @@
 #pragma once
-// A private directory under the system temp dir, removed with everything in it,
-// and small file helpers.
+// The build and source trees, a private directory under the system temp dir
+// (removed with everything in it), and small file helpers.
 
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -13,6 +14,17 @@
 #include <string>
 
 namespace testutil {
+
+// The build and source trees: the environment first, then what the build
+// compiled in.
+inline std::string BuildDir() {
+  const char* dir = std::getenv("BS_BUILD_DIR");
+  return dir != nullptr && *dir != '\0' ? dir : BS_TEST_BUILD_DIR;
+}
+inline std::string SourceDir() {
+  const char* dir = std::getenv("BS_SOURCE_DIR");
+  return dir != nullptr && *dir != '\0' ? dir : BS_TEST_SOURCE_DIR;
+}
 
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
