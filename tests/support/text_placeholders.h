@@ -1,0 +1,27 @@
+#pragma once
+// What differs between runs (times, process ids, generated names, ports,
+// temporary paths) replaced with fixed placeholders, so that a whole output
+// can be compared with an expected file.
+
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace testutil {
+
+// A date and time as the logs and status reports write them.
+inline const std::string kTimePattern = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)";
+
+// `text` matched as it is, not as a pattern.
+inline std::string Literal(const std::string& text) {
+  return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
+}
+
+// Every match of each pattern, in the order given, becomes its placeholder.
+inline std::string WithPlaceholders(std::string text, const std::vector<std::pair<std::string, std::string>>& patterns) {
+  for (const auto& [pattern, placeholder] : patterns) text = std::regex_replace(text, std::regex(pattern), placeholder);
+  return text;
+}
+
+}  // namespace testutil
