@@ -24,4 +24,10 @@ inline std::string WithPlaceholders(std::string text, const std::vector<std::pai
   return text;
 }
 
+// One run of a program as a transcript shows it: the command, the exit code,
+// the output and the error output, each byte as written.
+inline std::string RunText(const std::string& command, int exit_code, const std::string& out, const std::string& err) {
+  return "$ " + command + "\n[exit " + std::to_string(exit_code) + "]\n" + out + "[stderr]\n" + err;
+}
+
 }  // namespace testutil

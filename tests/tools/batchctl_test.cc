@@ -31,13 +31,11 @@ RunResult Batchctl(const std::vector<std::string>& args) {
   return testutil::RunCommand(argv);
 }
 
-// One run as a transcript shows it: the command, its exit code, its output and
-// its error output, each byte as written.
 std::string Transcript(const std::vector<std::string>& args) {
   const RunResult result = Batchctl(args);
-  std::string text = "$ batchctl";
-  for (const std::string& arg : args) text += " " + arg;
-  return text + "\n[exit " + std::to_string(result.exit_code) + "]\n" + result.out + "[stderr]\n" + result.err;
+  std::string command = "batchctl";
+  for (const std::string& arg : args) command += " " + arg;
+  return testutil::RunText(command, result.exit_code, result.out, result.err);
 }
 
 TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {
