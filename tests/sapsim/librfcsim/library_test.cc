@@ -1,131 +1,249 @@
 // librfcsim.so against a running sapsim, for what the batch server's own
 // runs cannot provoke: refused and impossible logons, broken partners, calls
-// that end badly, and concurrent clients.
+// that end badly, and concurrent clients; and the sapsim program as users run
+// it, calling a registered server written here with the C interface. (The
+// batch server end to end covers a call's rows, its exception and the
+// refusal when nobody is registered.)
 
 #include <sys/socket.h>
 
+#include <chrono>
 #include <cstring>
+#include <functional>
 #include <future>
+#include <map>
 #include <stdexcept>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "sapsim/wire/control_messages.h"
 #include "sapsim/wire/frame_channel.h"
-#include "tests/sapsim/support/library_test.h"
+#include "tests/sapsim/support/rfc_library.h"
+#include "tests/sapsim/support/sapsim_process.h"
+#include "tests/sapsim/support/system_files.h"
+#include "tests/support/expected_file.h"
 #include "tests/support/polling.h"
+#include "tests/support/text_placeholders.h"
 
 namespace sapsim::testing {
 namespace {
 
-class Library : public LibraryTest {
+const std::string kExamples = testutil::SourceDir() + "/examples/";
+
+RfcParameterEntry Param(const char* name, int32_t type, void* address, uint32_t length) {
+  return RfcParameterEntry{name, static_cast<uint32_t>(std::strlen(name)), type, length, address};
+}
+RfcTableEntry Table(const char* name, int32_t type, uint32_t line_length, TableHandle handle = nullptr) {
+  return RfcTableEntry{name, static_cast<uint32_t>(std::strlen(name)), type, line_length, handle, 0, 0};
+}
+// Empty parameter and table arrays, for calls that pass nothing.
+struct NoArgs {
+  RfcParameterEntry params[1] = {};
+  RfcTableEntry tables[1] = {};
+};
+
+// Calls are dispatched in the test's thread or in a thread started after the
+// handlers are set, so the map needs no lock.
+std::map<std::string, std::function<int(ConnectionHandle)>> g_handlers;
+
+// One catch-all server function hands each call to the handler the test set
+// for that function name.
+int CatchAll(ConnectionHandle handle) {
+  const RfcLibrary& lib = RfcLibrary::Get();
+  char name[RFC_FUNCTION_NAME_SIZE];
+  if (lib.RfcGetName(handle, name) != RFC_OK) return RFC_FAILURE;
+  const auto handler = g_handlers.find(name);
+  return handler != g_handlers.end() ? handler->second(handle) : lib.RfcRaise(handle, "NO_HANDLER_IN_TEST");
+}
+
+struct ServeResult {
+  int dispatched = 0;
+  int last_rc = RFC_OK;  // RFC_CLOSED when the connection ended, RFC_NOTHING_WAITING at the time limit
+};
+// Listens and dispatches until `calls` calls were served, the connection
+// closed, or 20 seconds passed without a call.
+ServeResult Serve(ConnectionHandle handle, int calls) {
+  const RfcLibrary& lib = RfcLibrary::Get();
+  ServeResult result;
+  auto idle_since = std::chrono::steady_clock::now();
+  while (result.dispatched < calls) {
+    result.last_rc = lib.RfcListen(handle);
+    if (result.last_rc == RFC_NOTHING_WAITING && std::chrono::steady_clock::now() - idle_since <= std::chrono::seconds(20)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      continue;
+    }
+    if (result.last_rc != RFC_OK || (result.last_rc = lib.RfcDispatch(handle)) != RFC_OK) return result;
+    ++result.dispatched;
+    idle_since = std::chrono::steady_clock::now();
+  }
+  return result;
+}
+
+// One run of sapsim as a transcript shows it.
+std::string Sapsim(const std::vector<std::string>& arguments) {
+  std::vector<std::string> command = {SapsimPath()};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  const testutil::RunResult result = testutil::RunCommand(command);
+  std::string line = "sapsim";
+  for (const std::string& argument : arguments) line += " " + argument;
+  return testutil::RunText(line, result.exit_code, result.out, result.err);
+}
+
+// A running system; client logons and registrations are closed at the end.
+class Library : public ::testing::Test {
  protected:
-  void SetUp() override { Start(); }
+  void SetUp() override { Start(SmallSystem()); }
+  void TearDown() override {
+    for (ConnectionHandle handle : handles_) lib.RfcClose(handle);
+    EXPECT_EQ(0, sapsim_->Stop()) << sapsim_->Log();
+  }
+  void Start(const std::string& system) {
+    SapsimProcess::Options options;
+    options.system_file = dir_.Write("system.json", system);
+    sapsim_ = std::make_unique<SapsimProcess>(options);
+    lib.RfcInstallFunction(RFC_GLOBAL_SERVER_NAME, &CatchAll, "tests");
+  }
+
+  // A client logon through the gateway; 0 when refused. Not kept, so that
+  // threads can log on.
+  ConnectionHandle Logon(const char* password = "secret", const char* client = "100") {
+    const std::string port = sapsim_->port_text();
+    GatewayLogonOptions gateway{"127.0.0.1", port.c_str()};
+    OpenOptions options{"", RFC_MODE_GATEWAY, &gateway, client, "BATCH", password, "E", 0};
+    return lib.RfcOpen(&options);
+  }
+  // A registration of `program_id` at the system's gateway; 0 when refused.
+  ConnectionHandle Accept(const std::string& program_id = "TESTPROG") {
+    std::string a = "-a" + program_id, g = "-g127.0.0.1", x = "-x" + sapsim_->port_text();
+    char* argv[] = {a.data(), g.data(), x.data(), nullptr};
+    return Keep(lib.RfcAccept(argv));
+  }
+  ConnectionHandle Keep(ConnectionHandle handle) {
+    if (handle != 0) handles_.push_back(handle);
+    return handle;
+  }
   bool LastErrorHas(const std::string& part) const { return lib.LastError().find(part) != std::string::npos; }
+
+  // RfcCall and RfcReceive; the exception the partner raised goes to *exception.
+  int CallReceive(ConnectionHandle handle, const char* function, RfcParameterEntry* imports,
+                  RfcParameterEntry* exports, RfcTableEntry* tables, std::string* exception = nullptr) {
+    int rc = lib.RfcCall(handle, function, imports, tables);
+    if (rc != RFC_OK) return rc;
+    char* raised = nullptr;
+    rc = lib.RfcReceive(handle, exports, tables, &raised);
+    if (exception != nullptr) *exception = raised != nullptr ? raised : "";
+    return rc;
+  }
   int Answer(ConnectionHandle h) {
     NoArgs none;
     return lib.RfcSendData(h, none.params, none.tables);
   }
-  // RFC_READ_TABLE of ZORDERS with the OPTIONS lines given: the IDENT of each
-  // row read, or the exception raised.
+  // RFC_READ_TABLE with the OPTIONS lines given: the IDENT of each row read,
+  // or the exception raised.
   std::string ReadOrders(ConnectionHandle handle, const std::vector<std::string>& options,
-                         int32_t rowcount = 0, const char* table = "ZORDERS") {
-    Chars<30> query(table);
-    RfcParameterEntry imports[] = {Param("QUERY_TABLE", RFCTYPE_CHAR, query.text, 30),
-                                   Param("ROWCOUNT", RFCTYPE_INT, &rowcount, 4), EndParam()};
+                         int32_t rowcount = 0, const std::string& table = "ZORDERS") {
+    std::string query = table + std::string(30 - table.size(), ' ');
+    RfcParameterEntry imports[] = {Param("QUERY_TABLE", RFCTYPE_CHAR, query.data(), 30),
+                                   Param("ROWCOUNT", RFCTYPE_INT, &rowcount, 4), {}};
     TableHandle options_table = lib.ItCreate("OPTIONS", 72, 0, 0);
     for (size_t i = 0; i < options.size(); ++i) {
-      std::memcpy(lib.ItGupLine(options_table, static_cast<unsigned>(i + 1)), Chars<72>(options[i]).text, 72);
+      const std::string line = options[i] + std::string(72 - options[i].size(), ' ');
+      std::memcpy(lib.ItGupLine(options_table, static_cast<unsigned>(i + 1)), line.data(), 72);
     }
-    RfcTableEntry tables[] = {Table("OPTIONS", RFCTYPE_CHAR, 72, options_table), Table("DATA", RFCTYPE_CHAR, 512),
-                              EndTable()};
+    RfcTableEntry tables[] = {Table("OPTIONS", RFCTYPE_CHAR, 72, options_table), Table("DATA", RFCTYPE_CHAR, 512), {}};
     NoArgs none;
     std::string exception, idents;
     const int rc = CallReceive(handle, "RFC_READ_TABLE", imports, none.params, tables, &exception);
     for (unsigned n = 1; rc == RFC_OK && n <= lib.ItFill(tables[1].handle); ++n) {
-      idents += LineText(lib.ItGetLine(tables[1].handle, n), 0, 10) + ";";
+      const std::string ident(static_cast<const char*>(lib.ItGetLine(tables[1].handle, n)), 10);
+      idents += ident.substr(0, ident.find_last_not_of(' ') + 1) + ";";
     }
     lib.ItDelete(options_table);
     lib.ItDelete(tables[1].handle);
     return rc == RFC_OK ? idents : exception;
   }
+
+  // The SAP side (`sapsim call`) calls `function` of TESTPROG in the
+  // background with the CSV's rows as lines of ZBATCH_LINE.
+  std::future<testutil::RunResult> CallLater(const std::string& function, const std::string& csv = "NAME\n") {
+    const std::vector<std::string> command = {SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
+                                              "TESTPROG", "--function", function, "--structure", "ZBATCH_LINE",
+                                              "--csv", dir_.Write(function + ".csv", csv)};
+    return std::async(std::launch::async, [command] { return testutil::RunCommand(command); });
+  }
   // What `sapsim call` reports of one call served here: "EXCEPTION=KEY" for
   // an exception, its error output for a failure, "" for success.
-  std::string ServeOne(ConnectionHandle server, const std::string& function, const std::string& structure = "ZBATCH_LINE",
-                       const std::string& csv = "NAME\n") {
-    std::future<testutil::RunResult> call = CallLater(function, structure, csv);
+  std::string ServeOne(ConnectionHandle server, const std::string& function, const std::string& csv = "NAME\n") {
+    std::future<testutil::RunResult> call = CallLater(function, csv);
     EXPECT_EQ(1, Serve(server, 1).dispatched) << lib.LastError();
     const testutil::RunResult result = call.get();
     return result.exit_code == 0 ? "" : result.out.empty() ? result.err : result.out;
   }
+
+  const RfcLibrary& lib = RfcLibrary::Get();
+  testutil::TempDir dir_;
+  std::unique_ptr<SapsimProcess> sapsim_;
+  std::vector<ConnectionHandle> handles_;
 };
 
+// Every refused or impossible logon: the handle, the error group and the last error.
 TEST_F(Library, LogonsThatCannotSucceedSayWhy) {
-  EXPECT_EQ(0u, Open("wrong"));
-  RFC_ERROR_INFO info{};
-  lib.RfcLastError(&info);
-  EXPECT_STREQ("RFC_ERROR_LOGON_FAILURE", info.key);
-  EXPECT_NE(nullptr, std::strstr(info.message, "client 100, user BATCH on system DEV: name or password"));
-  EXPECT_EQ(0u, Open("secret", "200"));
-  EXPECT_TRUE(LastErrorHas("client does not exist"));
-
   const std::string closed = "1";  // nothing listens on port 1
   GatewayLogonOptions unreachable{"127.0.0.1", closed.c_str()};
   GatewayLogonOptions empty_gateway{"", "sapgw00"};
   GatewayLogonOptions odd_service{"127.0.0.1", "no-such-service-here"};
   ServerLogonOptions no_host{"", 0, 0, nullptr, nullptr, nullptr, 0, 0};
   ServerLogonOptions number_100{"127.0.0.1", 100, 0, nullptr, nullptr, nullptr, 0, 0};
-  const struct { const char* destination; int mode; void* block; std::string message; } cases[] = {
-      {"", RFC_MODE_GATEWAY, &unreachable, "127.0.0.1:" + closed},
-      {"", RFC_MODE_NONE, nullptr, "mode 2 opens no connection"},
-      {"DEV_DEST", RFC_MODE_DESTINATION, nullptr, "destination 'DEV_DEST'"},
-      {"", RFC_MODE_SERVER_LOGON, &no_host, "host is empty"},
-      {"", RFC_MODE_SERVER_LOGON, &number_100, "system number 100"},
-      {"", RFC_MODE_GATEWAY, &empty_gateway, "gateway host is empty"},
-      {"", RFC_MODE_GATEWAY, &odd_service, "gateway service no-such-service-here is unknown"},
-      {"", 9, nullptr, ""},
+  const struct { const char* what; const char* destination; int mode; void* block; } cases[] = {
+      {"unreachable gateway", "", RFC_MODE_GATEWAY, &unreachable},
+      {"mode none", "", RFC_MODE_NONE, nullptr},
+      {"destination", "DEV_DEST", RFC_MODE_DESTINATION, nullptr},
+      {"server without host", "", RFC_MODE_SERVER_LOGON, &no_host},
+      {"system number 100", "", RFC_MODE_SERVER_LOGON, &number_100},
+      {"gateway without host", "", RFC_MODE_GATEWAY, &empty_gateway},
+      {"unknown gateway service", "", RFC_MODE_GATEWAY, &odd_service},
+      {"mode 9", "", 9, nullptr},
   };
+  const auto outcome = [&](const std::string& what, ConnectionHandle handle) {
+    return what + (Keep(handle) == 0 ? ": refused, group " : ": opened, group ") + std::to_string(lib.LastErrorGroup()) +
+           "\n  " + lib.LastError() + "\n";
+  };
+  std::string text = outcome("wrong password", Logon("wrong")) + outcome("unknown client", Logon("secret", "200"));
   for (const auto& c : cases) {
     OpenOptions options{c.destination, c.mode, c.block, "100", "BATCH", "secret", "E", 0};
-    EXPECT_EQ(0u, lib.RfcOpen(&options)) << c.message;
-    EXPECT_TRUE(LastErrorHas(c.message)) << lib.LastError();
+    text += outcome(c.what, lib.RfcOpen(&options));
   }
-  OpenOptions unreachable_again{"", RFC_MODE_GATEWAY, &unreachable, "100", "BATCH", "secret", "E", 0};
-  EXPECT_EQ(0u, lib.RfcOpen(&unreachable_again));
-  EXPECT_EQ(101, lib.LastErrorGroup());
+  text = testutil::WithPlaceholders(text, {{"\\b" + sapsim_->port_text() + "\\b", "<port>"}});
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/library_logons.txt"));
   EXPECT_EQ(RFC_FAILURE, lib.RfcGetAttributes(0, nullptr));
 }
 
+// The IDENTs read, or the exception, for each selection.
 TEST_F(Library, ReadTableSelectsCountsAndRefusesBadQueries) {
-  const ConnectionHandle handle = Open();
+  const ConnectionHandle handle = Keep(Logon());
   ASSERT_NE(0u, handle) << lib.LastError();
   const struct {
     std::vector<std::string> options;
-    int32_t rowcount;
-    const char* table;
-    const char* expected;
+    int32_t rowcount = 0;
+    const char* table = "ZORDERS";
   } cases[] = {
-      {{}, 0, "ZORDERS", "A-1;B-2;C-3;"},
-      {{"IDENT = 'B-2'"}, 0, "ZORDERS", "B-2;"},
-      {{"ident ne 'B-2' AND", "QTY <> '000005'"}, 0, "ZORDERS", "C-3;"},
-      {{"IDENT EQ 'it''s'"}, 0, "ZORDERS", ""},
-      {{}, 2, "ZORDERS", "A-1;B-2;"},
-      {{"IDENT LIKE 'A%'"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
-      {{"IDENT = 'A-1' OR"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
-      {{"IDENT = 'A-1' AND"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
-      {{"NOFIELD = 'x'"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
-      {{"IDENT = 'open"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
-      {{"IDENT = A"}, 0, "ZORDERS", "OPTION_NOT_VALID"},
-      {{}, 0, "ZNO_SUCH_TABLE", "TABLE_NOT_AVAILABLE"},
-      {{}, 0, "RS_PARAMS", "TABLE_NOT_AVAILABLE"},  // a built-in structure, no table
+      {{}},  {{"IDENT = 'B-2'"}}, {{"ident ne 'B-2' AND", "QTY <> '000005'"}}, {{"IDENT EQ 'it''s'"}}, {{}, 2},
+      {{"IDENT LIKE 'A%'"}},  {{"IDENT = 'A-1' OR"}}, {{"IDENT = 'A-1' AND"}}, {{"NOFIELD = 'x'"}},
+      {{"IDENT = 'open"}}, {{"IDENT = A"}}, {{}, 0, "ZNO_SUCH_TABLE"},
+      {{}, 0, "RS_PARAMS"},  // a built-in structure, no table
   };
+  std::string text;
   for (const auto& c : cases) {
-    EXPECT_EQ(c.expected, ReadOrders(handle, c.options, c.rowcount, c.table)) << c.options.size();
+    text += std::string(c.table) + " rows " + std::to_string(c.rowcount);
+    for (const std::string& option : c.options) text += " [" + option + "]";
+    text += " -> " + ReadOrders(handle, c.options, c.rowcount, c.table) + "\n";
   }
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/library_read_table.txt"));
   NoArgs none;
   EXPECT_EQ(RFC_SYS_EXCEPTION, CallReceive(handle, "Z_DOES_NOT_EXIST", none.params, none.params, none.tables));
   EXPECT_TRUE(LastErrorHas("Z_DOES_NOT_EXIST\" not found")) << lib.LastError();
-  EXPECT_EQ(RFC_OK, Ping(handle));
+  EXPECT_EQ(RFC_OK, CallReceive(handle, "RFCPING", none.params, none.params, none.tables));
   char* exception = nullptr;
   EXPECT_EQ(RFC_FAILURE, lib.RfcReceive(handle, none.params, none.tables, &exception));  // no call made
 }
@@ -134,7 +252,7 @@ TEST_F(Library, SeveralClientsCallAtOnceEachOnItsOwnHandle) {
   std::vector<std::future<int>> clients;
   for (int c = 0; c < 4; ++c) {
     clients.push_back(std::async(std::launch::async, [this] {
-      const ConnectionHandle handle = Logon();  // not kept: the list is not shared between threads
+      const ConnectionHandle handle = Logon();
       int good = 0;
       for (int i = 0; handle != 0 && i < 20; ++i) good += ReadOrders(handle, {}) == "A-1;B-2;C-3;";
       lib.RfcClose(handle);
@@ -152,26 +270,26 @@ TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEnds) {
   ASSERT_EQ(RFC_OK, lib.RfcInstallStructure("BATCH_TABLE", elements, 1, &line_type));
   int after_raise = RFC_OK;
   std::string conversion_error;
-  SetHandler("Z_REFUSE", [&](ConnectionHandle h) {
+  g_handlers["Z_REFUSE"] = [&](ConnectionHandle h) {
     const int rc = lib.RfcRaise(h, "NOT_ALLOWED");
     after_raise = Answer(h);  // already answered
     return rc;
-  });
-  SetHandler("Z_SILENT", [](ConnectionHandle) { return 0; });
-  SetHandler("Z_THROWS", [](ConnectionHandle) -> int { throw std::runtime_error("server function failed"); });
-  SetHandler("Z_NEGATIVE", [&](ConnectionHandle h) {
-    RfcParameterEntry no_imports[] = {EndParam()};
-    RfcTableEntry tables[] = {Table("BATCH_TABLE", line_type, 6), EndTable()};
+  };
+  g_handlers["Z_SILENT"] = [](ConnectionHandle) { return 0; };
+  g_handlers["Z_THROWS"] = [](ConnectionHandle) -> int { throw std::runtime_error("server function failed"); };
+  g_handlers["Z_NEGATIVE"] = [&](ConnectionHandle h) {
+    RfcParameterEntry no_imports[] = {{}};
+    RfcTableEntry tables[] = {Table("BATCH_TABLE", line_type, 6), {}};
     if (lib.RfcGetData(h, no_imports, tables) != RFC_OK) conversion_error = lib.LastError();
     return lib.RfcRaise(h, "BAD_DATA");
-  });
-  SetHandler("Z_FINE", [&](ConnectionHandle h) { return Answer(h); });
+  };
+  g_handlers["Z_FINE"] = [&](ConnectionHandle h) { return Answer(h); };
 
   EXPECT_EQ("EXCEPTION=NOT_ALLOWED\n", ServeOne(server, "Z_REFUSE"));
   EXPECT_EQ(RFC_FAILURE, after_raise);
   EXPECT_NE(std::string::npos, ServeOne(server, "Z_SILENT").find("ended without sending data"));
   // COUNT -2 cannot become this server's NUM field.
-  EXPECT_EQ("EXCEPTION=BAD_DATA\n", ServeOne(server, "Z_NEGATIVE", "ZBATCH_LINE", "NAME,COUNT\nx,1\ny,-2\n"));
+  EXPECT_EQ("EXCEPTION=BAD_DATA\n", ServeOne(server, "Z_NEGATIVE", "NAME,COUNT\nx,1\ny,-2\n"));
   EXPECT_EQ("RFC_ERROR_CONVERSION: call of Z_NEGATIVE: table BATCH_TABLE, line 2: field COUNT: -2 is negative and "
             "cannot be a NUM",
             conversion_error);
@@ -212,6 +330,62 @@ TEST_F(Library, CallerThatBreaksOffMidCallCostsTheServerOnlyItsConnection) {
   }
   EXPECT_EQ(RFC_CLOSED, Serve(server, 1).last_rc);
   EXPECT_NE(0u, Accept()) << lib.LastError();
+}
+
+TEST(SapsimServe, RefusesBadStartsWithExitCodeTwoAndTheReason) {
+  testutil::TempDir dir;
+  const std::string file = dir.Write("bad.json", R"({"system_id": "DEV", "release": "46C",
+    "structures": {"ZS": [{"name": "A", "type": "C", "length": 2}]},
+    "tables": {"ZS": [{"A": "ok"}, {"A": "too long"}]}})");
+  std::string text;
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"serve", "--system", file, "--port", "0"}, {"serve", "--system", dir.File("none.json")},
+           {"serve", "--port", "0"}, {"serve", "--system", file, "--port", "70000"}, {}}) {
+    text += Sapsim(arguments);
+  }
+  text = testutil::WithPlaceholders(text, {{testutil::Literal(dir.path()), "<dir>"}});
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/sapsim_serve_refusals.txt"));
+}
+
+class SapsimCall : public Library {
+ protected:
+  void SetUp() override { Start(testutil::ReadBytes(kExamples + "system.json")); }
+  std::string Call(const std::string& structure, const std::string& csv, std::vector<std::string> more = {}) {
+    std::vector<std::string> arguments = {"call", "--port", sapsim_->port_text(), "--program-id", "BATCHSRV",
+                                          "--function", "Z_BATCH_ORDERS", "--structure", structure, "--csv", csv};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return Sapsim(arguments);
+  }
+};
+
+// A repeated call prints one summary line; bad batches and options are
+// refused before any call; a second serve finds the port taken.
+TEST_F(SapsimCall, CallsRepeatsAndRefuses) {
+  std::string text = Sapsim({"serve", "--system", kExamples + "system.json", "--port", sapsim_->port_text()});
+  int calls = 0;
+  g_handlers["Z_BATCH_ORDERS"] = [&](ConnectionHandle h) {
+    ++calls;
+    return Answer(h);
+  };
+  const ConnectionHandle handle = Accept("BATCHSRV");
+  ASSERT_NE(0u, handle) << lib.LastError();
+  std::thread server([&] { Serve(handle, 5); });
+  text += Call("ZBATCH_ORDER", kExamples + "batches/orders.csv", {"--repeat", "4"});
+  // The other sample batch must fit the example system too.
+  text += Call("ZBATCH_CUSTOMER", kExamples + "batches/customers.csv");
+  server.join();
+  EXPECT_EQ(5, calls);
+  text += Call("ZBATCH_ORDER", dir_.Write("unknown.csv", "H_IDENT,COLOUR\nx,red\n"));
+  text += Call("ZBATCH_ORDER", dir_.Write("long.csv", "H_IDENT,T_IDENT\nH1,T1\nH2,T_IDENT_TOO_LONG\n"));
+  text += Call("ZBATCH_ORDER", dir_.Write("number.csv", "IDENT,QUANTITY\n1,12\n2,twelve\n"));
+  text += Call("ZBATCH_ORDER", dir_.File("absent.csv"));
+  text += Call("ZNOPE", kExamples + "batches/orders.csv");
+  text += Sapsim({"call", "--port", sapsim_->port_text()});
+  text = testutil::WithPlaceholders(text, {{testutil::Literal(dir_.path()), "<dir>"},
+                                           {testutil::Literal(kExamples), "<examples>/"},
+                                           {"\\b" + sapsim_->port_text() + "\\b", "<port>"},
+                                           {"(seconds|per_second)=[0-9.]+", "$1=<n>"}});
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/sapsim_call.txt"));
 }
 
 }  // namespace
