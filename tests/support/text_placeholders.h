@@ -3,6 +3,7 @@
 // temporary paths) replaced with fixed placeholders, so that a whole output
 // can be compared with an expected file.
 
+#include <cstdio>
 #include <regex>
 #include <string>
 #include <utility>
@@ -21,6 +22,17 @@ inline std::string Literal(const std::string& text) {
 // Every match of each pattern, in the order given, becomes its placeholder.
 inline std::string WithPlaceholders(std::string text, const std::vector<std::pair<std::string, std::string>>& patterns) {
   for (const auto& [pattern, placeholder] : patterns) text = std::regex_replace(text, std::regex(pattern), placeholder);
+  return text;
+}
+
+// Bytes as readable text: printable ASCII as it is, every other byte as \xHH.
+inline std::string Escaped(const std::string& bytes) {
+  std::string text;
+  char hex[5];
+  for (unsigned char c : bytes) {
+    std::snprintf(hex, sizeof hex, "\\x%02x", c);
+    text += c >= 32 && c < 127 ? std::string(1, static_cast<char>(c)) : std::string(hex);
+  }
   return text;
 }
 

@@ -1,7 +1,6 @@
 // The system file and the batches of `sapsim call`: what they define, and
 // the message for every kind of mistake, naming the place.
 
-#include <cstdio>
 #include <functional>
 #include <sstream>
 
@@ -13,8 +12,8 @@
 #include "sapsim/tool/batch_rows.h"
 #include "sapsim/tool/csv_reader.h"
 #include "sapsim/wire/rfc_types.h"
-#include "tests/sapsim/support/rfc_library.h"
 #include "tests/support/expected_file.h"
+#include "tests/support/text_placeholders.h"
 
 namespace sapsim::server {
 namespace {
@@ -61,16 +60,7 @@ TEST(SystemFile, BuiltInRepositoryLinesFollowTheRelease) {
 namespace sapsim::tool {
 namespace {
 
-// Printable ASCII as it is, every other byte as \xHH.
-std::string Escaped(const std::string& bytes) {
-  std::string text;
-  char hex[5];
-  for (unsigned char c : bytes) {
-    std::snprintf(hex, sizeof hex, "\\x%02x", c);
-    text += c >= 32 && c < 127 ? std::string(1, static_cast<char>(c)) : std::string(hex);
-  }
-  return text;
-}
+using testutil::Escaped;
 
 TEST(BatchRows, CsvValuesBecomeLinesOfTheStructure) {
   std::vector<CsvRecord> records;
