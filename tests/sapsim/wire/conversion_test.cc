@@ -1,6 +1,7 @@
 // Exact decimal numbers and the conversion of values and whole lines
 // between the RFC types and two layouts of one structure.
 
+#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -10,6 +11,7 @@
 #include "sapsim/wire/line_converter.h"
 #include "sapsim/wire/rfc_types.h"
 #include "sapsim/wire/value_converter.h"
+#include "tests/support/expected_file.h"
 
 namespace sapsim::wire {
 namespace {
@@ -21,35 +23,60 @@ std::string Bytes(T value) {
 const uint8_t* U8(const std::string& text) { return reinterpret_cast<const uint8_t*>(text.data()); }
 constexpr SimpleType Char(uint32_t length) { return {kTypeChar, length, 0}; }
 
-DecimalNumber Parse(const char* text, bool exponent = false) {
+DecimalNumber Parse(const char* text) {
   DecimalNumber number;
   std::string error;
-  EXPECT_TRUE(DecimalNumber::Parse(text, exponent, &number, &error)) << text << ": " << error;
+  EXPECT_TRUE(DecimalNumber::Parse(text, false, &number, &error)) << text << ": " << error;
   return number;
 }
 
-TEST(DecimalNumber, ParsesRoundsAndConverts) {
-  // decimals -1: as parsed.
-  const struct { const char* text; bool exponent; int decimals; const char* shown; } cases[] = {
-      {"  12.50 ", false, -1, "12.50"}, {"12-", false, -1, "-12"},  // trailing sign, as ABAP writes it
-      {"-.5", false, -1, "-0.5"},       {"", false, -1, "0"},        {"-0", false, -1, "0"},
-      {"0007", false, -1, "7"},         {"1.5E3", true, -1, "1500"}, {"2.5e-4", true, -1, "0.00025"},
-      {"1.235", false, 2, "1.24"},      {"-1.235", false, 2, "-1.24"},  // half away from zero
-      {"1.2349", false, 2, "1.23"},     {"9.95", false, 1, "10.0"},  {"0.5", false, 0, "1"},
-      {"5", false, 2, "5.00"},          {"0.4", false, 0, "0"},
-  };
-  for (const auto& c : cases) {
-    const DecimalNumber number = Parse(c.text, c.exponent);
-    EXPECT_EQ(c.shown, (c.decimals < 0 ? number : number.Rescaled(c.decimals)).ToText()) << c.text;
-  }
-  DecimalNumber out;
-  std::string error;
-  for (const char* bad : {"abc", "1.2.3", "-", ".", "1 2", "1e5", "12x"}) {
-    EXPECT_FALSE(DecimalNumber::Parse(bad, false, &out, &error)) << bad;
-    EXPECT_NE(std::string::npos, error.find("not a number")) << bad << ": " << error;
-  }
-  EXPECT_FALSE(DecimalNumber::Parse("1e", true, &out, &error));
+std::string Hex(const uint8_t* bytes, size_t length) {
+  std::string hex;
+  char digits[3];
+  for (size_t i = 0; i < length; ++i) hex += (std::snprintf(digits, sizeof digits, "%02X", bytes[i]), digits);
+  return hex;
+}
 
+// Parsing, rounding (half away from zero) and packing, one line per input.
+TEST(DecimalNumber, ParsesRoundsPacksAndConverts) {
+  const struct { const char* text; bool exponent; int decimals; } texts[] = {  // decimals -1: as parsed
+      {"  12.50 ", false, -1}, {"12-", false, -1},  // trailing sign, as ABAP writes it
+      {"-.5", false, -1},      {"", false, -1},      {"-0", false, -1},     {"0007", false, -1},
+      {"1.5E3", true, -1},     {"2.5e-4", true, -1}, {"1.235", false, 2},   {"-1.235", false, 2},
+      {"1.2349", false, 2},    {"9.95", false, 1},   {"0.5", false, 0},     {"5", false, 2},
+      {"0.4", false, 0},       {"abc", false, -1},   {"1.2.3", false, -1},  {"-", false, -1},
+      {".", false, -1},        {"1 2", false, -1},   {"1e5", false, -1},    {"12x", false, -1},
+      {"1e", true, -1},
+  };
+  std::string text;
+  for (const auto& c : texts) {
+    DecimalNumber number;
+    std::string error;
+    text += std::string("'") + c.text + "'" + (c.exponent ? " with exponent" : "") +
+            (c.decimals >= 0 ? " to " + std::to_string(c.decimals) + " decimals" : "") + " -> ";
+    const bool parsed = DecimalNumber::Parse(c.text, c.exponent, &number, &error);
+    text += (parsed ? (c.decimals < 0 ? number : number.Rescaled(c.decimals)).ToText() : error) + "\n";
+  }
+  const struct { const char* text; size_t length; int decimals; } packs[] = {
+      {"1.23", 3, 2}, {"-3.14159", 3, 2}, {"12.5", 2, 0}, {"", 3, 2}, {"999.99", 3, 2}, {"1234", 3, 2},
+      {"999.995", 3, 2}};  // rounding overflows
+  for (const auto& c : packs) {
+    std::vector<uint8_t> bytes(c.length);
+    std::string error;
+    const bool packed = Parse(c.text).ToPacked(bytes.data(), c.length, c.decimals, &error);
+    text += std::string("'") + c.text + "' packed in " + std::to_string(c.length) + " bytes with " +
+            std::to_string(c.decimals) + " decimals -> " + (packed ? Hex(bytes.data(), c.length) : error) + "\n";
+  }
+  const std::vector<uint8_t> unpacks[] = {{0x00, 0x1D}, {0x0A, 0x1C}, {0xA1}};  // A1: the high nibble is a digit too
+  for (const std::vector<uint8_t>& bytes : unpacks) {
+    DecimalNumber number;
+    std::string error;
+    const bool ok = DecimalNumber::FromPacked(bytes.data(), bytes.size(), 0, &number, &error);
+    text += "packed " + Hex(bytes.data(), bytes.size()) + " -> " + (ok ? number.ToText() : error) + "\n";
+  }
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/decimal_number.txt"));
+
+  DecimalNumber out;
   int64_t v = 0;
   EXPECT_TRUE(Parse("-9223372036854775808").ToInt(&v));
   EXPECT_EQ(std::numeric_limits<int64_t>::min(), v);
@@ -62,98 +89,56 @@ TEST(DecimalNumber, ParsesRoundsAndConverts) {
   EXPECT_FALSE(DecimalNumber::FromDouble(std::numeric_limits<double>::infinity(), &out));
 }
 
-TEST(DecimalNumber, PackedDigitsAndSignNibbles) {
-  const struct {
-    const char* text;
-    size_t length;
-    int decimals;
-    const char* hex;  // "!": does not fit
-  } packs[] = {{"1.23", 3, 2, "00123C"}, {"-3.14159", 3, 2, "00314D"}, {"12.5", 2, 0, "013C"},
-               {"", 3, 2, "00000C"},     {"999.99", 3, 2, "99999C"},   {"1234", 3, 2, "!"},
-               {"999.995", 3, 2, "!"}};  // rounding overflows
-  for (const auto& c : packs) {
-    std::vector<uint8_t> bytes(c.length);
-    std::string error, hex;
-    if (Parse(c.text).ToPacked(bytes.data(), c.length, c.decimals, &error)) {
-      char buf[4];
-      for (uint8_t b : bytes) hex += (std::snprintf(buf, sizeof buf, "%02X", b), buf);
-    } else {
-      hex = "!";
-      EXPECT_NE(std::string::npos, error.find("does not fit")) << error;
-    }
-    EXPECT_EQ(c.hex, hex) << c.text;
-  }
-  DecimalNumber number;
-  std::string error;
-  const uint8_t negative[] = {0x00, 0x1D};
-  ASSERT_TRUE(DecimalNumber::FromPacked(negative, 2, 0, &number, &error));
-  EXPECT_EQ("-1", number.ToText());
-  const uint8_t bad[] = {0x0A, 0x1C};
-  EXPECT_FALSE(DecimalNumber::FromPacked(bad, 2, 0, &number, &error));
-  EXPECT_NE(std::string::npos, error.find("invalid digit"));
-  const uint8_t bad_last[] = {0xA1};  // the last byte's high nibble is a digit too
-  EXPECT_FALSE(DecimalNumber::FromPacked(bad_last, 1, 0, &number, &error));
+std::string TypeText(const SimpleType& type) {
+  return std::string(TypeName(type.type)) + " " + std::to_string(type.length) +
+         (type.decimals == kDecimalsUnknown ? ".?" : type.decimals != 0 ? "." + std::to_string(type.decimals) : "");
+}
+// CHAR, NUM, DATE and TIME as text; the binary types as hex bytes.
+std::string Shown(int32_t type, const std::string& bytes) {
+  const bool text = type == kTypeChar || type == kTypeNum || type == kTypeDate || type == kTypeTime;
+  return text ? "'" + bytes + "'" : "0x" + Hex(U8(bytes), bytes.size());
 }
 
+// One line per conversion: the target's bytes, or the error (and the target untouched).
 TEST(ValueConverter, FollowsTheConversionRules) {
   const std::string packed_1234("\x01\x23\x4C", 3);  // 12.34 with 2 decimals
   constexpr SimpleType kInt4{kTypeInt, 4, 0}, kNum5{kTypeNum, 5, 0}, kDate{kTypeDate, 8, 0}, kFloat{kTypeFloat, 8, 0},
       kBcd3{kTypeBcd, 3, 2}, kByte3{kTypeByte, 3, 0}, kByte4{kTypeByte, 4, 0};
-  // `expected`: the target's bytes; "!" when the conversion must fail.
-  const struct { SimpleType from; std::string source; SimpleType to; std::string expected; } cases[] = {
+  const struct { SimpleType from; std::string source; SimpleType to; } cases[] = {
       // CHAR is cut or blank-padded; NUM takes digits only, right-aligned.
-      {Char(2), "ab", Char(4), "ab  "}, {Char(6), "abcdef", Char(3), "abc"}, {Char(4), " 42 ", kNum5, "00042"},
-      {Char(3), "   ", kNum5, "00000"}, {Char(6), "000123", {kTypeNum, 3, 0}, "123"}, {Char(2), "4a", kNum5, "!"},
-      {Char(6), "123456", kNum5, "!"}, {Char(2), "-1", kNum5, "!"},
-      {{kTypeNum, 6, 0}, "000120", kInt4, Bytes<int32_t>(120)}, {kInt4, Bytes<int32_t>(-5), {kTypeNum, 4, 0}, "!"},
+      {Char(2), "ab", Char(4)}, {Char(6), "abcdef", Char(3)}, {Char(4), " 42 ", kNum5}, {Char(3), "   ", kNum5},
+      {Char(6), "000123", {kTypeNum, 3, 0}}, {Char(2), "4a", kNum5}, {Char(6), "123456", kNum5}, {Char(2), "-1", kNum5},
+      {{kTypeNum, 6, 0}, "000120", kInt4}, {kInt4, Bytes<int32_t>(-5), {kTypeNum, 4, 0}},
       // Integers round half away from zero and check their range; INT1 is unsigned.
-      {kInt4, Bytes<int32_t>(70000), {kTypeInt2, 2, 0}, "!"},
-      {kInt4, Bytes<int32_t>(-300), {kTypeInt2, 2, 0}, Bytes<int16_t>(-300)},
-      {kInt4, Bytes<int32_t>(-300), {kTypeInt1, 1, 0}, "!"},
-      {Char(11), "-2147483648", kInt4, Bytes<int32_t>(INT32_MIN)}, {Char(10), "2147483648", kInt4, "!"},
-      {Char(3), "2.5", kInt4, Bytes<int32_t>(3)},
-      {Char(5), "1.5E3", kInt4, "!"},  // only floats take exponents
-      {kInt4, Bytes<int32_t>(-300), Char(6), "-300  "}, {kInt4, Bytes<int32_t>(-300), Char(3), "!"},
+      {kInt4, Bytes<int32_t>(70000), {kTypeInt2, 2, 0}}, {kInt4, Bytes<int32_t>(-300), {kTypeInt2, 2, 0}},
+      {kInt4, Bytes<int32_t>(-300), {kTypeInt1, 1, 0}}, {Char(11), "-2147483648", kInt4}, {Char(10), "2147483648", kInt4},
+      {Char(3), "2.5", kInt4}, {Char(5), "1.5E3", kInt4},  // only floats take exponents
+      {kInt4, Bytes<int32_t>(-300), Char(6)}, {kInt4, Bytes<int32_t>(-300), Char(3)},
       // Packed decimals follow their decimals; an unknown side takes the other's.
-      {kBcd3, packed_1234, Char(8), "12.34   "},
-      {kBcd3, packed_1234, {kTypeBcd, 4, 3}, std::string("\x00\x12\x34\x0C", 4)},
-      {kBcd3, packed_1234, {kTypeBcd, 2, 1}, std::string("\x12\x3C", 2)},
-      {{kTypeBcd, 3, kDecimalsUnknown}, packed_1234, {kTypeBcd, 4, 2}, std::string("\x00\x01\x23\x4C", 4)},
-      {kBcd3, packed_1234, kFloat, Bytes(12.34)}, {kFloat, Bytes(19.995), kBcd3, std::string("\x02\x00\x0C", 3)},
-      {{kTypeBcd, 2, 0}, std::string("\xAB\x0C", 2), Char(8), "!"}, {Char(4), "1234", {kTypeBcd, 2, 0}, "!"},
-      {Char(5), "1.5E3", kFloat, Bytes(1500.0)},
+      {kBcd3, packed_1234, Char(8)}, {kBcd3, packed_1234, {kTypeBcd, 4, 3}}, {kBcd3, packed_1234, {kTypeBcd, 2, 1}},
+      {{kTypeBcd, 3, kDecimalsUnknown}, packed_1234, {kTypeBcd, 4, 2}}, {kBcd3, packed_1234, kFloat},
+      {kFloat, Bytes(19.995), kBcd3}, {{kTypeBcd, 2, 0}, std::string("\xAB\x0C", 2), Char(8)},
+      {Char(4), "1234", {kTypeBcd, 2, 0}}, {Char(5), "1.5E3", kFloat},
       // DATE and TIME are digits or blank, and no numbers.
-      {Char(8), "20240131", kDate, "20240131"}, {Char(0), "", kDate, "00000000"}, {Char(10), "2024-01-31", kDate, "!"},
-      {Char(4), "2024", kDate, "!"}, {Char(6), "235959", {kTypeTime, 6, 0}, "235959"},
-      {kDate, "20240131", Char(10), "20240131  "}, {kDate, "20240131", kInt4, "!"},
+      {Char(8), "20240131", kDate}, {Char(0), "", kDate}, {Char(10), "2024-01-31", kDate}, {Char(4), "2024", kDate},
+      {Char(6), "235959", {kTypeTime, 6, 0}}, {kDate, "20240131", Char(10)}, {kDate, "20240131", kInt4},
       // BYTE travels as hex text.
-      {kByte3, "\x0A\xFF\x10", Char(6), "0AFF10"}, {Char(4), "0aff", kByte4, std::string("\x0A\xFF\x00\x00", 4)},
-      {Char(2), "0g", kByte4, "!"},
-      {Char(3), "abc", kByte4, "!"},  // odd number of digits
-      {kByte3, "\x0A\xFF\x10", {kTypeByte, 2, 0}, "\x0A\xFF"}, {kByte3, "\x0A\xFF\x10", kInt4, "!"},
+      {kByte3, "\x0A\xFF\x10", Char(6)}, {Char(4), "0aff", kByte4}, {Char(2), "0g", kByte4},
+      {Char(3), "abc", kByte4},  // odd number of digits
+      {kByte3, "\x0A\xFF\x10", {kTypeByte, 2, 0}}, {kByte3, "\x0A\xFF\x10", kInt4},
   };
+  std::string text;
   for (const auto& c : cases) {
     std::string target(c.to.length, '#');
     std::string error;
     const bool ok = ConvertValue(c.from, U8(c.source), c.to, reinterpret_cast<uint8_t*>(target.data()), &error);
-    SCOPED_TRACE("from type " + std::to_string(c.from.type) + " '" + c.source + "' to type " +
-                 std::to_string(c.to.type));
-    if (c.expected == "!") {
-      EXPECT_FALSE(ok);
-      EXPECT_FALSE(error.empty());
-      EXPECT_EQ(std::string(c.to.length, '#'), target);  // untouched on failure
-    } else {
-      EXPECT_TRUE(ok) << error;
-      EXPECT_EQ(c.expected, target);
-    }
+    text += TypeText(c.from) + " " + Shown(c.from.type, c.source) + " -> " + TypeText(c.to) + " ";
+    text += (ok ? Shown(c.to.type, target) : "! " + error) + "\n";
+    EXPECT_TRUE(ok || target == std::string(c.to.length, '#')) << "untouched on failure";
   }
-  std::string error;
-  int32_t number = 0;
-  EXPECT_FALSE(ConvertValue(kDate, U8("20240131"), kInt4, reinterpret_cast<uint8_t*>(&number), &error));
-  EXPECT_NE(std::string::npos, error.find("no conversion from DATE to INT")) << error;
   const uint8_t packed[] = {0x00, 0x05, 0x0D};
-  EXPECT_EQ("-0.50", ValueToText(kBcd3, packed));
-  EXPECT_EQ("ab", ValueToText(Char(4), U8("ab  ")));
+  text += "as text: '" + ValueToText(kBcd3, packed) + "' '" + ValueToText(Char(4), U8("ab  ")) + "'\n";
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/value_conversions.txt"));
 }
 
 ValueDesc Layout(std::vector<FieldDesc> fields) {
