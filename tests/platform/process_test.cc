@@ -1,22 +1,130 @@
-// The process's own services: the current directory however long or gone,
+// The process's own services: threads and re-entrant critical sections,
+// libraries loaded at run time, the current directory however long or gone,
 // the C locale's upper case, and word to a service manager.
 
 #include "platform/process.h"
 
+#include <dlfcn.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "gtest/gtest.h"
+#include "platform/critical_section.h"
+#include "platform/dynamic_library.h"
+#include "platform/event.h"
 #include "platform/service_notify.h"
+#include "platform/thread.h"
 #include "tests/platform/helper.h"
 #include "tests/support/notify_socket.h"
 
 namespace {
+
+using platform::Event;
+using platform::Thread;
+
+struct Gate {
+  std::unique_ptr<Event> go = Event::Create("", false);
+  std::unique_ptr<Event> done = Event::Create("", false);
+  uint32_t result = 0;
+  std::atomic<uint32_t> thread_id{0};
+};
+
+uint32_t WaitForGate(void* arg) {
+  auto* gate = static_cast<Gate*>(arg);
+  gate->thread_id = platform::CurrentThreadId();
+  gate->go->Wait(600000);
+  gate->done->Set();
+  return gate->result;
+}
+
+// The thread owns its share of the gate, which outlives whichever of the
+// test and the detached thread finishes last.
+uint32_t WaitForSharedGate(void* arg) {
+  std::unique_ptr<std::shared_ptr<Gate>> gate(static_cast<std::shared_ptr<Gate>*>(arg));
+  return WaitForGate(gate->get());
+}
+
+TEST(ThreadTest, ExitCodeJoinIdsAndDroppedHandles) {
+  EXPECT_EQ(Thread::Start(nullptr, nullptr), nullptr);
+  for (uint32_t result : {42u, platform::kStillActive}) {
+    Gate gate;
+    gate.result = result;
+    auto thread = Thread::Start(WaitForGate, &gate);
+    uint32_t code = 0;
+    ASSERT_TRUE(thread->GetExitCode(&code));
+    EXPECT_EQ(code, platform::kStillActive);
+    EXPECT_FALSE(thread->Join(20)) << "the thread waits for the gate";
+    std::atomic<int> joined{0};
+    std::vector<std::thread> joiners;
+    for (int i = 0; i < 3; ++i) joiners.emplace_back([&] { joined += thread->Join(600000); });
+    gate.go->Set();
+    for (auto& joiner : joiners) joiner.join();
+    EXPECT_EQ(joined.load(), 3);
+    EXPECT_TRUE(thread->Join(0)) << "an ended thread answers at once";
+    ASSERT_TRUE(thread->GetExitCode(&code));
+    EXPECT_EQ(code, result) << "a result of 259 is reported as it is";
+    EXPECT_FALSE(thread->GetExitCode(nullptr));
+    EXPECT_NE(gate.thread_id.load(), platform::CurrentThreadId());
+  }
+  // The id is the system's thread id; the main thread's is the process id.
+  EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(getpid()));
+  EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(syscall(SYS_gettid)));
+
+  auto gate = std::make_shared<Gate>();
+  auto thread = Thread::Start(WaitForSharedGate, new std::shared_ptr<Gate>(gate));
+  thread.reset();
+  EXPECT_EQ(gate->done->Wait(0), platform::WaitResult::kTimeout);
+  gate->go->Set();
+  EXPECT_EQ(gate->done->Wait(600000), platform::WaitResult::kSignaled) << "the thread went on to its end";
+}
+
+TEST(ThreadTest, CriticalSectionsAreReEntrantAndExclusive) {
+  platform::CriticalSection section;
+  platform::CriticalSectionLock outer(section);
+  bool other_entered = true;
+  {
+    platform::CriticalSectionLock inner(section);  // the owner enters again
+    std::thread([&] { other_entered = section.TryEnter(); }).join();
+  }
+  EXPECT_FALSE(other_entered) << "held once more than left";
+}
+
+TEST(DynamicLibraryTest, LoadsFindsAndFails) {
+  std::string error;
+  EXPECT_EQ(platform::LoadDynamicLibrary("/nonexistent/librfc_missing.so", &error), nullptr);
+  EXPECT_NE(error.find("librfc_missing.so"), std::string::npos) << error;
+  EXPECT_EQ(platform::DynamicLibrary::Load("librfc_missing_bare.so"), nullptr);
+  error.clear();
+  EXPECT_EQ(platform::LoadDynamicLibrary("", &error), nullptr) << "never the main program";
+  EXPECT_FALSE(error.empty());
+
+  auto library = platform::DynamicLibrary::Load(BS_TEST_LIBRARY, &error);
+  ASSERT_NE(library, nullptr) << error;
+  auto* answer = reinterpret_cast<int (*)()>(library->Symbol("bs_test_answer"));
+  ASSERT_NE(answer, nullptr);
+  EXPECT_EQ(answer(), 42);
+  EXPECT_EQ(library->Symbol("bs_test_no_such_function"), nullptr);
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "bs_test_answer"), nullptr) << "loaded locally";
+
+  platform::LibraryHandle libm = platform::LoadDynamicLibrary("libm.so.6");
+  ASSERT_NE(libm, nullptr);
+  auto* cosine = reinterpret_cast<double (*)(double)>(platform::GetLibrarySymbol(libm, "cos"));
+  ASSERT_NE(cosine, nullptr);
+  EXPECT_DOUBLE_EQ(cosine(0.0), 1.0);
+  EXPECT_EQ(platform::GetLibrarySymbol(libm, nullptr), nullptr);
+  platform::FreeDynamicLibrary(libm);
+  EXPECT_EQ(platform::GetLibrarySymbol(nullptr, "cos"), nullptr);
+  platform::FreeDynamicLibrary(nullptr);
+}
 
 TEST(ProcessTest, CurrentDirectory) {
   const std::filesystem::path saved = std::filesystem::current_path();
