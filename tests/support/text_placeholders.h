@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/processes.h"
+
 namespace testutil {
 
 // A date and time as the logs and status reports write them.
@@ -36,10 +38,13 @@ inline std::string Escaped(const std::string& bytes) {
   return text;
 }
 
-// One run of a program as a transcript shows it: the command, the exit code,
-// the output and the error output, each byte as written.
-inline std::string RunText(const std::string& command, int exit_code, const std::string& out, const std::string& err) {
-  return "$ " + command + "\n[exit " + std::to_string(exit_code) + "]\n" + out + "[stderr]\n" + err;
+// One run of `command` as a transcript shows it: the program as `name`, its
+// arguments, the exit code, the output and the error output, each byte as written.
+inline std::string RunTranscript(const std::string& name, const std::vector<std::string>& command) {
+  const RunResult result = RunCommand(command);
+  std::string line = "$ " + name;
+  for (size_t i = 1; i < command.size(); ++i) line += " " + command[i];
+  return line + "\n[exit " + std::to_string(result.exit_code) + "]\n" + result.out + "[stderr]\n" + result.err;
 }
 
 }  // namespace testutil

@@ -22,20 +22,10 @@ namespace {
 
 using platform::Event;
 using platform::WaitResult;
-using testutil::RunResult;
 
-RunResult Batchctl(const std::vector<std::string>& args) {
-  std::vector<std::string> argv{getenv("BS_BUILD_DIR") != nullptr ? testutil::BuildDir() + "/bin/batchctl"
-                                                                 : std::string(BS_BATCHCTL)};
-  argv.insert(argv.end(), args.begin(), args.end());
-  return testutil::RunCommand(argv);
-}
-
-std::string Transcript(const std::vector<std::string>& args) {
-  const RunResult result = Batchctl(args);
-  std::string command = "batchctl";
-  for (const std::string& arg : args) command += " " + arg;
-  return testutil::RunText(command, result.exit_code, result.out, result.err);
+std::string Transcript(std::vector<std::string> args) {
+  args.insert(args.begin(), getenv("BS_BUILD_DIR") != nullptr ? testutil::BuildDir() + "/bin/batchctl" : BS_BATCHCTL);
+  return testutil::RunTranscript("batchctl", args);
 }
 
 TEST(BatchctlTest, StatusAndStopFollowTheEventOfAnyName) {

@@ -81,13 +81,9 @@ ServeResult Serve(ConnectionHandle handle, int calls) {
 }
 
 // One run of sapsim as a transcript shows it.
-std::string Sapsim(const std::vector<std::string>& arguments) {
-  std::vector<std::string> command = {SapsimPath()};
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  const testutil::RunResult result = testutil::RunCommand(command);
-  std::string line = "sapsim";
-  for (const std::string& argument : arguments) line += " " + argument;
-  return testutil::RunText(line, result.exit_code, result.out, result.err);
+std::string Sapsim(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), SapsimPath());
+  return testutil::RunTranscript("sapsim", arguments);
 }
 
 // A running system; client logons and registrations are closed at the end.
