@@ -22,7 +22,8 @@ inline std::string Literal(const std::string& text) {
 }
 
 // Every match of each pattern, in the order given, becomes its placeholder.
-inline std::string WithPlaceholders(std::string text, const std::vector<std::pair<std::string, std::string>>& patterns) {
+inline std::string WithPlaceholders(std::string text,
+                                   const std::vector<std::pair<std::string, std::string>>& patterns) {
   for (const auto& [pattern, placeholder] : patterns) text = std::regex_replace(text, std::regex(pattern), placeholder);
   return text;
 }

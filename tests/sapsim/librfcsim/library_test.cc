@@ -69,7 +69,8 @@ ServeResult Serve(ConnectionHandle handle, int calls) {
   auto idle_since = std::chrono::steady_clock::now();
   while (result.dispatched < calls) {
     result.last_rc = lib.RfcListen(handle);
-    if (result.last_rc == RFC_NOTHING_WAITING && std::chrono::steady_clock::now() - idle_since <= std::chrono::seconds(20)) {
+    const bool waited_long = std::chrono::steady_clock::now() - idle_since > std::chrono::seconds(20);
+    if (result.last_rc == RFC_NOTHING_WAITING && !waited_long) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
       continue;
     }
@@ -202,8 +203,8 @@ TEST_F(Library, LogonsThatCannotSucceedSayWhyAndReadTableSelects) {
       {"mode 9", "", 9, nullptr},
   };
   const auto outcome = [&](const std::string& what, ConnectionHandle handle) {
-    return what + (Keep(handle) == 0 ? ": refused, group " : ": opened, group ") + std::to_string(lib.LastErrorGroup()) +
-           "\n  " + lib.LastError() + "\n";
+    const std::string group = std::to_string(lib.LastErrorGroup());
+    return what + (Keep(handle) == 0 ? ": refused, group " : ": opened, group ") + group + "\n  " + lib.LastError() + "\n";
   };
   std::string text = outcome("wrong password", Logon("wrong")) + outcome("unknown client", Logon("secret", "200"));
   for (const auto& c : cases) {

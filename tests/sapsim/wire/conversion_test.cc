@@ -112,7 +112,8 @@ TEST(ValueConverter, FollowsTheConversionRules) {
       {{kTypeNum, 6, 0}, "000120", kInt4}, {kInt4, Bytes<int32_t>(-5), {kTypeNum, 4, 0}},
       // Integers round half away from zero and check their range; INT1 is unsigned.
       {kInt4, Bytes<int32_t>(70000), {kTypeInt2, 2, 0}}, {kInt4, Bytes<int32_t>(-300), {kTypeInt2, 2, 0}},
-      {kInt4, Bytes<int32_t>(-300), {kTypeInt1, 1, 0}}, {Char(11), "-2147483648", kInt4}, {Char(10), "2147483648", kInt4},
+      {kInt4, Bytes<int32_t>(-300), {kTypeInt1, 1, 0}}, {Char(11), "-2147483648", kInt4},
+      {Char(10), "2147483648", kInt4},
       {Char(3), "2.5", kInt4}, {Char(5), "1.5E3", kInt4},  // only floats take exponents
       {kInt4, Bytes<int32_t>(-300), Char(6)}, {kInt4, Bytes<int32_t>(-300), Char(3)},
       // Packed decimals follow their decimals; an unknown side takes the other's.
