@@ -14,11 +14,13 @@
 
 #include <atomic>
 #include <cstring>
+#include <sstream>
 #include <thread>
 
 #include "gtest/gtest.h"
 #include "platform/posix/event_name_posix.h"
 #include "tests/platform/helper.h"
+#include "tests/support/polling.h"
 
 namespace {
 
@@ -176,6 +178,36 @@ TEST(EventTest, ConcurrentCreateOpenAndCloseNeverLoseALiveEvent) {
     keeper.reset();
     EXPECT_FALSE(ObjectExists(name)) << held;
   }
+}
+
+// A create that waits for the guard while the last holder removes the object
+// makes a new event instead of joining the removed one.
+TEST(EventTest, ACreateThatMeetsARemovedObjectMakesANewOne) {
+  const std::string name = testutil::UniqueName("bs_test_removed_");
+  const std::string object = platform::posix::EventObjectName(name);
+  const int fd = shm_open(object.c_str(), O_RDWR | O_CREAT, 0600);
+  struct stat info {};
+  ASSERT_EQ(fstat(fd, &info), 0);
+  struct flock guard {};  // byte 0: the guard a closing holder takes
+  guard.l_type = F_WRLCK;
+  guard.l_len = 1;
+  ASSERT_EQ(fcntl(fd, F_OFD_SETLK, &guard), 0);
+  std::unique_ptr<Event> created;
+  std::thread creator([&] { created = Event::Create(name, true); });
+  const std::string inode = ":" + std::to_string(info.st_ino) + " ";
+  ASSERT_TRUE(testutil::Eventually([&] {  // a waiter on this object's lock shows as "->"
+    std::istringstream locks(testutil::ReadBytes("/proc/locks"));
+    for (std::string line; std::getline(locks, line);) {
+      if (line.find("->") != std::string::npos && line.find(inode) != std::string::npos) return true;
+    }
+    return false;
+  }));
+  shm_unlink(object.c_str());
+  close(fd);  // lets go of the guard
+  creator.join();
+  ASSERT_NE(created, nullptr);
+  EXPECT_TRUE(IsSet(*created)) << "made anew, with its own initial state";
+  EXPECT_TRUE(ObjectExists(name));
 }
 
 TEST(StatusRecordTest, ReadersSeeWholeUpdatesOfALiveWriterOnly) {
