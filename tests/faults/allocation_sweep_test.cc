@@ -14,7 +14,6 @@
 #include <ostream>
 #include <set>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -131,51 +130,6 @@ std::vector<Operation> Operations() {
          });
        },
        {kNoMemory}, false, true},
-      {"TraceFileOfANewThread", Plain([] {
-         std::string outcome;
-         std::thread writer([&] {
-           try {
-             GetRfcTrace().WriteLine("a thread's first line");
-           } catch (const char* text) {
-             outcome = text;
-           }
-         });
-         writer.join();
-         return outcome;
-       })},
-      {"SimpleParameter", Plain([] {
-         CRfcSimpleParam param("count", TYPE_CHAR, 10, 0, 0);
-         param.SetType(TYPE_INT, 0, 0);
-         param.Value() = 42;
-         return Expect(param.GetLength() == 4 && static_cast<int>(param.Value()) == 42, "INT parameter");
-       })},
-      {"StructureLayout", Plain([] {
-         CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
-         CRfcFieldInfo fields[] = {Field("UNIT", 0, TYPE_CHAR, 3), Field("VALUE", 1, TYPE_FLOAT, 8),
-                                   Field("COUNT", 2, TYPE_INT, 4)};
-         table.AddFieldInfo(fields, 3);
-         return Expect(table.GetFieldCount() == 3 && table.GetLineLength() == 24 && fields[2].offset == 16, "layout");
-       })},
-      {"FunctionListsAndCallArrays", Plain([] {
-         std::vector<std::unique_ptr<CRfcSimpleParam>> params;
-         std::vector<std::unique_ptr<CRfcTableParam>> tables;
-         CRfcClientFunc function(nullptr, "Z_MANY_PARAMETERS");
-         for (int i = 0; i < 11; ++i) {
-           const std::string name = "P" + std::to_string(i);
-           params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
-           function.AddImport(params.back().get());
-           params.push_back(std::make_unique<CRfcSimpleParam>(name.c_str(), TYPE_INT, 4, 0, 0));
-           function.AddExport(params.back().get());
-           tables.push_back(std::make_unique<CRfcTableParam>(name.c_str(), 8, 0, 0, nullptr, nullptr));
-           function.AddTable(tables.back().get());
-         }
-         function.SetUpImports(1);
-         function.SetUpExports();
-         function.SetUpTables();
-         return Expect(function.GetImportArray()[11].name == nullptr && function.GetExportArray()[11].name == nullptr &&
-                           function.GetTableArray()[11].name == nullptr && function.GetTables().GetCount() == 11,
-                       "call arrays");
-       })},
       {"ClientCall",
        [] {
          // One function whose lists changed, so that every call array is
