@@ -34,9 +34,8 @@
 #include "rfc/server/rfc_server_app.h"
 #include "rfc/server/rfc_server_func.h"
 #include "tests/sapsim/support/rfc_library.h"
-#include "tests/sapsim/support/sapsim_process.h"
-#include "tests/sapsim/support/system_files.h"
 #include "tests/support/field_info.h"
+#include "tests/support/sapsim_connection.h"
 
 namespace faults {
 namespace {
@@ -256,34 +255,19 @@ class AllocationSweepTest : public ::testing::TestWithParam<Operation> {
 
   void SetUp() override {
     if (!GetParam().needs_system) return;
-    sapsim::testing::SapsimProcess::Options options;
-    options.system_file = system_dir_.Write("system.json", sapsim::testing::SmallSystem());
-    sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
-    connection_ = std::make_unique<CRfcConnection>();
-    connection_->SetLogonInfo(CRfcLogonInfo{"100", "BATCH", "secret", "E"});
-    CRfcConnInfo info;
-    info.mode = 0;
-    info.destination = "SWEEP";
-    info.host = "127.0.0.1";
-    info.gateway_host = "127.0.0.1";
-    info.gateway_service = sapsim_->port_text().c_str();
-    connection_->SetConnInfo(info);
-    connection_->Open();
-    ASSERT_NE(connection_->GetHandle(), 0u);
-    g_connection = connection_.get();
+    system_ = std::make_unique<testutil::SapsimConnection>();
+    ASSERT_NE(system_->connection.GetHandle(), 0u);
+    g_connection = &system_->connection;
   }
   void TearDown() override {
     rfc::testing::ClearAllocationFaults();
     g_connection = nullptr;
-    connection_.reset();
-    sapsim_.reset();
+    system_.reset();
   }
 
   static inline std::unique_ptr<testutil::TempDir> trace_dir_ =
       std::make_unique<testutil::TempDir>();
-  testutil::TempDir system_dir_;
-  std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
-  std::unique_ptr<CRfcConnection> connection_;
+  std::unique_ptr<testutil::SapsimConnection> system_;
 };
 
 TEST_P(AllocationSweepTest, EachAllocationFailsInTurnWithADefinedOutcome) {
