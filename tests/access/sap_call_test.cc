@@ -63,51 +63,51 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
     for (const std::string& part : parts) trace += " " + part;
     trace += "\n";
   };
+  const auto call = [](CSapCallSet& set, uint16_t number) { return Outcome([&] { return set.Call(number); }); };
 
   // Only declared imports are supplied; tables are read back fresh after each call.
   auto set = ReadTableSet(system.connection, "");
   note("undeclared import set", {Join(set->SetImport(kRead, "QUERY_TABLE", "ZORDERS"))});
   note("DATA before any call", {Rows(set->GetTable(kRead, "DATA"), 0, "WA")});
-  note("call without the import", {Outcome([&] { return set->Call(kRead); })});
+  note("call without the import", {call(*set, kRead)});
   // Declared names match the interface whatever their case, and are kept as declared.
   note("declare in lower case", {Join(set->AddImport(kRead, "query_table ")), Join(set->AddTable(kRead, "fields ")),
                                  Join(set->SetImport(kRead, "query_table ", "ZORDERS"))});
-  note("call", {Outcome([&] { return set->Call(kRead); })});
+  note("call", {call(*set, kRead)});
   note("DATA, fields",
        {Rows(set->GetTable(kRead, "DATA"), 0, "WA"), Rows(set->GetTable(kRead, "fields "), 0, "FIELDNAME", 5)});
   note("OPTIONS never declared", {Rows(set->GetTable(kRead, "OPTIONS"), 0, "TEXT")});
   // The value stays set for the next call, which builds the results anew.
-  note("call again", {Outcome([&] { return set->Call(kRead); }), Rows(set->GetTable(kRead, "DATA"), 2, "WA")});
+  note("call again", {call(*set, kRead), Rows(set->GetTable(kRead, "DATA"), 2, "WA")});
   // A module's exception is raised as its name and leaves no results.
   set->SetImport(kRead, "query_table ", "ZNOWHERE");
-  note("call for ZNOWHERE", {Outcome([&] { return set->Call(kRead); }), Rows(set->GetTable(kRead, "DATA"), 0, "WA")});
+  note("call for ZNOWHERE", {call(*set, kRead), Rows(set->GetTable(kRead, "DATA"), 0, "WA")});
   // Declaring a name again empties its value.
   set->SetImport(kRead, "query_table ", "ZORDERS");
-  note("call for ZORDERS", {Outcome([&] { return set->Call(kRead); })});
-  note("declared again", {Join(set->AddImport(kRead, "query_table ")), Outcome([&] { return set->Call(kRead); })});
+  note("call for ZORDERS", {call(*set, kRead)});
+  note("declared again", {Join(set->AddImport(kRead, "query_table ")), call(*set, kRead)});
 
   // A second call sends the tables of the first back: FIELDS now names the
   // fields to read, and ZBATCH_LINE has none of them; a set of its own reads
   // that table in full.
   auto first = ReadTableSet(system.connection);
-  note("ZORDERS", {Outcome([&] { return first->Call(kRead); })});
+  note("ZORDERS", {call(*first, kRead)});
   first->SetImport(kRead, "QUERY_TABLE", "ZBATCH_LINE");
-  note("ZBATCH_LINE with ZORDERS' fields", {Outcome([&] { return first->Call(kRead); })});
+  note("ZBATCH_LINE with ZORDERS' fields", {call(*first, kRead)});
   auto fresh = ReadTableSet(system.connection, "ZBATCH_LINE");
-  note("ZBATCH_LINE in a set of its own", {Outcome([&] { return fresh->Call(kRead); }),
+  note("ZBATCH_LINE in a set of its own", {call(*fresh, kRead),
                                            Rows(fresh->GetTable(kRead, "DATA"), 0, "WA"),
                                            Rows(fresh->GetTable(kRead, "FIELDS"), 0, "FIELDNAME", 9)});
 
   // Imports the module cannot take fail the call before it is made, each time.
   auto unknown = ReadTableSet(system.connection);
   unknown->AddImport(kRead, "No_Such_Import");
-  note("unknown import", {Outcome([&] { return unknown->Call(kRead); })});
-  note("unknown import again",
-       {Outcome([&] { return unknown->Call(kRead); }), Rows(unknown->GetTable(kRead, "DATA"), 0, "WA")});
+  note("unknown import", {call(*unknown, kRead)});
+  note("unknown import again", {call(*unknown, kRead), Rows(unknown->GetTable(kRead, "DATA"), 0, "WA")});
   auto too_long = ReadTableSet(system.connection);
   too_long->AddImport(kRead, "DELIMITER");  // CHAR 1
   too_long->SetImport(kRead, "DELIMITER", "ab");
-  note("two characters into CHAR 1", {Outcome([&] { return too_long->Call(kRead); })});
+  note("two characters into CHAR 1", {call(*too_long, kRead)});
 
   // RETURN and the out table are kept until the next call, and empty when absent.
   CSapCallSet info(&system.connection, "TABLE_INFO");
@@ -116,13 +116,13 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   info.SetReturnName(0, "RETURN");
   info.SetOutTableName(0, "META_TAB");
   info.SetImport(0, "TABNAME", "ZORDERS");
-  note("DD info of ZORDERS", {Outcome([&] { return info.Call(0); })});
+  note("DD info of ZORDERS", {call(info, 0)});
   CSapStructure* result = info.GetReturn(0);
   CSapTable* meta = info.GetOutTable(0);
   note("its results", {Join(result == info.GetReturn(0), result->GetValue(std::string("TYPE")),
                            meta == info.GetOutTable(0), meta->GetRowCount())});
   info.SetImport(0, "TABNAME", "ZNOWHERE");
-  note("DD info of ZNOWHERE", {Outcome([&] { return info.Call(0); }),
+  note("DD info of ZNOWHERE", {call(info, 0),
                                Join(info.GetReturn(0)->GetValue(std::string("TYPE")),
                                     info.GetReturn(0)->GetValue(std::string("MESSAGE")),
                                     info.GetOutTable(0)->GetRowCount())});
@@ -134,13 +134,12 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   definition.SetReturnName(0, "TABLENGTH");
   definition.SetOutTableName(0, "FIELDS");
   note("TABLENGTH as return",
-       {Outcome([&] { return definition.Call(0); }),
-        Join(definition.GetReturn(0)->GetFieldCount(), definition.GetOutTable(0)->GetRowCount())});
+       {call(definition, 0), Join(definition.GetReturn(0)->GetFieldCount(), definition.GetOutTable(0)->GetRowCount())});
   // RFC_READ_TABLE has no RETURN export and no OUT_TABLE; a new name takes
   // effect with the next call's results.
   auto read = ReadTableSet(system.connection);
   const auto results = [&](const std::string& step) {
-    note(step, {Outcome([&] { return read->Call(kRead); }),
+    note(step, {call(*read, kRead),
                 Join(read->GetReturn(kRead)->GetFieldCount(), read->GetOutTable(kRead)->GetRowCount(),
                      read->GetOutTable(kRead)->GetName())});
   };
@@ -166,7 +165,7 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   mixed.AddFunction("PING", 0, "RFCPING");
   note("PING over READ", {Join(mixed.GetCallCount(), mixed.GetCall("READ") == nullptr,
                                mixed.GetCall("PING") == mixed.GetCall(uint16_t{0})),
-                          Outcome([&] { return mixed.Call(0); })});
+                          call(mixed, 0)});
   mixed.AddFunction("INFO", 5, "RFC_READ_TABLE");
   note("INFO moved to 5", {Join(mixed.GetCallCount(), mixed.GetCall(uint16_t{1}) == nullptr,
                                mixed.GetCall("INFO") == mixed.GetCall(uint16_t{5}))});
@@ -184,7 +183,7 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
                              Join(bare.Init(&system.connection, "READ", "RFC_READ_TABLE")), Join(bare.Call())});
   // A communication failure passes through as the library's record.
   note("system stopped", {Join(system.sapsim->Stop())});
-  note("call over the closed connection", {Outcome([&] { return mixed.Call(5); })});
+  note("call over the closed connection", {call(mixed, 5)});
   EXPECT_TRUE(testutil::MatchesExpectedFile(trace, "tests/access/expected/call_set_steps.txt"));
 }
 
