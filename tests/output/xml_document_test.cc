@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <memory>
 #include <random>
-#include <regex>
 #include <string>
 #include <thread>
 
@@ -25,11 +24,14 @@ const std::string kHead = std::string(CXmlDocument::kDeclaration) + "\n\n";
 // apostrophe's leaves it as it is); an "&" that starts an entity stays.
 // The fast path must agree with it on every input.
 std::string EscapeByPasses(std::string text) {
-  static const std::pair<std::regex, const char*> passes[] = {{std::regex("<"), "&lt;"},
-                                                              {std::regex("&(?!lt;|amp;|gt;|quot;)"), "&amp;"},
-                                                              {std::regex(">"), "&gt;"},
-                                                              {std::regex("\""), "&quot;"}};
-  for (const auto& [character, replacement] : passes) text = std::regex_replace(text, character, replacement);
+  const std::pair<char, const char*> passes[] = {{'<', "&lt;"}, {'&', "&amp;"}, {'>', "&gt;"}, {'"', "&quot;"}};
+  for (const auto& [character, replacement] : passes) {
+    for (size_t p = text.find(character); p != std::string::npos; p = text.find(character, p + 1)) {
+      bool entity = false;
+      for (const std::string e : {"&lt;", "&amp;", "&gt;", "&quot;"}) entity |= text.compare(p, e.size(), e) == 0;
+      if (!entity) text.replace(p, 1, replacement);
+    }
+  }
   return text;
 }
 
