@@ -54,6 +54,7 @@ TEST_F(LogFileTest, HeaderEntriesAndFailuresAsWritten) {
   testutil::WriteBytes(path_, "earlier\r\n");
   log_.WriteHeader();
   std::string out = "header: " + testutil::Visible(Contents()) + "\n";
+  EXPECT_NE(Contents().find("# Date/Time: " + log_.GetDateTimeText() + "\r\n"), std::string::npos);  // as kept
   CLogFile restarted;  // as after a restart: the same day's file goes on
   restarted.SetPath(path_);
   restarted.Write(0, "tail");
