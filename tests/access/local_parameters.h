@@ -43,21 +43,13 @@ void AddFields(Param& param, const std::vector<Field>& fields) {
   param.AddFieldInfo(records.data(), static_cast<int>(records.size()));
 }
 
-// Integers are assigned as numbers for the integer and byte types.
-inline void Assign(CRfcData& value, int type, const std::string& text) {
-  if (type == TYPE_INT || type == TYPE_INT2 || type == TYPE_INT1 || type == TYPE_BYTE) {
-    value = static_cast<RFC_INT>(std::stol(text));
-  } else {
-    value = text.c_str();
-  }
-}
-
 // Appends a line, one text per column.
 inline void AddLine(CRfcTableParam& table, const std::vector<std::string>& texts) {
   if (table.GotoLine(static_cast<int>(ItFill(table.GetTableHandle()))) == 0) throw std::runtime_error("no line");
   for (size_t c = 0; c < texts.size(); ++c) {
-    const CRfcFieldInfo* info = table.GetFieldInfo(static_cast<int>(c));
-    if (info != nullptr) Assign(table.GetData(table.GetCurrentLine(), static_cast<int>(c)), info->type, texts[c]);
+    if (table.GetFieldInfo(static_cast<int>(c)) != nullptr) {
+      table.GetData(table.GetCurrentLine(), static_cast<int>(c)) = texts[c].c_str();
+    }
   }
 }
 
@@ -76,7 +68,7 @@ inline std::unique_ptr<CRfcStructParam> MakeStructure(const std::string& name, c
   AddFields(*structure, fields);
   structure->ResetValue();
   for (size_t i = 0; i < values.size() && i < fields.size(); ++i) {
-    Assign(structure->FieldValue(static_cast<int>(i)), fields[i].type, values[i]);
+    structure->FieldValue(static_cast<int>(i)) = values[i].c_str();
   }
   return structure;
 }

@@ -8,7 +8,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <regex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/support/temp_dir.h"
 
@@ -36,6 +39,24 @@ inline ::testing::AssertionResult MatchesExpectedFile(const std::string& actual,
   return ::testing::AssertionFailure()
          << relative << " differs at line " << std::count(expected.begin(), expected.begin() + static_cast<long>(from), '\n') + 1
          << " (byte " << at << ")\n  expected: \"" << line_at(expected) << "\"\n  actual:   \"" << line_at(actual) << "\"";
+}
+
+// What varies between runs replaced by fixed placeholders: every given value
+// (a temp path, a port, an instance name) and the log's "MM/DD/YY hh:mm:ss".
+inline std::string Normalised(std::string text, const std::vector<std::pair<std::string, std::string>>& values = {}) {
+  for (const auto& [value, placeholder] : values) {
+    for (size_t at = 0; !value.empty() && (at = text.find(value, at)) != std::string::npos; at += placeholder.size()) {
+      text.replace(at, value.size(), placeholder);
+    }
+  }
+  return std::regex_replace(text, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"), "<DATE TIME>");
+}
+
+// Tabs, CRs and LFs shown as \t, \r, \n, so that any text fits on one line.
+inline std::string Visible(const std::string& text) {
+  std::string shown;
+  for (const char c : text) shown += c == '\t' ? "\\t" : c == '\r' ? "\\r" : c == '\n' ? "\\n" : std::string(1, c);
+  return shown;
 }
 
 }  // namespace testutil

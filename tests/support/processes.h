@@ -66,7 +66,7 @@ class ChildProcess {
                const std::string& out_path, const std::string& err_path)
       : pid_(Spawn(arguments, directory, out_path, err_path)) {}
   ~ChildProcess() {
-    if (pid_ > 0 && !status_ && !Terminate(10000)) Kill(SIGKILL);
+    if (pid_ > 0 && !status_ && !Terminate(10000)) Terminate(30000, SIGKILL);
   }
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
@@ -92,15 +92,6 @@ class ChildProcess {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return status_;
-  }
-  // Sends `signal` and reaps the process; its wait status.
-  int Kill(int signal) {
-    if (status_) return *status_;
-    kill(pid_, signal);
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    status_ = status;
-    return status;
   }
   // Threads of the running process.
   size_t ThreadCount() const {
