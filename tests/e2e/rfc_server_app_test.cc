@@ -7,9 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -17,15 +15,13 @@
 #include "rfc/core/rfc_connection.h"
 #include "rfc/server/rfc_server_func.h"
 #include "tests/e2e/server_test_support.h"
-#include "tests/rfc/rfc_test_support.h"
-#include "tests/support/expected_file.h"
 
 namespace {
 
 using server_test::EchoFunc;
 using testutil::Join;
 
-class ServerAppTest : public ::testing::Test {
+class ServerAppTest : public server_test::TranscriptTest {
  protected:
   // A fresh library state and a connection that owns handle 1, as an
   // accepted registration does.
@@ -36,22 +32,6 @@ class ServerAppTest : public ::testing::Test {
     char* argv[] = {word.data(), nullptr};
     connection_.Accept(argv);
     ASSERT_EQ(connection_.GetHandle(), 1u);
-  }
-  static stand_in::State& script() { return rfc_test::Fake(); }
-
-  // Runs `step` traced with standard output captured; the transcript gets
-  // what it answered, printed and traced, and the library entries it called.
-  void Step(const std::string& title, const std::function<std::string()>& step) {
-    script().log.clear();
-    std::string answer;
-    testing::internal::CaptureStdout();
-    const rfc_test::TracedRun run = rfc_test::RunTraced([&] { answer = step(); });
-    transcript_ += "## " + title + "\n-> " + answer + (run.threw_text ? " threw: " + run.thrown : "");
-    transcript_ += "\nout: " + testing::internal::GetCapturedStdout() + "\ntrace:\n";
-    for (const std::string& line : run.lines) transcript_ += line + "\n";
-    transcript_ += "calls:";
-    for (const stand_in::Record& call : script().log) transcript_ += " " + call.entry + "(" + std::to_string(call.handle) + ")";
-    transcript_ += "\n";
   }
   // Runs the loop over `calls`; its answer.
   static int Serve(CRfcServerApp& app, const std::vector<std::string>& calls) {
@@ -68,7 +48,6 @@ class ServerAppTest : public ::testing::Test {
   }
 
   CRfcConnection connection_;
-  std::string transcript_;
 };
 
 TEST_F(ServerAppTest, RefusalsCatchAllListenLoopAndFailingCalls) {
@@ -192,9 +171,7 @@ TEST_F(ServerAppTest, RefusalsCatchAllListenLoopAndFailingCalls) {
     return Join(alone.ReceiveData(), alone.ReturnCall(), alone.GetDocu() == nullptr, unconnected.Run(0),
                 unconnected.Run(-3), unconnected.OnIdle());
   });
-  const std::string normalised =
-      std::regex_replace(transcript_, std::regex("Trace at   .*"), "Trace at   <time>");
-  EXPECT_TRUE(testutil::MatchesExpectedFile(normalised, "tests/e2e/expected/server_app.txt"));
+  EXPECT_TRUE(TranscriptMatches("tests/e2e/expected/server_app.txt"));
 }
 
 }  // namespace
