@@ -69,37 +69,23 @@ class ServerPoolTest : public server_test::TranscriptTest {
   CRfcConnection connection_;
 };
 
+// Among several threads the one whose accept failed is named; the others end
+// well. (The report's texts with one thread are in the transcript below.)
 TEST_F(ServerPoolTest, ThreadWhoseAcceptFailsEndsWith99AndRunReportsIt) {
   CRfcServerApp app(&connection_);
   script().failing_accepts = {2};
-  PoolRun run;
-  const rfc_test::TracedRun traced = rfc_test::RunTraced([&] { run = RunPool(app, 3); });
+  const PoolRun run = RunPool(app, 3);
   EXPECT_EQ(run.thrown, kThreadsFailed);
-  // The count goes to the trace of the thread that ran the pool.
-  EXPECT_NE(traced.content.find("CRfcServerApp::Run(void) called\r\n   1 threads failed in this server.\r\n\r\n"),
-            std::string::npos)
-      << traced.content;
   const std::string& out = run.out;
-  EXPECT_EQ(out.rfind("\n Main Thread  StartThreadServer", 0), 0u) << out;
   EXPECT_EQ(CountOf(out, "RfcAccept          handle = "), 3) << out;
   std::smatch failed;
   ASSERT_TRUE(std::regex_search(out, failed, std::regex("\n Thread +([0-9]+):  RfcAccept          handle = 0"))) << out;
-  const std::string number = failed[1];
-  char prefix[32];
-  std::snprintf(prefix, sizeof prefix, "\n Thread %3d:  ", std::stoi(number));
-  for (const std::string& part :
-       {std::string(prefix) + "\n RfcLastErrorEx\n\n\nRFC call/exception: RfcAccept\nGroup       Error group 101\n"
-                              "Key         RFC_ERROR_COMMUNICATION\nMessage     gateway refused\n",
-        "\n\n Main Thread:  RFC-ERROR OCCURS  ==>  Thread " + number + " exited\n",
-        std::string("\n\n Main Thread:  2 thread(s) successfully terminated.\n"),
-        std::string("\n\n Main Thread:  1 thread(s) terminated with an error.\n")}) {
+  for (const std::string& part : {"\n\n Main Thread:  RFC-ERROR OCCURS  ==>  Thread " + failed[1].str() + " exited\n",
+                                  std::string("\n\n Main Thread:  2 thread(s) successfully terminated.\n"),
+                                  std::string("\n\n Main Thread:  1 thread(s) terminated with an error.\n")}) {
     EXPECT_NE(out.find(part), std::string::npos) << part << "\nin:\n" << out;
   }
   EXPECT_EQ(CountOf(out, "Wait for next RFC call with RfcDispatch.........."), 2) << out;
-  // The report closes the null handle, as the library's cleanup.
-  const std::vector<stand_in::Record> closed = script().CallsOf("RfcClose");
-  ASSERT_EQ(closed.size(), 1u);
-  EXPECT_EQ(closed[0].handle, 0u);
   // Every accept used the application connection's vector.
   for (const stand_in::Record& accept : script().CallsOf("RfcAccept")) EXPECT_EQ(accept.text, "-aPOOL");
   EXPECT_TRUE(CRfcServerApp::IsMultiThreaded());
