@@ -21,8 +21,6 @@
 namespace e2e {
 namespace {
 
-using testutil::kLogRule;
-
 class BatchServerProcessTest : public BatchServerE2eTest {
  protected:
   // Writes the INI and starts the server in the work directory; `tag` keeps

@@ -52,7 +52,6 @@ class ServerAppTest : public server_test::TranscriptTest {
 
 TEST_F(ServerAppTest, RefusalsCatchAllListenLoopAndFailingCalls) {
   Accept();
-  script().log.clear();
   auto first = std::make_unique<CRfcServerApp>(&connection_);
   Step("a second application", [&] {
     CRfcServerApp second(&connection_);
