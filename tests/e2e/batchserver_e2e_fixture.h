@@ -1,8 +1,9 @@
 #pragma once
 // The batch server against a simulated SAP system, as a user runs them: a
-// system file from tests/e2e/data/ and an INI file written by the test, sapsim serve on a free
-// port, and sapsim call playing SAP. Who runs the worker (the batchserver
-// binary, or the test's own process) is the deriving test's choice.
+// system file from tests/e2e/data/ and an INI file written by the test,
+// sapsim serve on a free port, and sapsim call playing SAP. Who runs the
+// worker (the batchserver binary, or the test's own process) is the deriving
+// test's choice.
 
 #include <gtest/gtest.h>
 
@@ -70,7 +71,8 @@ class BatchServerE2eTest : public ::testing::Test {
     };
   }
 
-  // sapsim serving the data file `system` on `port` (0: a free one); the settings follow it.
+  // sapsim serving the data file `system` on `port` (0: a free one); the
+  // settings follow it.
   void StartSapsim(uint16_t port = 0, const std::vector<std::string>& extra = {}, bool message_server = false,
                    const std::string& system = "system.json") {
     sapsim_.reset();
