@@ -1,3 +1,6 @@
+// The INI reader. Each input writes one line "input -> what the reader
+// found"; the lines are compared whole with an expected file.
+
 #include "app/ini_file.h"
 
 #include <gtest/gtest.h>
@@ -6,6 +9,7 @@
 #include <vector>
 
 #include "platform/file.h"
+#include "tests/support/expected_file.h"
 #include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
 
@@ -26,148 +30,112 @@ class IniFileTest : public ::testing::Test {
     }
     return "no exception";
   }
+  // `text` on one line: line ends and zero bytes spelt out, the test's directory as <dir>.
+  std::string Shown(std::string text) const {
+    for (const auto& [from, to] : {std::pair{"\r"s, "\\r"s}, {"\n"s, "\\n"s}, {"\0"s, "\\0"s}, {dir_.path(), "<dir>"s}}) {
+      for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+      }
+    }
+    return text;
+  }
 
   testutil::TempDir dir_;
   int files_ = 0;
 };
 
-TEST_F(IniFileTest, ValuesAreFoundByPlainTextSearches) {
+char* FailingAllocator(std::size_t) { return nullptr; }
+
+TEST_F(IniFileTest, ReadingAsOneApprovedText) {
+  // Values are found by plain text searches: "bytes [section] name -> found, value".
+  std::string text = "== values\n";
   const std::string mixed = "[S]\r\na=1\r\nb = 2\r\n";
   const std::string bracket = "[S]\r\na=x[y\r\nb=2\r\n";
   const std::string cased = "[Srv]\r\nKey=1\r\n";
   const std::string zero = "[S]\r\na=x\0y\r\nb=2\r\n"s;
   const struct {
-    const char* why;
     std::string bytes;
     const char* section;
     const char* name;
-    bool found;
-    std::string value;
-  } cases[] = {
-      {"found as written", mixed, "S", "a", true, "1"},
-      {"blanks after = stay", mixed, "S", "b", true, " 2"},
-      {"LF files: the value runs to the end", "[S]\na=1\nb = 2\n", "S", "a", true, "1\nb = 2\n"},
-      {"only the pair CR LF ends a value", "[S]\n\ra=1\n\rb=2\n\r", "S", "b", true, "2\n\r"},
-      {"no final line end", "[S]\r\na=1\r\nz=last", "S", "z", true, "last"},
-      {"the section text inside an earlier value", "x=[S]\r\na=0\r\n[S]\r\na=1\r\n", "S", "a", true, "0"},
-      {"a [ in a value ends the section", bracket, "S", "b", false, ""},
-      {"... after the value itself", bracket, "S", "a", true, "x[y"},
-      {"any [ ends the section", "[S]\r\na=1\r\n  [T]\r\nb=2\r\n", "S", "b", false, ""},
-      {"sections are case-sensitive", cased, "SRV", "Key", false, ""},
-      {"names are case-sensitive", cased, "Srv", "key", false, ""},
-      {"the right case", cased, "Srv", "Key", true, "1"},
-      {"the first line of a name; the rest after the first =", "[S]\r\n; x=1\r\na=1=2\r\na=3\r\n", "S", "a", true,
-       "1=2"},
-      {"a name starts its line, blanks before =", "[S]\r\nxk=bad\r\nk2=bad\r\n   k   =  good\r\n", "S", "k", true,
-       "  good"},
-      {"xk and k2 are not k", "[S]\r\nxk=v\r\nk2=w\r\n", "S", "k", false, ""},
-      {"a name with no = after it", "[S]\r\na=1\r\nzz\r\n", "S", "zz", false, ""},
-      {"the header is no name", "[S]=1\r\n", "S", "[S]", false, ""},
-      {"a zero byte does not end the buffer", zero, "S", "b", true, "2"},
-      {"... nor the value", zero, "S", "a", true, "x\0y"s},
+  } values[] = {
+      {mixed, "S", "a"}, {mixed, "S", "b"}, {"[S]\na=1\nb = 2\n", "S", "a"}, {"[S]\n\ra=1\n\rb=2\n\r", "S", "b"},
+      {"[S]\r\na=1\r\nz=last", "S", "z"}, {"x=[S]\r\na=0\r\n[S]\r\na=1\r\n", "S", "a"}, {bracket, "S", "b"},
+      {bracket, "S", "a"}, {"[S]\r\na=1\r\n  [T]\r\nb=2\r\n", "S", "b"}, {cased, "SRV", "Key"}, {cased, "Srv", "key"},
+      {cased, "Srv", "Key"}, {"[S]\r\n; x=1\r\na=1=2\r\na=3\r\n", "S", "a"},
+      {"[S]\r\nxk=bad\r\nk2=bad\r\n   k   =  good\r\n", "S", "k"}, {"[S]\r\nxk=v\r\nk2=w\r\n", "S", "k"},
+      {"[S]\r\na=1\r\nzz\r\n", "S", "zz"}, {"[S]=1\r\n", "S", "[S]"}, {zero, "S", "b"}, {zero, "S", "a"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
+  for (const auto& c : values) {
     CIni ini(Make(c.bytes), false);
     ini.SetSection(c.section);
     std::string value = "stale";
-    EXPECT_EQ(ini.GetValue(c.name, value), c.found ? 1 : 0);
-    EXPECT_EQ(value, c.value);
-    if (c.found) {
-      EXPECT_EQ(testutil::Join(ini.ValueLength(), ini.LastError()), testutil::Join(c.value.size(), ""));
-    }
+    const int found = ini.GetValue(c.name, value);
+    text += Shown(c.bytes) + " [" + c.section + "] " + c.name + " -> " + testutil::Join(found, Shown(value));
+    text += found != 0 ? testutil::Join(ini.ValueLength(), ini.LastError()) + "\n" : "\n";
   }
-}
 
-TEST_F(IniFileTest, KeysAreListedLineByLineUpToABracketAfterTheFilesLineEnd) {
-  const struct {
-    std::string bytes;
-    std::vector<std::string> keys;
-  } cases[] = {
-      {"[S]\na=1\nb = 2\n", {"a", "b "}},  // any line break ends a name
-      {"[S]a=1\r\nb=2", {"S]a", "b"}},  // the header's "[" is left out; no final line end
-      {"x=[S]\r\na=0\r\n[S]\r\na=1\r\n", {"a"}},
-      {"[S]\r\na=x[y\r\nb=2\r\n", {"a", "b"}},
-      // "  [T]" follows blanks, "\n[U]" another line end than the file's CR LF.
-      {"[S]\r\na=1\r\n  [T]\r\nb=2\n[U]\r\nc=3\r\n[V]\r\nd=4\r\n", {"a", "b", "c"}},
-      // No comments: names as they stand, lines without = ignored, repeats kept.
-      {"[S]\r\n; x=1\r\nno equals sign here\r\na=1=2\r\na=3\r\n  a =4\r\n", {"; x", "a", "a", "  a "}},
-  };
-  for (const auto& c : cases) {
-    CIni ini(Make(c.bytes), false);
+  // Keys are listed line by line up to a bracket after the file's line end.
+  text += "== keys\n";
+  for (const std::string bytes : {"[S]\na=1\nb = 2\n", "[S]a=1\r\nb=2", "x=[S]\r\na=0\r\n[S]\r\na=1\r\n",
+                                  "[S]\r\na=x[y\r\nb=2\r\n", "[S]\r\na=1\r\n  [T]\r\nb=2\n[U]\r\nc=3\r\n[V]\r\nd=4\r\n",
+                                  "[S]\r\n; x=1\r\nno equals sign here\r\na=1=2\r\na=3\r\n  a =4\r\n"}) {
+    CIni ini(Make(bytes), false);
     ini.SetSection("S");
     std::vector<std::string> keys{"stale"};
-    ASSERT_EQ(ini.GetKeys(keys), 1);
-    EXPECT_EQ(keys, c.keys) << c.bytes;
+    text += Shown(bytes) + " -> " + std::to_string(ini.GetKeys(keys));
+    for (const std::string& key : keys) text += "|" + key;
+    text += "\n";
   }
-}
 
-char* FailingAllocator(std::size_t) { return nullptr; }
-
-TEST_F(IniFileTest, FailedOpensReportTheirCauseAndLeaveNoBuffer) {
+  // Failed opens report their cause, quietly and by throwing, and leave no buffer.
+  text += "== failed opens\n";
   const std::string good = Make("[S]\r\na=1\r\n");  // 10 bytes, so 11 are asked for
   const std::string refused = Make("[S]\r\na=1\r\n");
   platform::testing::InjectFileFault(refused, platform::testing::FileOp::kOpen,
                                      platform::testing::FileFault::kAccessDenied, 2);
-  const struct {
-    std::string path;
-    std::string message;
-    bool fail_allocation;
-  } cases[] = {
-      {Make(""), "Failed to locate a valid CR/LF combination!", false},
-      {Make("[S]a=1"), "Failed to locate a valid CR/LF combination!", false},
-      {dir_.File("missing.ini"), "File I/O error: 2 for file: " + dir_.File("missing.ini"), false},
-      {dir_.File("no_dir/a.ini"), "File I/O error: 3 for file: " + dir_.File("no_dir/a.ini"), false},
-      {refused, "File I/O error: 5 for file: " + refused, false},
-      {good, "Failed to allocate 11 bytes of memory in 'CIni::Open'!", true},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.message);
-    const CIni::Allocator previous = CIni::SetAllocatorForTesting(c.fail_allocation ? &FailingAllocator : nullptr);
-    CIni quiet(c.path, false);
-    EXPECT_EQ(quiet.LastError(), c.message);
-    EXPECT_EQ(quiet.FileName(), c.path);
-    EXPECT_EQ(Raised([&] { CIni loud(c.path, true); }), c.message);
+  for (const auto& [path, fail_allocation] : {std::pair{Make(""), false}, {Make("[S]a=1"), false},
+                                              {dir_.File("missing.ini"), false}, {dir_.File("no_dir/a.ini"), false},
+                                              {refused, false}, {good, true}}) {
+    const CIni::Allocator previous = CIni::SetAllocatorForTesting(fail_allocation ? &FailingAllocator : nullptr);
+    CIni quiet(path, false);
+    text += Shown(path) + " -> " + Shown(quiet.LastError()) + (quiet.FileName() == path ? "|" : "|another name|");
+    text += Shown(Raised([&] { CIni loud(path, true); }));
     CIni::SetAllocatorForTesting(previous);
     quiet.SetSection("S");
     std::string value;
-    EXPECT_EQ(quiet.GetValue("a", value), 0);
-    EXPECT_EQ(quiet.LastError(), "File buffer is empty!");
+    const int found = quiet.GetValue("a", value);
+    text += "|" + testutil::Join(found, quiet.LastError()) + "\n";
   }
   platform::testing::ClearFileFaults();
-  EXPECT_EQ(CIni(refused, false).LastError(), "") << "the fault is gone";
-}
+  text += "the fault gone -> '" + CIni(refused, false).LastError() + "'\n";
 
-TEST_F(IniFileTest, SectionsAreFoundAgainFromEitherDirectionAndMissingOnesReported) {
+  // Sections are found again from either direction; missing ones reported.
+  text += "== sections\n";
   CIni ini(Make("[S]\r\na=0\r\n"), false);
-  const std::string path = Make("[S]\r\na=1\r\n[T]\r\na=2\r\n");
-  ASSERT_EQ(ini.Open(path), 1);  // reopening replaces the buffer
+  text += std::to_string(ini.Open(Make("[S]\r\na=1\r\n[T]\r\na=2\r\n"))) + "\n";  // reopening replaces the buffer
   std::string value;
   // [S], then [T] from the stored position onward, then [S] again from the start.
-  for (const auto& [section, expected] : {std::pair{"S", "1"}, {"T", "2"}, {"S", "1"}}) {
+  for (const char* section : {"S", "T", "S"}) {
     ini.SetSection(section);
-    EXPECT_EQ(ini.Section(), "[" + std::string(section) + "]");
-    ASSERT_EQ(ini.GetValue("a", value), 1);
-    EXPECT_EQ(value, expected);
+    const int found = ini.GetValue("a", value);
+    text += ini.Section() + " -> " + testutil::Join(found, value) + "\n";
   }
-  const std::string no_section = "Section [U] not found in '" + path + "'";
-  const std::string no_value = "Can't find value name 'c' in section '[S]' of ini file '" + path + "'";
   std::vector<std::string> keys;
   ini.SetSection("U");
-  EXPECT_EQ(ini.GetKeys(keys), 0);
-  EXPECT_EQ(ini.LastError(), no_section);
+  text += std::to_string(ini.GetKeys(keys));
+  text += "|" + Shown(ini.LastError()) + "\n";
   ini.SetSection("S");
-  EXPECT_EQ(ini.GetValue("c", value), 0);
-  EXPECT_EQ(ini.LastError(), no_value);
+  text += std::to_string(ini.GetValue("c", value));
+  text += "|" + Shown(ini.LastError()) + "\n";
   ini.SetThrow(true);
   ini.SetSection("U");
-  EXPECT_EQ(Raised([&] { ini.GetValue("a", value); }), no_section);
+  text += Shown(Raised([&] { ini.GetValue("a", value); })) + "\n";
   ini.SetSection("S");
-  EXPECT_EQ(Raised([&] { ini.GetValue("c", value); }), no_value);
+  text += Shown(Raised([&] { ini.GetValue("c", value); })) + "\n";
   // A failed open drops what was loaded before.
-  EXPECT_EQ(Raised([&] { ini.Open(dir_.File("gone.ini")); }), "File I/O error: 2 for file: " + dir_.File("gone.ini"));
-  EXPECT_EQ(Raised([&] { ini.GetKeys(keys); }), "File buffer is empty!");
-  EXPECT_TRUE(keys.empty());
+  text += Shown(Raised([&] { ini.Open(dir_.File("gone.ini")); })) + "\n";
+  text += Raised([&] { ini.GetKeys(keys); }) + "|" + std::to_string(keys.size()) + "\n";
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/app/expected/ini_file.txt"));
 }
 
 }  // namespace

@@ -1,11 +1,12 @@
 // The worker's pieces that its cycles cannot show on their own: the library
-// error as the log writes it, the idle pause and the logon choice.
+// error as the log writes it, the notices of a failing log, the idle pause,
+// the logon choice and the decimal reading of a setting. Each input writes one
+// line "input -> output"; the lines are compared whole with an expected file.
 
 #include "app/worker.h"
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstring>
 #include <new>
 #include <stdexcept>
@@ -16,111 +17,79 @@
 #include "app/log_failure_notice.h"
 #include "app/settings.h"
 #include "app/worker_status.h"
+#include "tests/support/expected_file.h"
 
 namespace {
 
-TEST(WorkerTest, LibraryErrorIsDescribedFieldByFieldEachReadOnlyToItsEnd) {
+// A clock the test moves; it starts just below the 32-bit wrap.
+uint32_t g_now = 0;
+constexpr uint32_t kStart = 0xFFFFFFFFu - 30000;
+
+TEST(WorkerTest, PiecesOfTheCycleAsOneApprovedText) {
+  std::string text = "== library error, each field read only to its end\n";
   RFC_ERROR_INFO error{};
   std::strcpy(error.key, "RFC_ERROR_LOGON_FAILURE");
   std::strcpy(error.status, "CONNECT to SAP gateway failed");
   std::strcpy(error.message, "Name or password is incorrect");
-  EXPECT_EQ(DescribeRfcError(error),
-            "Key: RFC_ERROR_LOGON_FAILURE\nStatus: CONNECT to SAP gateway failed\n"
-            "Message: Name or password is incorrect\nInitstate: ");
+  text += DescribeRfcError(error) + "\n";
   std::memset(&error, 'X', sizeof error);  // no terminator anywhere
-  EXPECT_EQ(DescribeRfcError(error), "Key: " + std::string(33, 'X') + "\nStatus: " + std::string(128, 'X') +
-                                         "\nMessage: " + std::string(256, 'X') + "\nInitstate: " +
-                                         std::string(128, 'X'));
-}
+  text += DescribeRfcError(error) + "\n";
 
-// A clock the test moves; it starts just below the 32-bit wrap.
-uint32_t g_now = 0;
-
-TEST(WorkerTest, LogFailuresReachStandardErrorOnceAndThenAtMostOnceAMinute) {
+  // Told once, then at most once a minute, across the wrap of the clock.
+  text += "== log failure notices (ms after the start: failed or recovered -> line)\n";
   CLogFailureNotice notice([] { return g_now; });
-  const uint32_t t0 = 0xFFFFFFFFu - 30000;
-  const std::string first = "batchserver I: E; not logged: X\n";
-  struct Step {
-    uint32_t at;
-    bool fails;
-    std::string line;
-  };
-  const Step steps[] = {
-      {t0, true, first},
-      {t0 + 1, true, ""},
-      {t0 + 59999, true, ""},
-      {t0 + 60000, true, "batchserver I: still failing, 3 cycles since the last report: E; not logged: X\n"},
-      {t0 + 60001, true, ""},
-      {t0 + 60002, false, "batchserver I: the log is written again, 1 failed cycles since the last report\n"},
-      {t0 + 60003, false, ""},
-      {t0 + 60004, true, first},  // a new failure is told at once
-  };
-  for (const Step& step : steps) {
-    SCOPED_TRACE(step.at - t0);
-    g_now = step.at;
-    EXPECT_EQ(step.fails ? notice.Failed("I", "E", "X") : notice.Recovered("I"), step.line);
+  const std::pair<uint32_t, bool> steps[] = {{0, true},      {1, true},      {59999, true}, {60000, true},
+                                             {60001, true},  {60002, false}, {60003, false}, {60004, true}};
+  for (const auto& [at, fails] : steps) {
+    g_now = kStart + at;
+    text += std::to_string(at) + (fails ? " failed -> " : " recovered -> ");
+    text += fails ? notice.Failed("I", "E", "X") : notice.Recovered("I");
+    text += "\n";
   }
-  // A thousand cycles a second for ten minutes: ten lines.
+  // A thousand cycles a second for ten minutes.
   int lines = 0;
   for (int cycle = 1; cycle <= 600000; ++cycle) {
-    g_now = t0 + 60004 + static_cast<uint32_t>(cycle);
+    g_now = kStart + 60004 + static_cast<uint32_t>(cycle);
     if (!notice.Failed("I", "E", "X").empty()) ++lines;
   }
-  EXPECT_EQ(lines, 10);
-}
+  text += "lines told in ten minutes -> " + std::to_string(lines) + "\n== current exception\n";
 
-TEST(WorkerTest, CurrentExceptionIsDescribedByItsKind) {
-  const std::pair<void (*)(), const char*> cases[] = {
-      {[] { throw "a text"; }, "a text"},
-      {[] { throw static_cast<const char*>(nullptr); }, "(no text)"},
-      {[] { throw std::string("a string"); }, "a string"},
-      {[] { throw std::bad_alloc(); }, "out of memory"},
-      {[] { throw std::runtime_error("a runtime error"); }, "a runtime error"},
-      {[] { throw 7; }, "an exception of unknown kind"},
+  void (*const raises[])() = {
+      [] { throw "a text"; },
+      [] { throw static_cast<const char*>(nullptr); },
+      [] { throw std::string("a string"); },
+      [] { throw std::bad_alloc(); },
+      [] { throw std::runtime_error("a runtime error"); },
+      [] { throw 7; },
   };
-  for (const auto& [raise, text] : cases) {
+  for (const auto raise : raises) {
     try {
       raise();
     } catch (...) {
-      EXPECT_EQ(DescribeCurrentException(), text);
+      text += DescribeCurrentException() + "\n";
     }
   }
-}
 
-TEST(WorkerTest, IdlePauseIsTheListenTimerPlusOneAndOnlyAnExactYesBalancesTheLoad) {
-  const struct {
-    const char* timer;
-    uint32_t pause;
-  } cases[] = {
-      {"250", 251}, {"abc", 1}, {"", 1}, {" 10ms", 11}, {"-5", 0}, {"-1", 0},
-      {"2147483647", 2147483648u}, {"99999999999", 2147483648u},
-  };
-  for (const auto& c : cases) {
-    ProcessSettings().Set(CSettings::kListenTimer, c.timer);
-    EXPECT_EQ(IdlePauseMs(), c.pause) << "timer '" << c.timer << "'";
+  text += "== listen timer -> idle pause\n";
+  for (const char* timer : {"250", "abc", "", " 10ms", "-5", "-1", "2147483647", "99999999999"}) {
+    ProcessSettings().Set(CSettings::kListenTimer, timer);
+    text += "'" + std::string(timer) + "' -> " + std::to_string(IdlePauseMs()) + "\n";
   }
-  ProcessSettings().Set(CSettings::kLoadBalancing, "Yes");
-  EXPECT_TRUE(LogonThroughMessageServer());
-  for (const char* other : {"yes", "YES", "Yes ", " Yes", "", "1", "true"}) {
-    ProcessSettings().Set(CSettings::kLoadBalancing, other);
-    EXPECT_FALSE(LogonThroughMessageServer()) << "'" << other << "'";
+  text += "== load balancing -> logon through the message server\n";
+  for (const char* setting : {"Yes", "yes", "YES", "Yes ", " Yes", "", "1", "true"}) {
+    ProcessSettings().Set(CSettings::kLoadBalancing, setting);
+    text += "'" + std::string(setting) + "' -> " + std::to_string(LogonThroughMessageServer()) + "\n";
   }
   ProcessSettings() = CSettings();
-}
 
-TEST(DecimalTextTest, ReadsLeadingDigitsAfterWhiteSpaceAndSignClampedToTheRange) {
-  const struct {
-    const char* text;
-    int value;
-  } cases[] = {
-      {"250", 250}, {"  250", 250}, {"\t\r\n 7", 7}, {"250ms", 250}, {"00", 0}, {"08", 8}, {"-5", -5},
-      {"+12", 12}, {"1 2", 1}, {"\v\f 3", 3},
-      // No digits give 0.
-      {"", 0}, {"abc", 0}, {"   ", 0}, {"-", 0}, {"- 5", 0}, {"x250", 0},
-      {"2147483647", INT_MAX}, {"2147483648", INT_MAX}, {"-2147483648", INT_MIN}, {"-2147483649", INT_MIN},
-      {"99999999999999999999999999999999", INT_MAX}, {"-99999999999999999999999999999999", INT_MIN},
-  };
-  for (const auto& c : cases) EXPECT_EQ(DecimalTextToInt(c.text), c.value) << "'" << c.text << "'";
+  // Leading digits after white space and sign, clamped to the range; none give 0.
+  text += "== decimal text\n";
+  for (const char* decimal : {"250", "  250", "\t\r\n 7", "250ms", "00", "08", "-5", "+12", "1 2", "\v\f 3", "", "abc",
+                              "   ", "-", "- 5", "x250", "2147483647", "2147483648", "-2147483648", "-2147483649",
+                              "99999999999999999999999999999999", "-99999999999999999999999999999999"}) {
+    text += "'" + std::string(decimal) + "' -> " + std::to_string(DecimalTextToInt(decimal)) + "\n";
+  }
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/app/expected/worker.txt"));
 }
 
 }  // namespace

@@ -1,14 +1,17 @@
 #pragma once
 // The batch server against a simulated SAP system, as a user runs them: a
-// system file and an INI file written by the test, sapsim serve on a free
-// port, and sapsim call playing SAP. Who runs the worker (the batchserver
-// binary, or the test's own process) is the deriving test's choice.
+// system file from tests/e2e/data/ and an INI file written by the test,
+// sapsim serve on a free port, and sapsim call playing SAP. Who runs the
+// worker (the batchserver binary, or the test's own process) is the deriving
+// test's choice.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -27,42 +30,10 @@ using testutil::CountOf;
 using testutil::Eventually;
 inline const std::string kWaiting = "\r\n...WAITING FOR BATCHES...\r\n";
 
-// ZKTZ_BATCHES offers two functions (a row with every field type, a small
-// one); rows with ACTIVE y and blank and one naming a structure that does not
-// exist offer nothing.
-inline std::string TestSystem() {
-  return R"({
-  "system_id": "E2E", "release": "46C", "kernel_release": "46D", "host": "e2ehost",
-  "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
-  "groups": ["PUBLIC"],
-  "structures": {
-    "ZKTZ_BATCHES": [
-      {"name": "MANDT", "type": "C", "length": 3}, {"name": "PROGRAMM", "type": "C", "length": 40},
-      {"name": "FUNCTION", "type": "C", "length": 30}, {"name": "STRUCTURE", "type": "C", "length": 30},
-      {"name": "ACTIVE", "type": "C", "length": 1}
-    ],
-    "ZE2E_ALL": [
-      {"name": "H_IDENT", "type": "C", "length": 10}, {"name": "T_IDENT", "type": "C", "length": 10},
-      {"name": "IDENT", "type": "C", "length": 8}, {"name": "NOTE", "type": "C", "length": 40},
-      {"name": "DAY", "type": "D"}, {"name": "AT", "type": "T"},
-      {"name": "AMOUNT", "type": "P", "length": 5, "decimals": 2}, {"name": "CODE", "type": "N", "length": 4},
-      {"name": "QTY", "type": "I"}, {"name": "WEIGHT", "type": "F"}, {"name": "PRIO", "type": "s"},
-      {"name": "FLAGS", "type": "b"}, {"name": "RAW", "type": "X", "length": 2},
-      {"name": "SHARE", "type": "P", "length": 2, "decimals": 3}
-    ],
-    "ZE2E_SMALL": [{"name": "H_IDENT", "type": "C", "length": 10}, {"name": "NAME", "type": "C", "length": 20}]
-  },
-  "tables": {
-    "ZKTZ_BATCHES": [
-      {"MANDT": "100", "PROGRAMM": "BATCHE2E", "FUNCTION": "Z_E2E_ALL", "STRUCTURE": "ZE2E_ALL", "ACTIVE": "Y"},
-      {"MANDT": "100", "PROGRAMM": "BATCHE2E", "FUNCTION": "Z_E2E_LOWER", "STRUCTURE": "ZE2E_SMALL", "ACTIVE": "y"},
-      {"MANDT": "100", "PROGRAMM": "BATCHE2E", "FUNCTION": "Z_E2E_SMALL", "STRUCTURE": "ZE2E_SMALL", "ACTIVE": "Y"},
-      {"MANDT": "100", "PROGRAMM": "BATCHE2E", "FUNCTION": "Z_E2E_BLANK", "STRUCTURE": "ZE2E_SMALL", "ACTIVE": ""},
-      {"MANDT": "100", "PROGRAMM": "BATCHE2E", "FUNCTION": "Z_E2E_UNKNOWN", "STRUCTURE": "ZE2E_MISSING", "ACTIVE": "Y"}
-    ]
-  }
-})";
-}
+// A system file under tests/e2e/data/. In system.json ZKTZ_BATCHES offers two
+// functions (a row with every field type, a small one); rows with ACTIVE y and
+// blank and one naming a structure that does not exist offer nothing.
+inline std::string DataFile(const std::string& name) { return testutil::SourceDir() + "/tests/e2e/data/" + name; }
 
 // One service cycle as the log shows it: the entries after a header block.
 struct LoggedCycle {
@@ -100,11 +71,12 @@ class BatchServerE2eTest : public ::testing::Test {
     };
   }
 
-  // sapsim serving `system` on `port` (0: a free one); the settings follow it.
+  // sapsim serving the data file `system` on `port` (0: a free one); the
+  // settings follow it.
   void StartSapsim(uint16_t port = 0, const std::vector<std::string>& extra = {}, bool message_server = false,
-                   const std::string& system = TestSystem()) {
+                   const std::string& system = "system.json") {
     sapsim_.reset();
-    sapsim::testing::SapsimProcess::Options options{dir_.Write("system.json", system), port, message_server, extra};
+    sapsim::testing::SapsimProcess::Options options{DataFile(system), port, message_server, extra};
     sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
     settings_["sap.server.gateway.service"] = sapsim_->port_text();
   }
@@ -130,6 +102,25 @@ class BatchServerE2eTest : public ::testing::Test {
   }
   int Receipts() const { return CountOf(LogText(), " - Receive data: "); }
   std::vector<std::string> XmlFiles() const { return testutil::FileNames(xml_); }
+  // `text` with what differs between runs as fixed placeholders: the test's
+  // directory, the instance, log times and dates (the daily log's name too),
+  // batch ids numbered as they appear.
+  std::string Normalised(std::string text) const {
+    for (const auto& [from, to] : {std::pair{dir_.path(), std::string("<dir>")}, {instance_, "<instance>"}}) {
+      for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) text.replace(at, from.size(), to);
+    }
+    text = std::regex_replace(text, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"), "MM/DD/YY hh:mm:ss");
+    text = std::regex_replace(text, std::regex(R"(/\d{8}\.log)"), "/YYYYMMDD.log");
+    std::vector<std::string> ids;
+    std::smatch id;
+    while (std::regex_search(text, id, std::regex(R"(\b[0-9]{15}\b)"))) {
+      const std::string found = id.str();
+      const size_t at = static_cast<size_t>(id.position(0));
+      if (std::find(ids.begin(), ids.end(), found) == ids.end()) ids.push_back(found);
+      text.replace(at, 15, "<id" + std::to_string(std::find(ids.begin(), ids.end(), found) - ids.begin() + 1) + ">");
+    }
+    return text;
+  }
 
   // sapsim call with `csv` as the batch.
   testutil::RunResult Call(const std::string& csv, const std::string& function = "Z_E2E_SMALL",

@@ -23,14 +23,14 @@
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_app.h"
 #include "rfc/server/rfc_server_func.h"
-#include "tests/e2e/server_test_support.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
 #include "tests/support/field_info.h"
+#include "tests/support/polling.h"
 
 namespace {
 
-using server_test::CountOf;
+using testutil::CountOf;
 using testutil::Eventually;
 
 constexpr const char* kProgram = "POOLE2E";

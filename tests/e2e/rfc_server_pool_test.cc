@@ -5,27 +5,27 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <memory>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "platform/path.h"
+#include "platform/thread.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/server/rfc_server_app.h"
 #include "tests/e2e/server_test_support.h"
-#include "tests/rfc/rfc_test_support.h"
 #include "tests/support/log_reading.h"
 
 namespace {
 
-using server_test::CountOf;
 using server_test::EchoFunc;
+using testutil::CountOf;
+using testutil::Join;
 
 constexpr const char* kThreadsFailed = "In CRfcServerApp::Run,  some threads failed in this RFC server.";
 
-class ServerPoolTest : public ::testing::Test {
+class ServerPoolTest : public server_test::TranscriptTest {
  protected:
   void SetUp() override {
     script().Reset();
@@ -45,8 +45,6 @@ class ServerPoolTest : public ::testing::Test {
     script().dispatch_default = RFC_CLOSED;
     stand_in::State::SetErrorEx(script().last_error_ex, 109, "RFC_ERROR_CANCELLED", "registration cancelled");
   }
-  static stand_in::State& script() { return rfc_test::Fake(); }
-
   // Runs the pool; the text it throws (or "") and what it printed.
   struct PoolRun {
     int rc = -1;
@@ -69,58 +67,26 @@ class ServerPoolTest : public ::testing::Test {
   CRfcConnection connection_;
 };
 
+// Among several threads the one whose accept failed is named; the others end
+// well. (The report's texts with one thread are in the transcript below.)
 TEST_F(ServerPoolTest, ThreadWhoseAcceptFailsEndsWith99AndRunReportsIt) {
   CRfcServerApp app(&connection_);
   script().failing_accepts = {2};
-  PoolRun run;
-  const rfc_test::TracedRun traced = rfc_test::RunTraced([&] { run = RunPool(app, 3); });
+  const PoolRun run = RunPool(app, 3);
   EXPECT_EQ(run.thrown, kThreadsFailed);
-  // The count goes to the trace of the thread that ran the pool.
-  EXPECT_TRUE(server_test::Contains(traced.lines,
-                                    {"CRfcServerApp::Run(void) called", "   1 threads failed in this server.", ""}))
-      << traced.content;
   const std::string& out = run.out;
-  EXPECT_EQ(out.rfind("\n Main Thread  StartThreadServer", 0), 0u) << out;
   EXPECT_EQ(CountOf(out, "RfcAccept          handle = "), 3) << out;
   std::smatch failed;
   ASSERT_TRUE(std::regex_search(out, failed, std::regex("\n Thread +([0-9]+):  RfcAccept          handle = 0"))) << out;
-  const std::string number = failed[1];
-  char prefix[32];
-  std::snprintf(prefix, sizeof prefix, "\n Thread %3d:  ", std::stoi(number));
-  for (const std::string& part :
-       {std::string(prefix) + "\n RfcLastErrorEx\n\n\nRFC call/exception: RfcAccept\nGroup       Error group 101\n"
-                              "Key         RFC_ERROR_COMMUNICATION\nMessage     gateway refused\n",
-        "\n\n Main Thread:  RFC-ERROR OCCURS  ==>  Thread " + number + " exited\n",
-        std::string("\n\n Main Thread:  2 thread(s) successfully terminated.\n"),
-        std::string("\n\n Main Thread:  1 thread(s) terminated with an error.\n")}) {
+  for (const std::string& part : {"\n\n Main Thread:  RFC-ERROR OCCURS  ==>  Thread " + failed[1].str() + " exited\n",
+                                  std::string("\n\n Main Thread:  2 thread(s) successfully terminated.\n"),
+                                  std::string("\n\n Main Thread:  1 thread(s) terminated with an error.\n")}) {
     EXPECT_NE(out.find(part), std::string::npos) << part << "\nin:\n" << out;
   }
   EXPECT_EQ(CountOf(out, "Wait for next RFC call with RfcDispatch.........."), 2) << out;
-  // The report closes the null handle, as the library's cleanup.
-  const std::vector<stand_in::Record> closed = script().CallsOf("RfcClose");
-  ASSERT_EQ(closed.size(), 1u);
-  EXPECT_EQ(closed[0].handle, 0u);
   // Every accept used the application connection's vector.
   for (const stand_in::Record& accept : script().CallsOf("RfcAccept")) EXPECT_EQ(accept.text, "-aPOOL");
   EXPECT_TRUE(CRfcServerApp::IsMultiThreaded());
-}
-
-// A connection closed without cancellation, or whose dispatch failed, is
-// accepted again (here the second accept fails).
-TEST_F(ServerPoolTest, ConnectionEndedWithoutCancellationIsAcceptedAgain) {
-  for (const auto dispatch : {RFC_CLOSED, RFC_FAILURE}) {
-    Arm(10);
-    stand_in::State::SetErrorEx(script().last_error_ex, 104, "RFC_ERROR_CLOSED", "partner left");
-    script().dispatch_default = dispatch;
-    script().failing_accepts = {2};
-    CRfcServerApp app(&connection_);
-    const PoolRun run = RunPool(app, 1);
-    EXPECT_EQ(run.thrown, kThreadsFailed);
-    for (const char* part : {"\n Thread   1:  RfcAccept          handle = 10", "\n Thread   1:  RfcAccept          handle = 0",
-                             "RFC-ERROR OCCURS  ==>  Thread 1 exited"}) {
-      EXPECT_NE(run.out.find(part), std::string::npos) << part << "\nin:\n" << run.out;
-    }
-  }
 }
 
 TEST_F(ServerPoolTest, AtMostOneThousandAndOneThreadsAreStarted) {
@@ -129,7 +95,7 @@ TEST_F(ServerPoolTest, AtMostOneThousandAndOneThreadsAreStarted) {
   PoolRun run;
   const rfc_test::TracedRun traced = rfc_test::RunTraced([&] { run = RunPool(app, 2000); });
   EXPECT_EQ(run.thrown, kThreadsFailed);
-  EXPECT_TRUE(server_test::Contains(traced.lines, {"2000 threads failed in this server."})) << traced.content;
+  EXPECT_NE(traced.content.find("\r\n2000 threads failed in this server.\r\n"), std::string::npos) << traced.content;
   EXPECT_EQ(testutil::Join(CountOf(run.out, "RfcAccept          handle = 0"), CountOf(run.out, "RFC-ERROR OCCURS"),
                            script().CallsOf("RfcAccept").size()),
             "1001|1001|1001|");
@@ -139,53 +105,45 @@ TEST_F(ServerPoolTest, AtMostOneThousandAndOneThreadsAreStarted) {
   EXPECT_EQ(run.out.find("successfully terminated"), std::string::npos);
 }
 
-// The calling thread prints the short text, its trace gets the long one;
-// handles beyond the thread table report as the main thread.
-TEST_F(ServerPoolTest, FunctionWithoutCloneIsRefusedOnEveryCall) {
-  const struct {
-    ConnectionHandle first_handle;
-    const char* accepted;
-    const char* prefix;
-  } cases[] = {{10, "\n Thread   1:  RfcAccept          handle = 10", "\n Thread   1:  "},
-               {CRfcServerApp::kThreadTableSize, "\n Thread   1:  RfcAccept          handle = 2499", "\n Main Thread  "}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.prefix);
-    Arm(c.first_handle);
+// One thread: a connection closed without cancellation, or whose dispatch
+// failed, is accepted again (here the second accept fails). A function without
+// clone is refused on every call: the calling thread prints the short text,
+// its trace gets the long one; handles beyond the thread table report as the
+// main thread. A pool of no threads, or without connection, starts nothing.
+TEST_F(ServerPoolTest, OneThreadPoolsAndPoolsThatStartNothing) {
+  for (const auto dispatch : {RFC_CLOSED, RFC_FAILURE}) {
+    Arm(10);
+    stand_in::State::SetErrorEx(script().last_error_ex, 104, "RFC_ERROR_CLOSED", "partner left");
+    script().dispatch_default = dispatch;
+    script().failing_accepts = {2};
+    CRfcServerApp app(&connection_);
+    Step(dispatch == RFC_CLOSED ? "connection closed" : "dispatch failing", [&] { return Join(app.Run(1)); });
+  }
+  for (const int first_handle : {10, CRfcServerApp::kThreadTableSize}) {
+    Arm(first_handle);
     script().pending_calls = {"Z_ECHO", "Z_ECHO"};
     CRfcServerApp app(&connection_);
     EchoFunc echo("Z_ECHO");
     app.AddFunction(&echo);
-    testutil::TempDir traces;
-    GetRfcTrace().SetDirectory(traces.path());
-    GetRfcTrace().SetTraceOn(1);
-    const PoolRun run = RunPool(app, 1);
-    GetRfcTrace().SetTraceOn(0);
-    EXPECT_EQ(testutil::Join(run.rc, echo.processed), "0|0|");
-    EXPECT_NE(run.out.find(c.accepted), std::string::npos) << run.out;
-    EXPECT_EQ(CountOf(run.out, std::string(c.prefix) +
-                                   "You have to implement the clone function "
-                                   "CRfcServerFunc::clone() in the derived class of CRfcServerFunc."),
-              2)
-        << run.out;
-    EXPECT_EQ(CountOf(testutil::FilesText(traces.path()), server_test::CloneExplanationInTrace()), 2);
+    Step("no clone, handles from " + std::to_string(first_handle), [&] {
+      const int rc = app.Run(1);
+      // The pool thread's trace: the files beside the calling thread's own.
+      const std::string dir = GetRfcTrace().GetDirectory();
+      std::string traces;
+      for (const std::string& name : testutil::FileNames(dir)) {
+        const std::string path = dir + platform::kPathSeparator + name;
+        if (path != rfc_test::TraceFileOf(dir, platform::CurrentThreadId())) traces += testutil::ReadBytes(path);
+      }
+      return Join(rc, echo.processed) + "\npool trace:\n" + traces;
+    });
   }
-}
-
-TEST_F(ServerPoolTest, PoolOfNoThreadsOrWithoutConnectionStartsNothing) {
   {
     CRfcServerApp app(&connection_);
-    for (int count : {0, -5}) {
-      testing::internal::CaptureStdout();
-      EXPECT_EQ(app.StartThreadServer(count), 0);
-      EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n Main Thread  StartThreadServer");
-    }
+    Step("no threads", [&] { return Join(app.StartThreadServer(0), app.StartThreadServer(-5)); });
   }
   CRfcServerApp app(nullptr);
-  const char* text = "In CRfcServerApp::StartThreadServer, no RFC connection established yet for the application!";
-  const rfc_test::TracedRun run = rfc_test::RunTraced([&] { app.StartThreadServer(2); });
-  EXPECT_EQ(run.thrown, text);
-  EXPECT_TRUE(server_test::Contains(run.lines, {"CRfcServerApp::StartThreadServer called", text})) << run.content;
-  EXPECT_TRUE(script().CallsOf("RfcAccept").empty());
+  Step("no connection", [&] { return Join(app.StartThreadServer(2)); });
+  EXPECT_TRUE(TranscriptMatches("tests/e2e/expected/server_pool.txt"));
 }
 
 }  // namespace

@@ -1,28 +1,22 @@
 #pragma once
-// Server functions and small helpers shared by the server framework's tests.
+// What the server framework's tests on the stand-in library share: a server
+// function, and steps written into a transcript that is compared whole.
 
-#include <algorithm>
-#include <memory>
+#include <gtest/gtest.h>
+
+#include <functional>
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_func.h"
-#include "tests/support/polling.h"
+#include "tests/rfc/rfc_test_support.h"
+#include "tests/support/expected_file.h"
 
 namespace server_test {
 
-// The explanation the base clone writes to the trace.
-inline constexpr const char* kCloneExplanation =
-    "\n\nYou have to implement this clone function CRfcServerFunc::clone() \n \tin the derived "
-    "class of CRfcServerFunc. \n     Suppose the derived class is Derived (: public "
-    "CRfcServerFunc), \n \tthe clone function can then be defined in the following: \n     "
-    "CRfcServerFunc * Dervied::clone() {return new Derived(*this);}.  \n \tBut it requires "
-    "implementation of a copy constructor. \n     Derived::Derived(Derived & ).  \n \tTherefore, "
-    "in the derived class of CRfc ServerFunc, \n \tthe copy constructor must be implemented. \n "
-    "\tPlease see the multithreading server documentation and/or sample\n\n";
+using testutil::Join;
 
 // A server function with an import, an export and a table that counts its
 // calls. It does not implement clone.
@@ -57,17 +51,31 @@ class EchoFunc : public CRfcServerFunc {
   CRfcTableParam lines_{"LINES", 10, 0, 0, nullptr, ""};
 };
 
-using testutil::CountOf;
-inline int CountOf(const std::vector<std::string>& items, const std::string& item) {
-  return static_cast<int>(std::count(items.begin(), items.end(), item));
-}
+class TranscriptTest : public ::testing::Test {
+ protected:
+  static stand_in::State& script() { return rfc_test::Fake(); }
 
-// kCloneExplanation as a trace file holds it: every line feed ends in CR LF.
-inline std::string CloneExplanationInTrace() { return std::regex_replace(kCloneExplanation, std::regex("\n"), "\r\n"); }
+  // Runs `step` traced (on a thread of its own) with standard output captured;
+  // the transcript gets what it answered, printed and traced, and the library
+  // entries it called.
+  void Step(const std::string& title, const std::function<std::string()>& step) {
+    script().log.clear();
+    std::string answer;
+    testing::internal::CaptureStdout();
+    const rfc_test::TracedRun run = rfc_test::RunTraced([&] { answer = step(); });
+    transcript_ += "## " + title + "\n-> " + answer + (run.threw_text ? " threw: " + run.thrown : "");
+    transcript_ += "\nout: " + testing::internal::GetCapturedStdout() + "\ntrace:\n" + run.content;
+    transcript_ += "\ncalls:";
+    for (const stand_in::Record& call : script().log) transcript_ += " " + call.entry + "(" + std::to_string(call.handle) + ")";
+    transcript_ += "\n";
+  }
+  // The transcript, its trace times as a placeholder, against `expected`.
+  ::testing::AssertionResult TranscriptMatches(const std::string& expected) const {
+    const std::string normalised = std::regex_replace(transcript_, std::regex("Trace at   .*"), "Trace at   <time>");
+    return testutil::MatchesExpectedFile(normalised, expected);
+  }
 
-// True when `lines` hold `run` as consecutive lines.
-inline bool Contains(const std::vector<std::string>& lines, const std::vector<std::string>& wanted) {
-  return std::search(lines.begin(), lines.end(), wanted.begin(), wanted.end()) != lines.end();
-}
+  std::string transcript_;
+};
 
 }  // namespace server_test
