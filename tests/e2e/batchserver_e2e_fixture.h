@@ -17,6 +17,7 @@
 
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/sapsim/support/sapsim_process.h"
+#include "tests/support/expected_file.h"
 #include "tests/support/log_reading.h"
 #include "tests/support/polling.h"
 #include "tests/support/processes.h"
@@ -106,11 +107,8 @@ class BatchServerE2eTest : public ::testing::Test {
   // directory, the instance, log times and dates (the daily log's name too),
   // batch ids numbered as they appear.
   std::string Normalised(std::string text) const {
-    for (const auto& [from, to] : {std::pair{dir_.path(), std::string("<dir>")}, {instance_, "<instance>"}}) {
-      for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) text.replace(at, from.size(), to);
-    }
-    text = std::regex_replace(text, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"), "MM/DD/YY hh:mm:ss");
-    text = std::regex_replace(text, std::regex(R"(/\d{8}\.log)"), "/YYYYMMDD.log");
+    text = testutil::WithPlaceholders(testutil::Normalised(text, {{dir_.path(), "<dir>"}, {instance_, "<instance>"}}),
+                                      {{R"(/\d{8}\.log)", "/YYYYMMDD.log"}});
     std::vector<std::string> ids;
     std::smatch id;
     while (std::regex_search(text, id, std::regex(R"(\b[0-9]{15}\b)"))) {

@@ -131,23 +131,23 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
             << LogText();
         const LoggedCycle failed = Cycles()[cycles - 1];
         out += std::string(log ? "log " : "xml ") + (op == FileOp::kOpen ? "open, " : "write, ") + name + ": " +
-               testutil::Visible(call.out) + (call.exit_code == 0 ? " exit 0" : " failed") + ", cycles +" +
+               testutil::Escaped(call.out) + (call.exit_code == 0 ? " exit 0" : " failed") + ", cycles +" +
                std::to_string(Cycles().size() - cycles) + ", unknown " + std::to_string(failed.Unknown()) +
                ", received +" + std::to_string(ReceivedIds().size() - received) + ", documents +" +
                std::to_string(XmlFiles().size() - xml_files);
         if (log) {
-          out += ", ends " + testutil::Visible(failed.body.substr(failed.body.size() - 22));
+          out += ", ends " + testutil::Escaped(failed.body.substr(failed.body.size() - 22));
           out += ProcessLog().GetLastError();
         } else {
           out += std::filesystem::exists(XmlPath(ReceivedIds().back())) ? ", document kept" : ", no document";
         }
         // The next batch is taken whole: answered with 1, logged, written.
         const std::string tag = "N" + std::to_string(out.size());
-        out += "; next: " + testutil::Visible(Call(2, tag).out);
+        out += "; next: " + testutil::Escaped(Call(2, tag).out);
         out += " received +" + std::to_string(ReceivedIds().size() - received);
         const std::string xml = testutil::ReadBytes(XmlPath(ReceivedIds().back()));
         out += xml.find("<H_IDENT>" + tag + "1</H_IDENT>") != std::string::npos ? ", its rows" : ", not its rows";
-        out += ", ends " + testutil::Visible(xml.substr(xml.size() - 9)) + "\n";
+        out += ", ends " + testutil::Escaped(xml.substr(xml.size() - 9)) + "\n";
       }
     }
   }

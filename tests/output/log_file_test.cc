@@ -53,12 +53,12 @@ class LogFileTest : public ::testing::Test {
 TEST_F(LogFileTest, HeaderEntriesAndFailuresAsWritten) {
   testutil::WriteBytes(path_, "earlier\r\n");
   log_.WriteHeader();
-  std::string out = "header: " + testutil::Visible(Contents()) + "\n";
+  std::string out = "header: " + testutil::Escaped(Contents()) + "\n";
   EXPECT_NE(Contents().find("# Date/Time: " + log_.GetDateTimeText() + "\r\n"), std::string::npos);  // as kept
   CLogFile restarted;  // as after a restart: the same day's file goes on
   restarted.SetPath(path_);
   restarted.Write(0, "tail");
-  out += "restarted, tail: " + testutil::Visible(Contents().substr(Contents().size() - 6)) + "\n";
+  out += "restarted, tail: " + testutil::Escaped(Contents().substr(Contents().size() - 6)) + "\n";
 
   const std::pair<uint32_t, const char*> cases[] = {
       {0, "a\tb\nc"}, {LOG_INDENT1, "T"}, {LOG_INDENT2, "T"}, {LOG_INDENT3, "T"}, {LOG_INDENT4, "T"},
@@ -69,15 +69,15 @@ TEST_F(LogFileTest, HeaderEntriesAndFailuresAsWritten) {
     const std::string entry = std::regex_replace(Entry(flags, text), std::regex(R"( \(\d+\))"), " (<ms>)");
     char shown_flags[16];
     std::snprintf(shown_flags, sizeof shown_flags, "0x%04X ", flags);
-    out += shown_flags + testutil::Visible(text) + " -> " + testutil::Visible(entry) + "\n";
+    out += shown_flags + testutil::Escaped(text) + " -> " + testutil::Escaped(entry) + "\n";
   }
   std::string text = "T";
   log_.Write(LOG_INDENT1 | LOG_NEWLINE1, text);
-  out += "the caller's text becomes: " + testutil::Visible(text) + "\n";
+  out += "the caller's text becomes: " + testutil::Escaped(text) + "\n";
   std::filesystem::remove(path_);
   const std::string big(20000, 'x');
   log_.WriteFormat(LOG_NEWLINE1, "%s|%d|%u|%s", big.c_str(), -7, 42u, "end");
-  out += "formatted: " + testutil::Visible(Contents()) + "\n";
+  out += "formatted: " + testutil::Escaped(Contents()) + "\n";
   std::filesystem::remove(path_);
   log_.WriteFormat(0, "%ls", L"\x100");  // no such character in the C locale: the format as it is
   out += "unprintable: " + Contents() + "\n";

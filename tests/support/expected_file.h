@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <regex>
 #include <string>
@@ -43,20 +44,38 @@ inline ::testing::AssertionResult MatchesExpectedFile(const std::string& actual,
 
 // What varies between runs replaced by fixed placeholders: every given value
 // (a temp path, a port, an instance name) and the log's "MM/DD/YY hh:mm:ss".
+// Patterns that vary further go through WithPlaceholders.
 inline std::string Normalised(std::string text, const std::vector<std::pair<std::string, std::string>>& values = {}) {
   for (const auto& [value, placeholder] : values) {
     for (size_t at = 0; !value.empty() && (at = text.find(value, at)) != std::string::npos; at += placeholder.size()) {
       text.replace(at, value.size(), placeholder);
     }
   }
-  return std::regex_replace(text, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"), "<DATE TIME>");
+  return std::regex_replace(text, std::regex(R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"), "MM/DD/YY hh:mm:ss");
 }
 
-// Tabs, CRs and LFs shown as \t, \r, \n, so that any text fits on one line.
-inline std::string Visible(const std::string& text) {
-  std::string shown;
-  for (const char c : text) shown += c == '\t' ? "\\t" : c == '\r' ? "\\r" : c == '\n' ? "\\n" : std::string(1, c);
-  return shown;
+// A pattern (std::regex) matched as the text it is.
+inline std::string Literal(const std::string& text) {
+  return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
+}
+
+// Every match of each pattern, in the order given, becomes its placeholder.
+inline std::string WithPlaceholders(std::string text,
+                                    const std::vector<std::pair<std::string, std::string>>& patterns) {
+  for (const auto& [pattern, placeholder] : patterns) text = std::regex_replace(text, std::regex(pattern), placeholder);
+  return text;
+}
+
+// Bytes as one readable line: tabs, CRs and LFs as \t, \r, \n, other bytes
+// outside printable ASCII as \xHH.
+inline std::string Escaped(const std::string& bytes) {
+  std::string text;
+  char hex[5];
+  for (const unsigned char c : bytes) {
+    std::snprintf(hex, sizeof hex, "\\x%02x", c);
+    text += c == '\t' ? "\\t" : c == '\r' ? "\\r" : c == '\n' ? "\\n" : c >= 32 && c < 127 ? std::string(1, static_cast<char>(c)) : hex;
+  }
+  return text;
 }
 
 }  // namespace testutil

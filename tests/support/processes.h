@@ -133,4 +133,13 @@ inline RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms
   return result;
 }
 
+// One run of `command` as a transcript shows it: the program as `name`, its
+// arguments, the exit code, the output and the error output, each byte as written.
+inline std::string RunTranscript(const std::string& name, const std::vector<std::string>& command) {
+  const RunResult result = RunCommand(command);
+  std::string line = "$ " + name;
+  for (size_t i = 1; i < command.size(); ++i) line += " " + command[i];
+  return line + "\n[exit " + std::to_string(result.exit_code) + "]\n" + result.out + "[stderr]\n" + result.err;
+}
+
 }  // namespace testutil

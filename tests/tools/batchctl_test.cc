@@ -16,7 +16,6 @@
 #include "tests/support/notify_socket.h"
 #include "tests/support/processes.h"
 #include "tests/support/temp_dir.h"
-#include "tests/support/text_placeholders.h"
 
 namespace {
 
@@ -104,7 +103,7 @@ TEST(BatchctlTest, StatusReportsTheWorkersStateWithItsExitCode) {
     text += person + Transcript({"status", "--json", name});
   }
   text = testutil::WithPlaceholders(
-      text, {{testutil::Literal(name), "<name>"}, {testutil::kTimePattern, "<time>"},
+      text, {{testutil::Literal(name), "<name>"}, {R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)", "<time>"},
              {"\"since_ms\":\\d+", "\"since_ms\":<ms>"},
              {"(process id: +|\"process_id\":)" + std::to_string(getpid()), "$1<pid>"}});
   EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/tools/expected/batchctl_states.txt"));

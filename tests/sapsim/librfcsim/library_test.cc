@@ -24,7 +24,6 @@
 #include "tests/sapsim/support/system_files.h"
 #include "tests/support/expected_file.h"
 #include "tests/support/polling.h"
-#include "tests/support/text_placeholders.h"
 
 namespace sapsim::testing {
 namespace {

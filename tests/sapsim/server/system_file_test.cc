@@ -13,7 +13,6 @@
 #include "sapsim/tool/csv_reader.h"
 #include "sapsim/wire/rfc_types.h"
 #include "tests/support/expected_file.h"
-#include "tests/support/text_placeholders.h"
 
 namespace sapsim::server {
 namespace {

@@ -12,7 +12,6 @@
 #include "sapsim/wire/rfc_types.h"
 #include "sapsim/wire/value_converter.h"
 #include "tests/support/expected_file.h"
-#include "tests/support/text_placeholders.h"
 
 namespace sapsim::wire {
 namespace {
