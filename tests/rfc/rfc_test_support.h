@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -116,6 +117,46 @@ inline void ExpectTracedFailure(const std::function<void()>& code, const char* o
   EXPECT_EQ(run.thrown, thrown != nullptr ? thrown : text);
   EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::StartsWith("Rfc Class Library Trace at   "),
                                                 operation, text));
+}
+
+// A step of a transcript: what it does, and what it shows afterwards.
+struct Step {
+  std::string name;
+  std::function<void()> run;
+  std::function<std::string()> then = {};
+};
+
+// Runs `steps` in order on one traced thread, the trace switched on before
+// each, and writes per step its name, what it threw, what it showed and the
+// trace lines it wrote (digits of the header's time as #), for one comparison
+// with an expected file.
+inline std::string Transcript(const std::vector<Step>& steps) {
+  std::string out;
+  RunTraced([&] {
+    const std::string file = TraceFileOf(GetRfcTrace().GetDirectory(), platform::CurrentThreadId());
+    size_t seen = 0;
+    for (const Step& step : steps) {
+      GetRfcTrace().SetTraceOn(1);
+      out += "## " + step.name + "\n";
+      try {
+        step.run();
+      } catch (const char* text) {
+        out += "throws: " + std::string(text) + "\n";
+      } catch (const RFC_ERROR_INFO& error) {
+        out += "throws error: " + std::string(error.key) + "/" + error.status + "/" + error.message + "\n";
+      }
+      if (step.then) out += "then: " + step.then() + "\n";
+      const std::string content = testutil::ReadBytes(file);
+      for (std::string line : testutil::CrLfLines(content.substr(std::min(seen, content.size())))) {
+        if (line.rfind("Rfc Class Library Trace at", 0) == 0) {
+          std::replace_if(line.begin(), line.end(), [](char c) { return c >= '0' && c <= '9'; }, '#');
+        }
+        out += "| " + line + "\n";
+      }
+      seen = content.size();
+    }
+  });
+  return out;
 }
 
 // The last `count` lines of a run.

@@ -1,13 +1,12 @@
 // CRfcTrace: nothing while off, one file per thread with CR LF lines, the
-// header line, the deliberate cut of WriteError, the directory rules and the
-// failure paths of a thread's file.
+// header line, the directory rules and the failure paths of a thread's file.
+// (WriteError's cuts: the failure transcript.)
 
 #include "rfc/core/rfc_trace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -29,15 +28,6 @@ using rfc_test::TraceFileOf;
 using testutil::TempDir;
 using ::testing::ElementsAre;
 
-RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* message) {
-  RFC_ERROR_INFO error{};
-  std::strncpy(error.key, key, sizeof error.key - 1);
-  std::strncpy(error.status, status, sizeof error.status - 1);
-  std::strncpy(error.message, message, sizeof error.message - 1);
-  std::strncpy(error.intstat, "never written", sizeof error.intstat - 1);
-  return error;
-}
-
 // The process-wide trace goes back to off, and its directory to the start
 // one, however a test ends.
 class RfcTraceTest : public ::testing::Test {
@@ -58,7 +48,7 @@ TEST_F(RfcTraceTest, OffWritesNothingAndAllocatesNothingOnAFailedRecordThrows) {
         trace.WriteHeader();
         trace.WriteLine("one");
         trace.WriteBlankLines(5);
-        trace.WriteError(MakeError("K", "S", "M"));
+        trace.WriteError(RFC_ERROR_INFO{});
         EXPECT_EQ(rfc::testing::PendingAllocationFaults(), 1);
       },
       false);
@@ -105,27 +95,6 @@ TEST_F(RfcTraceTest, HeaderLine) {
   auto run = RunTraced([] { GetRfcTrace().WriteHeader(); });
   const std::string after = CRfcTrace::HeaderLine(platform::LocalNow());
   EXPECT_THAT(run.lines, ElementsAre("", "", "", ::testing::AnyOf(before, after)));
-}
-
-TEST_F(RfcTraceTest, WriteErrorCutsKeyAndStatus) {
-  RFC_ERROR_INFO full = MakeError("", "", "");
-  std::memset(full.key, 'k', sizeof full.key);  // no terminator
-  std::memset(full.status, 's', sizeof full.status);
-  auto run = RunTraced([&] {
-    GetRfcTrace().WriteError(MakeError("ABCDEFGHIJKLMNOPQRSTUVW", "ST", "MSG"));  // 23, 2, 3
-    GetRfcTrace().WriteError(MakeError("ABCDEFGHIJKLMNOPQRSTUVWX", "status text", "a message"));
-    GetRfcTrace().WriteError(MakeError("AB", "", ""));
-    GetRfcTrace().WriteError(MakeError("", "S", "M"));
-    GetRfcTrace().WriteError(full);
-  });
-  EXPECT_THAT(run.lines, ElementsAre("Key:    ABCDEFGHIJKLMNOPQRS", "Status: S", "Message:MSG",
-                                     "Key:    ABCDEFGHIJKLMNOPQRST", "Status: status tex",
-                                     "Message:a message", "Key:  ", "Status:", "Message:",  //
-                                     "Key:", "Status: ", "Message:M",                       //
-                                     "Key:    " + std::string(29, 'k'),
-                                     "Status: " + std::string(127, 's'), "Message:"));
-  EXPECT_EQ(CRfcTrace::ErrorLine("Message:", "abc", 2), "Message:ab");  // never past the field
-  EXPECT_EQ(CRfcTrace::ErrorLine("Key:    ", nullptr, 4) + "|" + CRfcTrace::ErrorLine("", "ab", 4), "Key:|ab");
 }
 
 TEST_F(RfcTraceTest, DirectoryRules) {
