@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -78,10 +79,45 @@ RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* messag
 
 TEST_F(RfcFailureTest, TranscriptOfEveryFailure) {
   std::vector<Step> steps;
+  // The trace: nothing while off, not even the thread's record; lines in CR
+  // LF, appended to a file already there and flushed at once.
+  steps.push_back({"trace off: header, line, blank lines, error, an allocation failing",
+                   [] {
+                     GetRfcTrace().SetTraceOn(0);
+                     rfc::testing::FailNextAllocation();
+                     GetRfcTrace().WriteHeader();
+                     GetRfcTrace().WriteLine("one");
+                     GetRfcTrace().WriteBlankLines(5);
+                     GetRfcTrace().WriteError(RFC_ERROR_INFO{});
+                   },
+                   [] {
+                     const int pending = rfc::testing::PendingAllocationFaults();
+                     rfc::testing::ClearAllocationFaults();
+                     return "allocation failures pending " + std::to_string(pending);
+                   }});
+  steps.push_back({"a file there already; the thread's record failing", [] {
+                     std::ofstream(rfc_test::TraceFileOf(GetRfcTrace().GetDirectory(), platform::CurrentThreadId()),
+                                   std::ios::binary) << "earlier\r\n";
+                     rfc::testing::FailNextAllocation();
+                     GetRfcTrace().WriteLine("not written");
+                   }});
+  steps.push_back({"lines: first, null, 0, -3 and 2 blank ones, two\\nparts", [] {
+                     GetRfcTrace().WriteLine("first");
+                     GetRfcTrace().WriteLine(nullptr);
+                     GetRfcTrace().WriteBlankLines(0);
+                     GetRfcTrace().WriteBlankLines(-3);
+                     GetRfcTrace().WriteBlankLines(2);
+                     GetRfcTrace().WriteLine("two\nparts");
+                   }});
+  steps.push_back({"trace on as -7", [] { GetRfcTrace().SetTraceOn(-7); },
+                   [] {
+                     GetRfcTrace().WriteLine("on");
+                     return "IsTraceOn " + std::to_string(GetRfcTrace().IsTraceOn() != 0);
+                   }});
   // Conversions: the small integer readings trace every call, the others
   // only their failures; a failed packed reading traces BCD2Str's line and
   // the operation's entry in the wording of the assignment direction.
-  unsigned char small_byte = 3, packed_bytes[3] = {}, bad_bytes[2] = {0x0A, 0x1C}, short_bytes[2] = {};
+  unsigned char small_byte = 3, packed_bytes[3] = {0x00, 0x00, 0x2C}, bad_bytes[2] = {0x0A, 0x1C}, short_bytes[2] = {};
   unsigned char text_bytes[5] = {}, unsized_byte = 0, good_bytes[2] = {0x01, 0x2C};
   CRfcData small(1), packed(1), bad(1), target(1), text(1), unsized(1), good(1);
   small.Init(&small_byte, TYPE_INT1, 1, 0);
@@ -90,23 +126,22 @@ TEST_F(RfcFailureTest, TranscriptOfEveryFailure) {
   target.Init(short_bytes, TYPE_BCD, 2, 0);
   unsized.Init(&unsized_byte, TYPE_CHAR, -1, 0);  // without a length even "" is too long
   good.Init(good_bytes, TYPE_BCD, 2, 0);
-  steps.push_back({"readings of INT1, INT2, INT, FLOAT", [&] {
-                     static_cast<void>(static_cast<RFC_INT1>(small));
-                     static_cast<void>(static_cast<RFC_INT2>(small));
-                     static_cast<void>(static_cast<RFC_INT>(small));
-                     static_cast<void>(static_cast<RFC_FLOAT>(small));
-                   }});
-  steps.push_back({"packed conversions that succeed", [&] {
+  const std::pair<const char*, void (*)(CRfcData&)> readings[] = {
+      {"RFC_INT1", [](CRfcData& d) { static_cast<void>(static_cast<RFC_INT1>(d)); }},
+      {"RFC_INT2", [](CRfcData& d) { static_cast<void>(static_cast<RFC_INT2>(d)); }},
+      {"RFC_INT", [](CRfcData& d) { static_cast<void>(static_cast<RFC_INT>(d)); }},
+      {"RFC_FLOAT", [](CRfcData& d) { static_cast<void>(static_cast<RFC_FLOAT>(d)); }},
+      {"CSTR", [](CRfcData& d) { static_cast<void>(static_cast<CSTR>(d)); }},
+  };
+  for (const auto& [value, name] : {std::pair{&small, "INT1 03"}, {&packed, "BCD/2 00 00 2C"}, {&bad, "BCD 0A 1C"}}) {
+    for (const auto& [reading, read] : readings) {
+      steps.push_back({std::string(reading) + " of " + name, [&, value, read] { read(*value); }});
+    }
+  }
+  steps.push_back({"BCD/2 = \"1.5\", = 2", [&] {
                      packed = "1.5";
                      packed = 2;
-                     static_cast<void>(static_cast<CSTR>(packed));
-                     static_cast<void>(static_cast<RFC_FLOAT>(packed));
                    }});
-  steps.push_back({"RFC_INT of 0A 1C", [&] { static_cast<void>(static_cast<RFC_INT>(bad)); }});
-  steps.push_back({"RFC_INT2 of 0A 1C", [&] { static_cast<void>(static_cast<RFC_INT2>(bad)); }});
-  steps.push_back({"RFC_INT1 of 0A 1C", [&] { static_cast<void>(static_cast<RFC_INT1>(bad)); }});
-  steps.push_back({"RFC_FLOAT of 0A 1C", [&] { static_cast<void>(static_cast<RFC_FLOAT>(bad)); }});
-  steps.push_back({"CSTR of 0A 1C", [&] { static_cast<void>(static_cast<CSTR>(bad)); }});
   steps.push_back({"BCD/2 = 12345", [&] { target = 12345; }});
   steps.push_back({"BCD/2 = \"1x\"", [&] { target = "1x"; }});
   steps.push_back({"BCD/2 = \"1x\", trace off", [&] {

@@ -1,6 +1,6 @@
-// CRfcTrace: nothing while off, one file per thread with CR LF lines, the
-// header line, the directory rules and the failure paths of a thread's file.
-// (WriteError's cuts: the failure transcript.)
+// CRfcTrace: the header line, the directory rules and the failure paths of a
+// thread's file. (Nothing while off, CR LF lines flushed at once to the end of
+// the file, and WriteError's cuts: the failure transcript.)
 
 #include "rfc/core/rfc_trace.h"
 
@@ -39,49 +39,6 @@ class RfcTraceTest : public ::testing::Test {
   }
   const std::string saved_directory_ = GetRfcTrace().GetDirectory();
 };
-
-TEST_F(RfcTraceTest, OffWritesNothingAndAllocatesNothingOnAFailedRecordThrows) {
-  auto run = RunTraced(
-      [] {
-        rfc::testing::FailNextAllocation();
-        CRfcTrace& trace = GetRfcTrace();
-        trace.WriteHeader();
-        trace.WriteLine("one");
-        trace.WriteBlankLines(5);
-        trace.WriteError(RFC_ERROR_INFO{});
-        EXPECT_EQ(rfc::testing::PendingAllocationFaults(), 1);
-      },
-      false);
-  EXPECT_FALSE(run.file_exists);
-  GetRfcTrace().SetTraceOn(-7);  // any nonzero value is on
-  EXPECT_NE(GetRfcTrace().IsTraceOn(), 0);
-  // On, a thread's file record that cannot be made throws without tracing;
-  // the next line gets its record.
-  auto on = RunTraced([] {
-    rfc::testing::FailNextAllocation();
-    EXPECT_EQ(rfc_test::Thrown([] { GetRfcTrace().WriteLine("not written"); }), "Failed to allocate memory!");
-    GetRfcTrace().WriteLine("written");
-  });
-  EXPECT_EQ(on.content, "written\r\n");
-}
-
-TEST_F(RfcTraceTest, LinesEndInCrLfAndAreFlushedAtOnceToTheEndOfTheFile) {
-  std::string seen_while_running;
-  auto run = RunTraced([&] {
-    CRfcTrace& trace = GetRfcTrace();
-    const std::string file = TraceFileOf(trace.GetDirectory(), platform::CurrentThreadId());
-    std::ofstream(file, std::ios::binary) << "earlier\r\n";
-    trace.WriteLine("first");
-    trace.WriteLine(nullptr);  // nothing
-    trace.WriteBlankLines(0);
-    trace.WriteBlankLines(-3);
-    trace.WriteBlankLines(2);
-    trace.WriteLine("two\nparts");
-    seen_while_running = ReadBytes(file);
-  });
-  EXPECT_EQ(run.content, "earlier\r\nfirst\r\n\r\n\r\ntwo\r\nparts\r\n");
-  EXPECT_EQ(seen_while_running, run.content);
-}
 
 TEST_F(RfcTraceTest, HeaderLine) {
   EXPECT_EQ(CRfcTrace::HeaderLine({2003, 5, 7, 14, 3, 9}),
