@@ -54,19 +54,7 @@ TEST_F(RfcFailureTest, LoadingAMissingFileFails) {
   ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC));
 }
 
-std::string Text(const CRfcString& s) {
-  const char* text = s;
-  return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " capacity " +
-         std::to_string(s.GetCapacity());
-}
-
 int g_items[32];  // the list stores pointers only; the entries are these
-
-std::string Entries(const CRfcList<int>& list) {
-  std::string out = "max " + std::to_string(list.GetMaxSize()) + ":";
-  for (int i = 0; i < list.GetCount(); ++i) out += " " + std::to_string(list.GetAt(i) - g_items);
-  return out;
-}
 
 RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* message) {
   RFC_ERROR_INFO error{};
@@ -185,9 +173,9 @@ TEST_F(RfcFailureTest, TranscriptOfEveryFailure) {
                        string_cases[i].second(strings[i], other);
                      },
                      [&, i] {
-                       const std::string after = Text(strings[i]);
+                       const std::string after = rfc_test::Show(strings[i]);
                        strings[i] = "again";
-                       return after + ", then " + Text(strings[i]);
+                       return after + ", then " + rfc_test::Show(strings[i]);
                      }});
   }
 
@@ -207,9 +195,9 @@ TEST_F(RfcFailureTest, TranscriptOfEveryFailure) {
                        list_cases[i].second(lists[i]);
                      },
                      [&, i] {
-                       const std::string after = Entries(lists[i]);
+                       const std::string after = rfc_test::Show(lists[i], g_items);
                        lists[i].Add(&g_items[10]);
-                       return after + ", then " + Entries(lists[i]);
+                       return after + ", then " + rfc_test::Show(lists[i], g_items);
                      }});
   }
 

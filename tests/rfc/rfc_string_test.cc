@@ -13,15 +13,10 @@
 #include <utility>
 
 #include "rfc/core/rfc_list.h"
+#include "tests/rfc/rfc_test_support.h"
 #include "tests/support/expected_file.h"
 
 namespace {
-
-std::string Show(const CRfcString& s) {
-  const char* text = s;
-  return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
-         std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
-}
 
 std::string Escaped(const std::string& text) {
   std::string out;
@@ -34,18 +29,14 @@ std::string Escaped(const std::string& text) {
 
 int g_items[32];  // the list stores pointers only; the entries are these
 
-// Count, storage, and the entries from index -1 to the count ("-": none).
-std::string Show(const CRfcList<int>& list) {
-  std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
-  for (int i = -1; i <= list.GetCount(); ++i) {
-    out += list.GetAt(i) != nullptr ? " " + std::to_string(list.GetAt(i) - g_items) : std::string(" -");
-  }
-  return out;
-}
-
 TEST(RfcString, EveryStepOfStringsAndLists) {
   std::string out;
-  auto note = [&out](const std::string& step, const auto& value) { out += step + " -> " + Show(value) + "\n"; };
+  auto note = [&out](const std::string& step, const CRfcString& value) {
+    out += step + " -> " + rfc_test::Show(value) + "\n";
+  };
+  auto note_list = [&out](const std::string& step, const CRfcList<int>& list) {
+    out += step + " -> " + rfc_test::Show(list, g_items) + "\n";
+  };
   note("(\"ABC  \")", CRfcString("ABC  "));
   note("(\"  a b \")", CRfcString("  a b "));
   note("(null)", CRfcString(nullptr));
@@ -156,32 +147,32 @@ TEST(RfcString, EveryStepOfStringsAndLists) {
   // Lists: Add grows by ten, InitList makes fresh null storage and keeps the
   // count, SetAtGrow sizes the storage to the index exactly.
   CRfcList<int> list;
-  note("list", list);
+  note_list("list", list);
   for (int i = 0; i < 10; ++i) list.Add(&g_items[i]);
-  note("Add 0..9", list);
+  note_list("Add 0..9", list);
   list.Add(&g_items[10]);
-  note("Add 10", list);
+  note_list("Add 10", list);
   list.InitList(0);
-  note("InitList 0", list);
+  note_list("InitList 0", list);
   list.Add(&g_items[11]);
-  note("Add 11", list);
+  note_list("Add 11", list);
   CRfcList<int> grown_list;
   grown_list.SetAtGrow(2, &g_items[2]);
-  note("list SetAtGrow 2", grown_list);
+  note_list("list SetAtGrow 2", grown_list);
   grown_list.SetAtGrow(0, &g_items[0]);
-  note("SetAtGrow 0", grown_list);
+  note_list("SetAtGrow 0", grown_list);
   grown_list.SetAtGrow(5, &g_items[5]);
-  note("SetAtGrow 5", grown_list);
+  note_list("SetAtGrow 5", grown_list);
   grown_list.SetAtGrow(-1, &g_items[1]);
-  note("SetAtGrow -1", grown_list);
+  note_list("SetAtGrow -1", grown_list);
   CRfcList<int> larger;
   larger.Add(&g_items[0]);
   larger.SetAtGrow(3, &g_items[3]);
-  note("list Add 0, SetAtGrow 3", larger);
+  note_list("list Add 0, SetAtGrow 3", larger);
   CRfcList<int> exact;
   exact.InitList(5);
   exact.SetAtGrow(4, &g_items[4]);
-  note("list InitList 5, SetAtGrow 4", exact);
+  note_list("list InitList 5, SetAtGrow 4", exact);
   EXPECT_TRUE(testutil::MatchesExpectedFile(out, "tests/rfc/expected/rfc_string.txt"));
 }
 
