@@ -124,7 +124,8 @@ std::vector<std::vector<std::string>> Inputs(const std::string& name, std::strin
     }
     lines.emplace_back();
     for (size_t at = 0; at < line.size(); at = line.find_first_not_of(' ', at)) {
-      const size_t end = line[at] == '"' ? line.find('"', at + 1) + 1 : line.find(' ', at);
+      const size_t close = line.find('"', at + 1);
+      const size_t end = line[at] != '"' ? line.find(' ', at) : close != std::string::npos ? close + 1 : close;
       lines.back().push_back(line.substr(at, end - at));
       at = std::min(end, line.size());
     }
@@ -137,8 +138,8 @@ Value Take(const std::vector<std::string>& tokens, size_t& at, int native) {
   int type = type_name.rfind("type", 0) == 0 ? std::stoi(type_name.substr(4)) : 0;
   while (type <= TYPE_INT1 && type_name.rfind("type", 0) != 0 && TypeName(type) != type_name) ++type;
   const int decimals = tokens[at].find('/') != std::string::npos ? std::stoi(tokens[at].substr(tokens[at].find('/') + 1)) : 0;
-  const int length = tokens[++at][0] == 'L' ? std::stoi(tokens[at++].substr(1)) : kOwnLength;
-  return Value(type, tokens[at++], decimals, native, length);
+  const int length = tokens.at(++at)[0] == 'L' ? std::stoi(tokens.at(at++).substr(1)) : kOwnLength;
+  return Value(type, tokens.at(at++), decimals, native, length);
 }
 
 TEST(RfcData, ConversionsOneLinePerInput) {
@@ -182,7 +183,7 @@ TEST(RfcData, ConversionsOneLinePerInput) {
     for (int native : {1, 0}) {
       size_t at = 0;
       Value v = Take(tokens, at, native);
-      const std::string& value = tokens[at];
+      const std::string& value = tokens.at(at);
       const std::string before = v.Shown();
       const std::string text(value[0] == '"' ? value.substr(1, value.size() - 2) : "");
       const std::string thrown = Thrown([&] {
