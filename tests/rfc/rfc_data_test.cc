@@ -247,6 +247,8 @@ TEST(RfcData, EveryPackedShapeReadsAndAssignsBack) {
   EXPECT_EQ(Hex(value.bytes), "01 02 0C");
   EXPECT_STREQ(text, "1020");
   char many[] = "123";
+  value.data.Init(value.bytes.data(), TYPE_BCD, 65, 0);  // no packed shape
+  EXPECT_EQ(value.data.Str2BCD(many, value.bytes.data()), 0);
   value.data.Init(value.bytes.data(), TYPE_BCD, 1, 0);  // more digits than nibbles
   EXPECT_EQ(value.data.Str2BCD(many, value.bytes.data()), 0);
   char bcd_text[140];
