@@ -8,17 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/path.h"
 #include "platform/thread.h"
-#include "rfc/core/rfc_allocation.h"
 #include "tests/rfc/rfc_test_support.h"
-#include "tests/support/polling.h"
 
 namespace {
 
@@ -35,7 +30,6 @@ class RfcTraceTest : public ::testing::Test {
   void TearDown() override {
     GetRfcTrace().SetTraceOn(0);
     GetRfcTrace().SetDirectory(saved_directory_);
-    rfc::testing::ClearAllocationFaults();
   }
   const std::string saved_directory_ = GetRfcTrace().GetDirectory();
 };
