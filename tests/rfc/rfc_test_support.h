@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -22,6 +23,8 @@
 #include "platform/thread.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
+#include "rfc/core/rfc_list.h"
+#include "rfc/core/rfc_string.h"
 #include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_byte_order.h"
 #include "tests/support/stand_in_rfc.h"
@@ -116,6 +119,62 @@ inline void ExpectTracedFailure(const std::function<void()>& code, const char* o
   EXPECT_EQ(run.thrown, thrown != nullptr ? thrown : text);
   EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::StartsWith("Rfc Class Library Trace at   "),
                                                 operation, text));
+}
+
+// A string as tests show it: text (or null), length/capacity, the flag.
+inline std::string Show(const CRfcString& s) {
+  const char* text = s;
+  return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
+         std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
+}
+// A list of pointers into `items`: count, storage, and the entries from index
+// -1 to the count as indexes into `items` ("-": none).
+inline std::string Show(const CRfcList<int>& list, const int* items) {
+  std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
+  for (int i = -1; i <= list.GetCount(); ++i) {
+    out += list.GetAt(i) != nullptr ? " " + std::to_string(list.GetAt(i) - items) : std::string(" -");
+  }
+  return out;
+}
+
+// A step of a transcript: what it does, and what it shows afterwards.
+struct Step {
+  std::string name;
+  std::function<void()> run;
+  std::function<std::string()> then = {};
+};
+
+// Runs `steps` in order on one traced thread, the trace switched on before
+// each, and writes per step its name, what it threw, what it showed and the
+// trace lines it wrote (digits of the header's time as #), for one comparison
+// with an expected file.
+inline std::string Transcript(const std::vector<Step>& steps) {
+  std::string out;
+  RunTraced([&] {
+    const std::string file = TraceFileOf(GetRfcTrace().GetDirectory(), platform::CurrentThreadId());
+    size_t seen = 0;
+    for (const Step& step : steps) {
+      GetRfcTrace().SetTraceOn(1);
+      out += "## " + step.name + "\n";
+      try {
+        step.run();
+      } catch (const char* text) {
+        out += "throws: " + std::string(text) + "\n";
+      } catch (const RFC_ERROR_INFO& error) {
+        out += "throws error: " + std::string(error.key) + "/" + error.status + "/" + error.message + "\n";
+      }
+      if (step.then) out += "then: " + step.then() + "\n";
+      const std::string content = testutil::ReadBytes(file);
+      for (std::string line : testutil::CrLfLines(content.substr(std::min(seen, content.size())))) {
+        if (line.rfind("Rfc Class Library Trace at", 0) == 0) {
+          std::replace_if(line.begin(), line.end(), [](char c) { return c >= '0' && c <= '9'; }, '#');
+        }
+        out += "| " + line + "\n";
+      }
+      seen = content.size();
+    }
+  });
+  return out;
 }
 
 // The last `count` lines of a run.

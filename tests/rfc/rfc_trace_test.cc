@@ -1,25 +1,19 @@
-// CRfcTrace: nothing while off, one file per thread with CR LF lines, the
-// header line, the deliberate cut of WriteError, the directory rules and the
-// failure paths of a thread's file.
+// CRfcTrace: the header line, the directory rules and the failure paths of a
+// thread's file. (Nothing while off, CR LF lines flushed at once to the end of
+// the file, and WriteError's cuts: the failure transcript.)
 
 #include "rfc/core/rfc_trace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/path.h"
 #include "platform/thread.h"
-#include "rfc/core/rfc_allocation.h"
 #include "tests/rfc/rfc_test_support.h"
-#include "tests/support/polling.h"
 
 namespace {
 
@@ -29,15 +23,6 @@ using rfc_test::TraceFileOf;
 using testutil::TempDir;
 using ::testing::ElementsAre;
 
-RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* message) {
-  RFC_ERROR_INFO error{};
-  std::strncpy(error.key, key, sizeof error.key - 1);
-  std::strncpy(error.status, status, sizeof error.status - 1);
-  std::strncpy(error.message, message, sizeof error.message - 1);
-  std::strncpy(error.intstat, "never written", sizeof error.intstat - 1);
-  return error;
-}
-
 // The process-wide trace goes back to off, and its directory to the start
 // one, however a test ends.
 class RfcTraceTest : public ::testing::Test {
@@ -45,53 +30,9 @@ class RfcTraceTest : public ::testing::Test {
   void TearDown() override {
     GetRfcTrace().SetTraceOn(0);
     GetRfcTrace().SetDirectory(saved_directory_);
-    rfc::testing::ClearAllocationFaults();
   }
   const std::string saved_directory_ = GetRfcTrace().GetDirectory();
 };
-
-TEST_F(RfcTraceTest, OffWritesNothingAndAllocatesNothingOnAFailedRecordThrows) {
-  auto run = RunTraced(
-      [] {
-        rfc::testing::FailNextAllocation();
-        CRfcTrace& trace = GetRfcTrace();
-        trace.WriteHeader();
-        trace.WriteLine("one");
-        trace.WriteBlankLines(5);
-        trace.WriteError(MakeError("K", "S", "M"));
-        EXPECT_EQ(rfc::testing::PendingAllocationFaults(), 1);
-      },
-      false);
-  EXPECT_FALSE(run.file_exists);
-  GetRfcTrace().SetTraceOn(-7);  // any nonzero value is on
-  EXPECT_NE(GetRfcTrace().IsTraceOn(), 0);
-  // On, a thread's file record that cannot be made throws without tracing;
-  // the next line gets its record.
-  auto on = RunTraced([] {
-    rfc::testing::FailNextAllocation();
-    EXPECT_EQ(rfc_test::Thrown([] { GetRfcTrace().WriteLine("not written"); }), "Failed to allocate memory!");
-    GetRfcTrace().WriteLine("written");
-  });
-  EXPECT_EQ(on.content, "written\r\n");
-}
-
-TEST_F(RfcTraceTest, LinesEndInCrLfAndAreFlushedAtOnceToTheEndOfTheFile) {
-  std::string seen_while_running;
-  auto run = RunTraced([&] {
-    CRfcTrace& trace = GetRfcTrace();
-    const std::string file = TraceFileOf(trace.GetDirectory(), platform::CurrentThreadId());
-    std::ofstream(file, std::ios::binary) << "earlier\r\n";
-    trace.WriteLine("first");
-    trace.WriteLine(nullptr);  // nothing
-    trace.WriteBlankLines(0);
-    trace.WriteBlankLines(-3);
-    trace.WriteBlankLines(2);
-    trace.WriteLine("two\nparts");
-    seen_while_running = ReadBytes(file);
-  });
-  EXPECT_EQ(run.content, "earlier\r\nfirst\r\n\r\n\r\ntwo\r\nparts\r\n");
-  EXPECT_EQ(seen_while_running, run.content);
-}
 
 TEST_F(RfcTraceTest, HeaderLine) {
   EXPECT_EQ(CRfcTrace::HeaderLine({2003, 5, 7, 14, 3, 9}),
@@ -105,27 +46,6 @@ TEST_F(RfcTraceTest, HeaderLine) {
   auto run = RunTraced([] { GetRfcTrace().WriteHeader(); });
   const std::string after = CRfcTrace::HeaderLine(platform::LocalNow());
   EXPECT_THAT(run.lines, ElementsAre("", "", "", ::testing::AnyOf(before, after)));
-}
-
-TEST_F(RfcTraceTest, WriteErrorCutsKeyAndStatus) {
-  RFC_ERROR_INFO full = MakeError("", "", "");
-  std::memset(full.key, 'k', sizeof full.key);  // no terminator
-  std::memset(full.status, 's', sizeof full.status);
-  auto run = RunTraced([&] {
-    GetRfcTrace().WriteError(MakeError("ABCDEFGHIJKLMNOPQRSTUVW", "ST", "MSG"));  // 23, 2, 3
-    GetRfcTrace().WriteError(MakeError("ABCDEFGHIJKLMNOPQRSTUVWX", "status text", "a message"));
-    GetRfcTrace().WriteError(MakeError("AB", "", ""));
-    GetRfcTrace().WriteError(MakeError("", "S", "M"));
-    GetRfcTrace().WriteError(full);
-  });
-  EXPECT_THAT(run.lines, ElementsAre("Key:    ABCDEFGHIJKLMNOPQRS", "Status: S", "Message:MSG",
-                                     "Key:    ABCDEFGHIJKLMNOPQRST", "Status: status tex",
-                                     "Message:a message", "Key:  ", "Status:", "Message:",  //
-                                     "Key:", "Status: ", "Message:M",                       //
-                                     "Key:    " + std::string(29, 'k'),
-                                     "Status: " + std::string(127, 's'), "Message:"));
-  EXPECT_EQ(CRfcTrace::ErrorLine("Message:", "abc", 2), "Message:ab");  // never past the field
-  EXPECT_EQ(CRfcTrace::ErrorLine("Key:    ", nullptr, 4) + "|" + CRfcTrace::ErrorLine("", "ab", 4), "Key:|ab");
 }
 
 TEST_F(RfcTraceTest, DirectoryRules) {
