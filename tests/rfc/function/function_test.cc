@@ -2,7 +2,6 @@
 // terminators and reuse, the active flags, look-up by name, every return code
 // of CallReceive, allocation failures, and who deletes which parameters.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -18,22 +17,17 @@
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/rfc/rfc_test_support.h"
+#include "tests/rfc/function/function_transcript.h"
 
 namespace {
 
-using ::testing::ElementsAre;
+using fn_test::Entries;
+using fn_test::Traced;
 
-std::vector<std::string> Names(const std::vector<stand_in::Entry>& entries) {
-  std::vector<std::string> names;
-  for (const stand_in::Entry& entry : entries) names.push_back(entry.name);
-  return names;
-}
-
-class FunctionTest : public rfc_test::StandInTest {
+class FunctionTest : public fn_test::TranscriptTest {
  protected:
   void SetUp() override {
-    StandInTest::SetUp();
+    TranscriptTest::SetUp();
     connection_.AttachHandle(42);
   }
   int Call(CRfcClientFunc& function, int all = 0) {
@@ -43,12 +37,10 @@ class FunctionTest : public rfc_test::StandInTest {
   CRfcConnection connection_;
 };
 
+// Per call: the imports handed to RfcCall, then the exports and tables to RfcReceive.
 TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   CRfcClientFunc empty(&connection_, "rfcping");
-  EXPECT_EQ(Call(empty), 0);
-  ASSERT_EQ(fake().calls.size(), 1u);
-  EXPECT_EQ(fake().CallsOf("RfcCall")[0].handle, 42u);
-  EXPECT_EQ(fake().calls[0].function, "RFCPING");
+  out << Call(empty) << fn_test::Seen() << "\n";
   // Only terminators; the receive gets the same table array.
   EXPECT_EQ(fake().calls[0].params_array[0].name, nullptr);
   EXPECT_EQ(fake().calls[0].tables_array[0].name, nullptr);
@@ -72,45 +64,33 @@ TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   t1.Create();
   a.Value() = "xy";
   a.SetActive(1);
-
   // Active simple imports and structures go; a passed simple import turns
-  // inactive, a structure stays active. Exports and tables go whole.
+  // inactive, a structure stays active; exports never touch the flag.
   Call(function);
-  const stand_in::Exchange& first = fake().calls[1];
-  EXPECT_THAT(Names(first.params), ElementsAre("A", "S"));
-  EXPECT_EQ(first.params[0].bytes, "xy ");
-  EXPECT_EQ(std::vector<unsigned>({unsigned(first.params[0].type), unsigned(first.params[1].type), first.params[1].length}),
-            std::vector<unsigned>({TYPE_CHAR, TYPE_BYTE, 6}));
-  EXPECT_EQ(a.IsActive() * 10 + s.IsActive(), 1);
-  const stand_in::Exchange& receive = fake().receives[1];
-  EXPECT_THAT(Names(receive.params), ElementsAre("E1", "E2"));
-  EXPECT_EQ(receive.params[1].bytes, "000");
-  EXPECT_EQ(e1.IsActive(), 0);  // exports never touch the flag
-  EXPECT_THAT(Names(receive.tables), ElementsAre("T1", "T2"));
-  EXPECT_EQ(receive.tables[0].handle, t1.GetTableHandle());
-  EXPECT_EQ(receive.tables[1].length, 20u);
-
-  // A second call without setting A passes only the structure; every import
-  // goes with bAll. Imports that turn active later fit the kept array.
+  out << "active A S E1: " << a.IsActive() << s.IsActive() << e1.IsActive() << "\n";
+  EXPECT_EQ(fake().receives[1].tables[0].handle, t1.GetTableHandle());
+  // Without setting A only the structure goes; every import with bAll.
+  // Imports that turn active later fit the kept arrays.
   Call(function);
-  EXPECT_THAT(Names(fake().calls[2].params), ElementsAre("S"));
   Call(function, 1);
-  EXPECT_THAT(Names(fake().calls[3].params), ElementsAre("A", "B", "S"));
   a.SetActive(1);
   b.SetActive(1);
   Call(function);
-  EXPECT_THAT(Names(fake().calls[4].params), ElementsAre("A", "B", "S"));
   EXPECT_EQ(fake().calls[4].params_array, fake().calls[1].params_array);
   EXPECT_EQ(fake().receives[4].params_array, fake().receives[1].params_array);
-
   // A list that changes gets a new array with a new terminator.
   CRfcSimpleParam e3("E3", TYPE_INT, 4, 0, 0);
   function.AddExport(&e3);
   Call(function);
-  EXPECT_THAT(Names(fake().receives[5].params), ElementsAre("E1", "E2", "E3"));
   EXPECT_EQ(fake().receives[5].params_array[3].name, nullptr);
+  for (size_t i = 1; i < fake().calls.size(); ++i) {
+    out << fake().calls[i].function << ":" << Entries(fake().calls[i].params) << " ->"
+        << Entries(fake().receives[i].params) << " |" << Entries(fake().receives[i].tables) << "\n";
+  }
 }
 
+// Per look-up (0 imports, 1 exports, 2 tables): the name, what was found and
+// the index written (-1: untouched).
 TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   CRfcClientFunc function(&connection_, "F");
   CRfcSimpleParam a("Query_Table", TYPE_CHAR, 30, 0, 0), b("delimiter", TYPE_CHAR, 1, 0, 0);
@@ -118,46 +98,35 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   function.AddImport(&a);
   function.AddImport(&b);
   function.AddTable(&t);
-  int index = -1;
-  EXPECT_EQ(function.FindImpExp(function.GetImports(), "query_table  ", &index), &a);
-  EXPECT_EQ(index, 0);
-  EXPECT_EQ(function.FindImpExp(function.GetImports(), "DELIMITER", &index), &b);
-  EXPECT_EQ(index, 1);
-  for (const char* missing : {"NO_DATA", "", "   "}) {
-    EXPECT_EQ(function.FindImpExp(function.GetImports(), missing, &index), nullptr) << missing;
-  }
-  EXPECT_EQ(index, 1);  // untouched when nothing is found
-  EXPECT_EQ(function.FindImpExp(function.GetImports(), nullptr), nullptr);
-  EXPECT_EQ(function.FindImpExp(function.GetExports(), "DELIMITER"), nullptr);
-  EXPECT_EQ(function.FindTable(function.GetTables(), "Fields ", &index), &t);
-  EXPECT_EQ(index, 0);
-  EXPECT_EQ(function.FindTable(function.GetTables(), "DATA"), nullptr);
-  EXPECT_EQ(function.FindTable(function.GetTables(), ""), nullptr);
-  EXPECT_EQ(function.FindTable(function.GetTables(), nullptr), nullptr);
   function.AddImport(nullptr);  // nothing to add
   function.AddTable(nullptr);
-  EXPECT_EQ(function.GetImports().GetCount() * 10 + function.GetTables().GetCount(), 21);
+  const std::pair<int, const char*> lookups[] = {
+      {0, "query_table  "}, {0, "DELIMITER"}, {0, "NO_DATA"}, {0, ""}, {0, "   "}, {0, nullptr},
+      {1, "DELIMITER"},     {2, "Fields "},   {2, "DATA"},    {2, ""}, {2, nullptr},
+  };
+  for (const auto& [list, name] : lookups) {
+    int index = -1;
+    const CRfcTableParam* table = list == 2 ? function.FindTable(function.GetTables(), name, &index) : nullptr;
+    const CRfcImpExpParam* param =
+        list == 2 ? nullptr : function.FindImpExp(list == 0 ? function.GetImports() : function.GetExports(), name, &index);
+    const char* found = table != nullptr ? table->GetName() : param != nullptr ? param->GetName() : "none";
+    out << list << " '" << (name != nullptr ? name : "null") << "' -> " << found << " " << index << "\n";
+  }
+  out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " table\n";
   // Without a connection a call goes to handle 0.
   CRfcClientFunc unconnected(nullptr, "F");
-  EXPECT_EQ(Call(unconnected), 0);
-  EXPECT_EQ(fake().CallsOf("RfcCall").back().handle, 0u);
+  out << Call(unconnected) << fn_test::Seen() << "\n";
 }
 
-// Codes 0, 2 and 4 return, the others throw the library's error after the
-// trace lines; a failed RfcCall is traced with the words of the entry.
+// Per code: what CallReceive answered or threw, the exception, whether the
+// table handle and structure values were taken over, and the trace. -1: RfcCall
+// itself fails.
 TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
-  struct Case {
-    int code;
-    bool thrown;      // the library's error, after the trace lines
-    bool taken_over;  // the table handle and the structure values
-  };
   static char raised[] = "TABLE_NOT_AVAILABLE";
-  for (const Case& c : {Case{0, false, true}, Case{2, false, false}, Case{4, false, true}, Case{1, true, false},
-                        Case{3, true, false}, Case{6, true, false}, Case{-1, true, false}}) {
-    SCOPED_TRACE(c.code);
+  for (const int code : {0, 2, 4, 1, 3, 6, -1}) {
     fake().Reset();
     fake().SetLastError("KEY", "", "");
-    fake().call_result = c.code == -1 ? 1 : 0;  // -1: RfcCall itself fails
+    fake().call_result = code == -1 ? 1 : 0;
     SetRfcByteOrderSwitch(1);
     CRfcClientFunc function(&connection_, "Z_CALL");
     CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr), raw("RAW", 4, 1, 0, nullptr, nullptr);
@@ -167,7 +136,6 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
     function.AddTable(&data);
     function.AddTable(&raw);  // its lines are never turned around
     function.AddExport(&s);
-    const int code = c.code;
     fake().receive = [code](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
       rfc_test::FillTable("DATA", {"abcd", "efgh"})(exports, tables, exception);
       const unsigned char big_endian[4] = {0, 0, 1, 2};
@@ -176,47 +144,30 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
       return code;
     };
     char* exception = nullptr;
-    RFC_ERROR_INFO caught{};
-    int rc = -1;
     auto run = rfc_test::RunTraced([&] {
       try {
-        rc = function.CallReceive(exception, 0);
+        const int rc = function.CallReceive(exception, 0);
+        out << code << ": answers " << rc;
       } catch (const RFC_ERROR_INFO& error) {
-        caught = error;
+        out << code << ": throws " << error.key;
       }
     });
-    EXPECT_EQ(function.GetLastReturnCode(), c.code == -1 ? 1 : c.code);
-    EXPECT_EQ(fake().Count("RfcReceive"), c.code == -1 ? 0u : 1u);
-    if (c.thrown) {
-      EXPECT_STREQ(caught.key, "KEY");
-      EXPECT_THAT(rfc_test::Tail(run, 2), ElementsAre(c.code == -1 ? "CRfcClientFunc::CallReceive called"
-                                                                   : "CRfcClientFunc::CallReceive failed",
-                                                      "Z_CALL"));
-    } else {
-      EXPECT_EQ(rc, c.code);
+    out << ", last " << function.GetLastReturnCode() << ", exception " << (exception != nullptr ? exception : "none");
+    if (data.GetTableHandle() != nullptr) {
+      out << ", taken over: owned " << data.OwnsTable() << " '" << std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4)
+          << "' " << static_cast<RFC_INT>(s.FieldValue(0)) << " native " << data.GetNativeLines() << raw.GetNativeLines();
     }
-    EXPECT_STREQ(exception, c.code == 2 ? "TABLE_NOT_AVAILABLE" : nullptr);
-    if (c.taken_over) {
-      ASSERT_NE(data.GetTableHandle(), nullptr);
-      EXPECT_EQ(data.OwnsTable(), 0);  // the partner's table, not the parameter's
-      EXPECT_EQ(std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4), "efgh");
-      EXPECT_EQ(static_cast<RFC_INT>(s.FieldValue(0)), 258);
-      EXPECT_EQ(data.GetNativeLines() * 10 + raw.GetNativeLines(), 1);
-    } else {
-      EXPECT_EQ(data.GetTableHandle(), nullptr);
-    }
+    out << fn_test::Seen() << "\n" << Traced(run);
   }
 }
 
 TEST_F(FunctionTest, AllocationFailuresAreReported) {
   CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
   // The arrays are made in the order imports, exports, tables.
-  const char* const lines[] = {"CRfcFunction::SetUpImports called", "CRfcFunction::SetUpExports called",
-                               "CRfcFunction::SetUpTables called"};
   for (int skip = 0; skip < 3; ++skip) {
     CRfcClientFunc function(&connection_, "F");
     function.AddImport(&a);
-    auto run = rfc_test::RunTraced([&] {
+    out << Traced(rfc_test::RunTraced([&] {
       function.SetUpImports(0);  // an array that the changed list replaces below
       CRfcSimpleParam more("B", TYPE_CHAR, 1, 0, 0);
       function.AddImport(&more);
@@ -227,11 +178,8 @@ TEST_F(FunctionTest, AllocationFailuresAreReported) {
       function.SetUpImports(0);
       function.SetUpExports();
       function.SetUpTables();
-    });
-    EXPECT_EQ(run.thrown, "Failed to allocate memory!");
-    EXPECT_THAT(rfc_test::Tail(run, 2), ElementsAre(lines[skip], "Failed to allocate memory!"));
+    }));
   }
-
   // A list that cannot grow keeps its parameters; the refused one is not added.
   CRfcClientFunc function(&connection_, "F");
   std::vector<std::unique_ptr<CRfcSimpleParam>> params;
@@ -239,12 +187,10 @@ TEST_F(FunctionTest, AllocationFailuresAreReported) {
     params.push_back(std::make_unique<CRfcSimpleParam>(("P" + std::to_string(i)).c_str(), TYPE_CHAR, 1, 0, 0));
     if (i < 10) function.AddImport(params.back().get());
   }
-  auto run = rfc_test::RunTraced([&] {
+  out << Traced(rfc_test::RunTraced([&] {
     rfc::testing::FailNextAllocation();
     function.AddImport(params[10].get());
-  });
-  EXPECT_EQ(run.thrown, "Failed to allocate memory!");
-  EXPECT_EQ(run.lines.back(), "Memory Allocation Failure");
+  }));
   EXPECT_EQ(params[10]->GetOwner(), nullptr);
   EXPECT_EQ(function.GetImports().GetCount(), 10);
   EXPECT_EQ(function.FindImpExp(function.GetImports(), "P9"), params[9].get());
@@ -269,8 +215,8 @@ TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
     CRfcClientFunc application(&connection_, "F");  // deletes nothing, flagged or not
     application.AddImport(flagged.get());
   }
-  EXPECT_EQ(fake().Count("ItCreate"), 3u);  // PARAMS, FIELDS, LINES
-  EXPECT_EQ(fake().deleted.size(), 3u);     // LINES went with its parameter
+  // ItCreate for PARAMS, FIELDS, LINES; LINES is deleted with its parameter.
+  out << fn_test::Seen() << "\n" << fake().deleted.size() << " deleted\n";
   EXPECT_EQ(std::string(own->GetName()) + own_table->GetName() + flagged->GetName(), "MINEMYTABFLAGGED");
 }
 
