@@ -3,7 +3,6 @@
 // (RFC_GET_FUNCTION_INTERFACE, RFC_GET_STRUCTURE_DEFINITION) in the short and
 // long line layouts, and every failure on the way is reported as designed.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,15 +19,15 @@
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/rfc/rfc_test_support.h"
+#include "tests/rfc/function/function_transcript.h"
 
 namespace {
 
 using rfc_test::Answer;
 using rfc_test::Dictionary;
 using rfc_test::Fake;
-using rfc_test::Tail;
-using ::testing::ElementsAre;
+using fn_test::Entries;
+using fn_test::Traced;
 
 // RFC_READ_TABLE as a partner describes it, in part.
 Dictionary ReadTableDictionary(bool long_layout) {
@@ -45,7 +44,7 @@ Dictionary ReadTableDictionary(bool long_layout) {
           long_layout};
 }
 
-class AutoCreationTest : public rfc_test::StandInTest {
+class AutoCreationTest : public fn_test::TranscriptTest {
  protected:
   // A connection with a known release and a handle it does not own.
   static std::unique_ptr<CRfcConnection> Connection(const char* release) {
@@ -79,46 +78,48 @@ class AutoCreationTest : public rfc_test::StandInTest {
   }
 };
 
+// Per field of the four dictionary line layouts: name, offset, column, the
+// type element's type and length; then the type of each letter.
 TEST_F(AutoCreationTest, TheDictionaryLinesAndTypeLetters) {
   struct Layout {
     const CRfcFieldInfo* fields;
     const RfcTypeElement* elements;
-    int count, line;
+    int count;
   };
   for (const Layout& layout : {Layout{CRfcGetFunctionInterface::kParamsFieldsShort,
-                                      CRfcGetFunctionInterface::kParamsElementsShort, 11, 168},
+                                      CRfcGetFunctionInterface::kParamsElementsShort, 11},
                                Layout{CRfcGetFunctionInterface::kParamsFieldsLong,
-                                      CRfcGetFunctionInterface::kParamsElementsLong, 11, 208},
+                                      CRfcGetFunctionInterface::kParamsElementsLong, 11},
                                Layout{CRfcGetStructureDefinition::kFieldsFieldsShort,
-                                      CRfcGetStructureDefinition::kFieldsElementsShort, 7, 40},
+                                      CRfcGetStructureDefinition::kFieldsElementsShort, 7},
                                Layout{CRfcGetStructureDefinition::kFieldsFieldsLong,
-                                      CRfcGetStructureDefinition::kFieldsElementsLong, 7, 80}}) {
-    // The records lay out to their documented offsets and line length, and
-    // the type elements describe the same fields.
+                                      CRfcGetStructureDefinition::kFieldsElementsLong, 7}}) {
+    // The records lay out to their documented offsets, and the type elements
+    // describe the same fields.
     CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
     table.SetTypeHandle(1);
     std::vector<CRfcFieldInfo> fields(layout.fields, layout.fields + layout.count);
     table.AddFieldInfo(fields.data(), layout.count);
-    EXPECT_EQ(table.GetLineLength(), layout.line);
+    out << "line " << table.GetLineLength() << ":";
     for (int i = 0; i < layout.count; ++i) {
       const CRfcFieldInfo& f = layout.fields[i];
       const RfcTypeElement& e = layout.elements[i];
-      EXPECT_EQ(std::vector<int>({fields[static_cast<size_t>(i)].offset, f.column, e.type, e.length}),
-                std::vector<int>({f.offset, i, f.type, f.length})) << f.name;
+      EXPECT_EQ(std::vector<int>({fields[static_cast<size_t>(i)].offset, f.type, f.length}),
+                std::vector<int>({f.offset, e.type, e.length})) << f.name;
       EXPECT_STREQ(e.name, f.name);
+      out << " " << f.name << "@" << f.offset << "#" << f.column << " " << e.type << "/" << e.length;
     }
+    out << "\n";
   }
-  const std::string letters = "CDPTXNFIsb";
-  for (size_t i = 0; i < letters.size(); ++i) {
-    EXPECT_EQ(CRfcGetFunctionInterface::TypeOfExid(letters[i]), i < 5 ? int(i) : int(i) + 1);
-  }
-  for (char other : {'g', 'c', 'S', 'B', 'h', ' ', '\0'}) {
-    EXPECT_EQ(CRfcGetFunctionInterface::TypeOfExid(other), 9999) << other;
+  for (char letter : std::string("CDPTXNFIsbgcSBh \0", 17)) {
+    out << fn_test::Printable(std::string(1, letter)) << CRfcGetFunctionInterface::TypeOfExid(letter) << " ";
   }
 }
 
 // Partners below release 40A get the short layout; each change of layout
-// registers both line structures anew, a repeated layout nothing.
+// registers both line structures anew, a repeated layout nothing. Per step:
+// the questions (FUNCNAME, LANGUAGE always "E", PARAMS in the layout's line;
+// then TABNAME and FIELDS), and what the function made of the answer.
 TEST_F(AutoCreationTest, AFunctionDescribesItselfForOldAndNewPartnersInTurn) {
   auto modern = Connection("46C");
   auto old = Connection("31I");
@@ -129,121 +130,86 @@ TEST_F(AutoCreationTest, AFunctionDescribesItselfForOldAndNewPartnersInTurn) {
   };
   for (const Step& step : {Step{modern.get(), true, -1}, Step{old.get(), false, 2},
                            Step{modern.get(), true, 2}, Step{modern.get(), true, 0}}) {
-    SCOPED_TRACE(step.long_layout ? "long" : "short");
     fake().calls.clear();
     Answer(ReadTableDictionary(step.long_layout));
     const size_t installs = fake().installs.size();
     CRfcClientFunc function(step.connection, "rfc_read_table", 1);
-    const int names = step.long_layout ? 30 : 10;
     const auto params_types = fake().InstallsOf("PARAMStypes");
     const auto fields_types = fake().InstallsOf("FIELDStypes");
     if (step.registrations >= 0) {
       EXPECT_EQ(fake().installs.size() - installs, static_cast<size_t>(step.registrations) + 2);
     }
-    // The questions: FUNCNAME, LANGUAGE always "E", and PARAMS in the
-    // layout's line under the handle registered last; then TABNAME and FIELDS.
     const stand_in::Exchange& question = fake().calls.at(0);
-    EXPECT_EQ(rfc_test::ImportText(question, "FUNCNAME") + rfc_test::ImportText(question, "LANGUAGE"), "RFC_READ_TABLEE");
-    EXPECT_EQ(question.tables.at(0).length, step.long_layout ? 208u : 168u);
-    if (!params_types.empty()) {  // registered by this test
-      EXPECT_EQ(question.tables[0].type, params_types.back().handle);
-      EXPECT_EQ(params_types.back().elements.at(2).length, names);
-      EXPECT_EQ(fields_types.back().elements.at(0).length, names);
-    }
     const stand_in::Exchange& structure = fake().calls.at(1);
-    EXPECT_EQ(structure.function, "RFC_GET_STRUCTURE_DEFINITION");
-    EXPECT_EQ(structure.params.at(0).length, static_cast<unsigned>(names));  // TABNAME
-    EXPECT_EQ(structure.tables.at(0).length, step.long_layout ? 80u : 40u);
-
-    // What the function made of the answer; the readers' tables are gone.
-    ASSERT_EQ(function.GetImports().GetCount() * 10 + function.GetTables().GetCount(), 32);
+    if (!params_types.empty()) {  // registered by this test: the handle registered last
+      EXPECT_EQ(question.tables.at(0).type, params_types.back().handle);
+      EXPECT_EQ(params_types.back().elements.at(2).length, step.long_layout ? 30 : 10);
+      EXPECT_EQ(fields_types.back().elements.at(0).length, step.long_layout ? 30 : 10);
+    }
+    out << question.function << ":" << Entries(question.params) << Entries(question.tables) << "\n";
+    out << structure.function << ":" << Entries(structure.params) << Entries(structure.tables) << "\n";
+    // The readers' tables are gone; the line length is computed, not INTLENGTH.
     CRfcTableParam* options = function.GetTables().GetAt(0);
-    EXPECT_EQ(options->GetLongNames(), step.long_layout ? 1 : 0);
-    EXPECT_STREQ(static_cast<const char*>(options->GetRelease()), static_cast<const char*>(step.connection->GetRelease()));
-    EXPECT_EQ(function.GetTables().GetAt(1)->GetLineLength(), 43);  // computed, not INTLENGTH
-    EXPECT_EQ(fake().tables.size(), 2u);
+    out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " tables, long names "
+        << options->GetLongNames() << ", release " << static_cast<const char*>(options->GetRelease()) << ", FIELDS line "
+        << function.GetTables().GetAt(1)->GetLineLength() << ", tables left " << fake().tables.size() << "\n";
   }
 }
 
 // An unknown type letter gives type 9999 without a buffer; exception lines
-// and unknown classes add nothing; a whole structure takes its computed length.
+// and unknown classes add nothing; a whole structure takes its computed length
+// (CHAR 3, FLOAT at 8) and is registered under the parameter's name.
 TEST_F(AutoCreationTest, OddLinesOfTheInterface) {
   Answer({{{"I", "WEIRD", "SIMPLE", "WEIRD", "g", 12}, {"X", "SOME_EXCEPTION", "", "", "", 0},
            {"Q", "UNKNOWN_CLASS", "SIMPLE", "X", "C", 1}, {"", "NO_CLASS", "SIMPLE", "X", "C", 1}, {"E", "RESULT", "ZRESULT", "", "u", 999}},
           {{"ZRESULT", {{"ZRESULT", "CODE", 1, 0, 3, 0, "C"}, {"ZRESULT", "RATE", 2, 3, 8, 0, "F"}}}}});
   auto connection = Connection("46C");
   CRfcClientFunc function(connection.get(), "Z_ODD", 1);
-  ASSERT_EQ(function.GetImports().GetCount(), 1);
+  ASSERT_EQ(function.GetImports().GetCount() * 10 + function.GetExports().GetCount(), 11);
   auto* weird = static_cast<CRfcSimpleParam*>(function.GetImports().GetAt(0));
-  EXPECT_EQ(weird->GetType(), 9999);
-  EXPECT_EQ(weird->GetBuffer(), nullptr);
-  ASSERT_EQ(function.GetExports().GetCount(), 1);
   auto* result = static_cast<CRfcStructParam*>(function.GetExports().GetAt(0));
-  EXPECT_EQ(result->GetLength(), 16);  // CHAR 3, FLOAT at 8
-  EXPECT_EQ(result->GetTypeHandle(), fake().InstallsOf("RESULT").at(0).handle);  // the parameter's name
+  out << weird->GetName() << " type " << weird->GetType() << (weird->GetBuffer() == nullptr ? " no buffer, " : " a buffer, ");
+  out << result->GetName() << " length " << result->GetLength() << "\n";
+  EXPECT_EQ(result->GetTypeHandle(), fake().InstallsOf("RESULT").at(0).handle);
   Answer({{}, {{"ZRESULT", {{"ZRESULT", "CODE", 1, 0, 3, 0, "C"}}}}, false});  // no partner: the short layout
   CRfcStructParam unconnected("P", 0, 1, nullptr, "ZRESULT");
-  EXPECT_EQ(unconnected.GetLength(), 3);
+  out << "unconnected length " << unconnected.GetLength() << "\n";
 }
 
+// Per failure: how the auto-created function failed (a text or the library's
+// error), the trace, and that what was made so far is gone.
 TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
   auto connection = Connection("46C");
   static char not_found[] = "FU_NOT_FOUND";
-  const std::string kNoParameters = "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE";
-  struct Case {
-    std::function<void()> script;
-    std::string thrown;  // "": the library's RFC_ERROR_INFO
-    std::vector<std::string> tail;
+  const std::function<void()> scripts[] = {
+      [] {
+        CRfcGetFunctionInterface::RegisterParamsTypes(false);  // the long one is needed: refused
+        Fake().install_result = 1;
+      },
+      [] { Fake().itcreate_failures = 1; },
+      [] { Fake().receive_by_function["RFC_GET_FUNCTION_INTERFACE"] = rfc_test::Raising(not_found); },
+      [] {
+        Fake().call_result = 1;
+        Fake().SetLastError("RFC_ERROR_SYSTEM_FAILURE_X", "ST", "gone");
+      },
+      [] { Answer({{{"I", "FIRST", "SIMPLE", "FIRST", "C", 4}, {"I", "SETTINGS", "ZMISSING", "", "u", 10}}, {}}); },
+      [] { Answer({{{"T", "ROWS", "ZMISSING", "", "h", 10}}, {}}); },
+      [] {
+        Answer(ReadTableDictionary(true));
+        Fake().missing_lines.insert(2);
+      },
   };
-  const Case cases[] = {
-      {[] {
-         CRfcGetFunctionInterface::RegisterParamsTypes(false);  // the long one is needed: refused
-         Fake().install_result = 1;
-       },
-       kNoParameters, {kNoParameters, "Z_ANY"}},
-      {[] { Fake().itcreate_failures = 1; }, kNoParameters, {kNoParameters, "Z_ANY"}},
-      {[] { Fake().receive_by_function["RFC_GET_FUNCTION_INTERFACE"] = rfc_test::Raising(not_found); },
-       "FU_NOT_FOUND", {"RFC_GET_FUNCTION_INTERFACE CallReceive failed", "Z_ANY", "FU_NOT_FOUND"}},
-      {[] {
-         Fake().call_result = 1;
-         Fake().SetLastError("RFC_ERROR_SYSTEM_FAILURE_X", "ST", "gone");
-       },
-       "",
-       {"RFC_GET_FUNCTION_INTERFACE CallReceive failed", "Z_ANY", "Key:    RFC_ERROR_SYSTEM_FAILU", "Status: S",
-        "Message:gone"}},
-      {[] { Answer({{{"I", "FIRST", "SIMPLE", "FIRST", "C", 4}, {"I", "SETTINGS", "ZMISSING", "", "u", 10}}, {}}); },
-       kNoParameters,
-       {"RFC_GET_STRUCTURE_DEFINITION CallReceive failed", "ZMISSING", "TABLE_NOT_ACTIVE", "", "", "",
-        "Rfc Class Library Trace at", "CRfcClienFunc, auto-creation of structure param failed", "Z_ANY",
-        "SETTINGS"}},
-      {[] { Answer({{{"T", "ROWS", "ZMISSING", "", "h", 10}}, {}}); },
-       kNoParameters, {"CRfcClienFunc, auto-creation of table param failed", "Z_ANY", "ROWS"}},
-      {[] {
-         Answer(ReadTableDictionary(true));
-         Fake().missing_lines.insert(2);
-       },
-       "ItGetLine Failure!", {}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.thrown);
+  for (const auto& script : scripts) {
     fake().Reset();
-    c.script();
-    bool library_error = false;
+    script();
     auto run = rfc_test::RunTraced([&] {
       try {
         CRfcClientFunc function(connection.get(), "Z_ANY", 1);
       } catch (const RFC_ERROR_INFO&) {
-        library_error = true;
+        out << "the library's error\n";
       }
     });
-    EXPECT_EQ(library_error, c.thrown.empty());
-    EXPECT_EQ(run.thrown, c.thrown);
-    std::vector<std::string> tail = Tail(run, c.tail.size());
-    for (std::string& line : tail) {
-      if (line.rfind("Rfc Class Library Trace at", 0) == 0) line = "Rfc Class Library Trace at";
-    }
-    EXPECT_EQ(tail, c.tail);
-    EXPECT_TRUE(fake().tables.empty());  // what was made so far is gone
+    out << Traced(run) << "tables left " << fake().tables.size() << "\n";
     fake().install_result = 0;
   }
   // A refused registration keeps the one there was.
@@ -261,40 +227,31 @@ TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
   fake().Reset();
   fake().missing_lines.insert(3);
   Answer(ReadTableDictionary(true));
-  EXPECT_EQ(rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, connection.get(), "RS_DBFIELD"); }),
-            "ItGetLine Failure!");
+  out << rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, connection.get(), "RS_DBFIELD"); }) << "\n";
   fake().Reset();
   auto old = Connection("31I");
-  EXPECT_EQ(rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, old.get(), "ZLONGERNAME"); }),
-            "CRfcData:operator=(CSTR) Input string too long, exceeding ");
-  EXPECT_TRUE(fake().calls.empty());
+  out << rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, old.get(), "ZLONGERNAME"); }) << fn_test::Seen() << "\n";
 }
 
-// The trace lines of a structure and of a simple parameter that cannot be
-// made; an import throws the short text, an export the long one.
+// The trace of a structure and of a simple parameter that cannot be made; an
+// import throws the short text, an export the long one.
 TEST_F(AutoCreationTest, AllocationFailuresOnTheWay) {
   auto connection = Connection("46C");
   const Dictionary pair{{}, {{"ZPAIR", {{"ZPAIR", "KEY", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}};
-  auto structure = FirstFailureTracing(
+  out << Traced(FirstFailureTracing(
       [&] {
         Answer(pair);
         CRfcStructParam param("P", 0, 1, connection.get(), "ZPAIR");
       },
-      "Failure to auto-create structure parameter");
-  EXPECT_EQ(structure.thrown, "Failure to auto-create structure parameter");
-  EXPECT_THAT(Tail(structure, 2), ElementsAre("CRfcStructParam::CRfcStructParam(CSTR paramName...) called",
-                                              "Failure to auto-create structure parameter"));
+      "Failure to auto-create structure parameter"));
   for (const char* param_class : {"I", "E"}) {
     const Dictionary simple{{{param_class, "NAME", "SIMPLE", "NAME", "C", 8}}, {}};
-    auto found = FirstFailureTracing(
+    out << Traced(FirstFailureTracing(
         [&] {
           Answer(simple);
           CRfcClientFunc function(connection.get(), "Z_SIMPLE", 1);
         },
-        "CRfcClienFunc, auto-creation of simple param failed");
-    EXPECT_EQ(found.thrown, param_class[0] == 'I' ? "Failure to create parameters"
-                                                  : "Failure to create parameters for RFC_GET_FUNCTION_INTERFACE");
-    EXPECT_THAT(Tail(found, 3), ElementsAre("CRfcClienFunc, auto-creation of simple param failed", "Z_SIMPLE", "NAME"));
+        "CRfcClienFunc, auto-creation of simple param failed"));
   }
 }
 
