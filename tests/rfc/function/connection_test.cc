@@ -53,6 +53,14 @@ class ConnectionTest : public fn_test::TranscriptTest {
       return 0;
     };
   }
+  // RFC_GET_SAP_SYSTEM_PARAMETERS answers `release` as SAP_SYSTEM_RELEASE.
+  static void ScriptRelease(const char* release) {
+    Fake().receive_by_function["RFC_GET_SAP_SYSTEM_PARAMETERS"] = [release](RfcParameterEntry* exports, RfcTableEntry*,
+                                                                            char**) {
+      std::memcpy(exports[3].address, release, 4);
+      return 0;
+    };
+  }
   static std::unique_ptr<CRfcConnection> Prepared(const CRfcConnInfo& info) {
     auto connection = std::make_unique<CRfcConnection>();
     connection->SetLogonInfo(Logon());
@@ -215,15 +223,19 @@ TEST_F(ConnectionTest, CloseClosesOnlyWhatItOpenedOrAccepted) {
   out << "  | " << failed.lines.back() << "\nrefused:" << Handle(*connection) << "\n";
 }
 
-// The release given (upper-cased, nothing asked) or from the attributes:
-// the partner's, or the kernel's when the partner's starts with a blank.
+// The release given (upper-cased, nothing asked), from the attributes (the
+// partner's, or the kernel's when the partner's starts with a blank), or
+// asked with the system parameters when the partner's is empty (what that
+// receive is handed, too); an exception of the partner keeps it unknown.
 TEST_F(ConnectionTest, TheRelease) {
   const std::vector<std::string> cases[] = {
       {"46c", "", ""}, {"RELEASEUNKNOWN", "46C", "46D"}, {"RELEASEUNKNOWN", "46C ", "46D"},
       {"RELEASEUNKNOWN", " 46C", "46D "}, {"RELEASEUNKNOWN", " 4", "700"}, {"RELEASEUNKNOWN", "XXXXX", "YYYYY"},
+      {"RELEASEUNKNOWN", "", "46D"},
   };
   for (const std::vector<std::string>& c : cases) {
     fake().Reset();
+    ScriptRelease("31I ");
     std::memcpy(fake().attributes.partner_release, c[1].data(), c[1].size());
     std::memcpy(fake().attributes.kernel_release, c[2].data(), c[2].size());
     CRfcConnInfo info = Info(0);
@@ -231,24 +243,8 @@ TEST_F(ConnectionTest, TheRelease) {
     auto connection = Prepared(info);
     connection->Open();
     out << c[0] << " '" << c[1] << "' '" << c[2] << "' -> " << static_cast<const char*>(connection->GetRelease());
-    out << ":" << Seen() << "\n";
+    out << ":" << Seen() << (fake().receives.size() > 1 ? "\n  exports:" + fn_test::Entries(fake().receives[1].params) : "") << "\n";
   }
-}
-
-// Asked with the system parameters (what the receive is handed, too); an
-// exception of the partner keeps the release unknown.
-TEST_F(ConnectionTest, AnEmptyPartnerReleaseIsAskedFromTheSystem) {
-  fake().receive_by_function["RFC_GET_SAP_SYSTEM_PARAMETERS"] = [](RfcParameterEntry* exports,
-                                                                   RfcTableEntry*, char**) {
-    std::memcpy(exports[3].address, "31I ", 4);
-    return 0;
-  };
-  CRfcConnInfo info = Info(0);
-  info.release = "RELEASEUNKNOWN";
-  auto connection = Prepared(info);
-  connection->Open();
-  out << static_cast<const char*>(connection->GetRelease()) << ":" << Seen() << "\n";
-  out << "exports:" << fn_test::Entries(fake().receives.at(1).params) << "\n";
   static char raised[] = "NOT_AUTHORIZED";
   fake().receive_by_function.clear();
   fake().receive = rfc_test::Raising(raised);
@@ -319,11 +315,7 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
   const std::function<void()> operations[] = {
       [] {  // the release asked from the system, the system information fetched
         ScriptSystem();
-        Fake().receive_by_function["RFC_GET_SAP_SYSTEM_PARAMETERS"] = [](RfcParameterEntry* exports,
-                                                                         RfcTableEntry*, char**) {
-          std::memcpy(exports[3].address, "46C ", 4);
-          return 0;
-        };
+        ScriptRelease("46C ");
         CRfcConnection connection;
         connection.AttachHandle(3);
         connection.GetR3Release();
