@@ -58,17 +58,14 @@ inline std::string Seen() {
   return text;
 }
 
-inline void ExpectTranscript(const std::ostringstream& out, const std::string& name) {
-  EXPECT_TRUE(testutil::MatchesExpectedFile(out.str(), "tests/rfc/function/expected/" + name + ".txt"));
-}
-
 // A test that writes what happened into `out`, compared at its end with
 // expected/<Suite>.<Test>.txt.
 class TranscriptTest : public rfc_test::StandInTest {
  protected:
   void TearDown() override {
     const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    ExpectTranscript(out, std::string(test->test_suite_name()) + "." + test->name());
+    const std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    EXPECT_TRUE(testutil::MatchesExpectedFile(out.str(), "tests/rfc/function/expected/" + name + ".txt"));
     StandInTest::TearDown();
   }
   std::ostringstream out;
