@@ -382,10 +382,11 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
       return reached;
     };
     // The first allocations on threads of their own, so that a thread's first
-    // trace line (its file record) fails among them; the rest on one thread:
+    // trace line (its file record, after a connection's dozen texts) fails
+    // among them; the rest on one thread:
     // the trace keeps each thread's file open for good, and Windows allows a
     // process only so many.
-    for (int k = 0; k < 8; ++k) RunTraced([&] { run(k); });
+    for (int k = 0; k < 16; ++k) RunTraced([&] { run(k); });
     RunTraced([&] {
       for (int k = 0; run(k); ++k) ASSERT_LT(k, 1000) << "never runs through";
     });
