@@ -1,17 +1,18 @@
 #pragma once
-// A field descriptor as tests write them: name, column, type and length; the
-// offset is left for the layout to decide.
+// A field descriptor as tests write them: name, column, type, length and
+// decimals; the offset is left for the layout to decide.
 
 #include "rfc/function/rfc_field_info.h"
 
 namespace test_support {
 
-inline CRfcFieldInfo Field(const char* name, int column, int type, int length) {
+inline CRfcFieldInfo Field(const char* name, int column, int type, int length, int decimals = 0) {
   CRfcFieldInfo field{};
   SetFieldName(field, name);
   field.column = column;
   field.type = type;
   field.length = length;
+  field.decimals = decimals;
   return field;
 }
 

@@ -27,10 +27,9 @@ thread_local bool t_accept_failed = false;
 
 std::string Text(const char* text) { return text != nullptr ? text : ""; }
 
-void Log(const std::string& entry, ConnectionHandle handle, const std::string& text = "",
-         std::vector<std::string> names = {}) {
+void Log(const std::string& entry, ConnectionHandle handle, const std::string& text = "") {
   Hold hold(g_mutex);
-  g_state.log.push_back(Record{entry, handle, text, std::move(names)});
+  g_state.log.push_back(Record{entry, handle, text});
 }
 
 template <typename Array>
@@ -57,15 +56,6 @@ std::vector<stand_in::Entry> Read(const Array* array) {
 stand_in::Exchange Exchanged(const char* function, const RfcParameterEntry* params,
                              const RfcTableEntry* tables) {
   return stand_in::Exchange{Text(function), params, tables, Read(params), Read(tables)};
-}
-
-// "params | tables", as the data exchange of a server call is logged.
-std::vector<std::string> Names(const RfcParameterEntry* params, const RfcTableEntry* tables) {
-  std::vector<std::string> names;
-  for (const auto& entry : Read(params)) names.push_back(entry.name);
-  names.push_back("|");
-  for (const auto& entry : Read(tables)) names.push_back(entry.name);
-  return names;
 }
 
 std::string OptionBlock(const OpenOptions& o) {
@@ -237,14 +227,14 @@ int RfcGetName(ConnectionHandle handle, char* name) {
   return g_state.get_name_result;
 }
 
-int RfcGetData(ConnectionHandle handle, RfcParameterEntry* imports, RfcTableEntry* tables) {
-  Log("RfcGetData", handle, "", Names(imports, tables));
+int RfcGetData(ConnectionHandle handle, RfcParameterEntry*, RfcTableEntry*) {
+  Log("RfcGetData", handle);
   Hold hold(g_mutex);
   return g_state.get_data_result;
 }
 
-int RfcSendData(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables) {
-  Log("RfcSendData", handle, "", Names(exports, tables));
+int RfcSendData(ConnectionHandle handle, RfcParameterEntry*, RfcTableEntry*) {
+  Log("RfcSendData", handle);
   Hold hold(g_mutex);
   return g_state.send_data_result;
 }

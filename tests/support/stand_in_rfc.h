@@ -35,12 +35,11 @@ struct Entry {
 };
 
 // Any entry point: its name, handle, and the text (function name, raised
-// exception, argv words, documentation) or array names ("imports | tables").
+// exception, argv words, documentation, a listen's or dispatch's code).
 struct Record {
   std::string entry;
   ConnectionHandle handle = 0;
   std::string text;
-  std::vector<std::string> names;
 };
 
 // RfcCall, RfcReceive: the arrays and what they held.

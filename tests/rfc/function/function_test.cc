@@ -1,11 +1,16 @@
 // Functions and client calls: the arrays handed to the RFC library, their
 // terminators and reuse, the active flags, look-up by name, every return code
-// of CallReceive, allocation failures, and who deletes which parameters.
+// of CallReceive, allocation failures, and who deletes which parameters; and
+// interface auto-creation: client functions, structure and table parameters
+// describe themselves from the dictionary answers of the stand-in library
+// (RFC_GET_FUNCTION_INTERFACE, RFC_GET_STRUCTURE_DEFINITION) in the short and
+// long line layouts, and every failure on the way is reported as designed.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,25 +20,26 @@
 #include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_byte_order.h"
 #include "rfc/function/rfc_client_func.h"
+#include "rfc/function/rfc_get_function_interface.h"
+#include "rfc/function/rfc_get_structure_definition.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
-#include "tests/rfc/rfc_test_support.h"
+#include "tests/rfc/function/function_transcript.h"
 
 namespace {
 
-using ::testing::ElementsAre;
+using fn_test::Entries;
+using fn_test::Traced;
+using rfc_test::Answer;
+using rfc_test::Dictionary;
+using rfc_test::Fake;
 
-std::vector<std::string> Names(const std::vector<stand_in::Entry>& entries) {
-  std::vector<std::string> names;
-  for (const stand_in::Entry& entry : entries) names.push_back(entry.name);
-  return names;
-}
 
-class FunctionTest : public rfc_test::StandInTest {
+class FunctionTest : public fn_test::TranscriptTest {
  protected:
   void SetUp() override {
-    StandInTest::SetUp();
+    TranscriptTest::SetUp();
     connection_.AttachHandle(42);
   }
   int Call(CRfcClientFunc& function, int all = 0) {
@@ -43,12 +49,10 @@ class FunctionTest : public rfc_test::StandInTest {
   CRfcConnection connection_;
 };
 
+// Per call: the imports handed to RfcCall, then the exports and tables to RfcReceive.
 TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   CRfcClientFunc empty(&connection_, "rfcping");
-  EXPECT_EQ(Call(empty), 0);
-  ASSERT_EQ(fake().calls.size(), 1u);
-  EXPECT_EQ(fake().CallsOf("RfcCall")[0].handle, 42u);
-  EXPECT_EQ(fake().calls[0].function, "RFCPING");
+  out << Call(empty) << fn_test::Seen() << "\n";
   // Only terminators; the receive gets the same table array.
   EXPECT_EQ(fake().calls[0].params_array[0].name, nullptr);
   EXPECT_EQ(fake().calls[0].tables_array[0].name, nullptr);
@@ -72,45 +76,33 @@ TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   t1.Create();
   a.Value() = "xy";
   a.SetActive(1);
-
   // Active simple imports and structures go; a passed simple import turns
-  // inactive, a structure stays active. Exports and tables go whole.
+  // inactive, a structure stays active; exports never touch the flag.
   Call(function);
-  const stand_in::Exchange& first = fake().calls[1];
-  EXPECT_THAT(Names(first.params), ElementsAre("A", "S"));
-  EXPECT_EQ(first.params[0].bytes, "xy ");
-  EXPECT_EQ(std::vector<unsigned>({unsigned(first.params[0].type), unsigned(first.params[1].type), first.params[1].length}),
-            std::vector<unsigned>({TYPE_CHAR, TYPE_BYTE, 6}));
-  EXPECT_EQ(a.IsActive() * 10 + s.IsActive(), 1);
-  const stand_in::Exchange& receive = fake().receives[1];
-  EXPECT_THAT(Names(receive.params), ElementsAre("E1", "E2"));
-  EXPECT_EQ(receive.params[1].bytes, "000");
-  EXPECT_EQ(e1.IsActive(), 0);  // exports never touch the flag
-  EXPECT_THAT(Names(receive.tables), ElementsAre("T1", "T2"));
-  EXPECT_EQ(receive.tables[0].handle, t1.GetTableHandle());
-  EXPECT_EQ(receive.tables[1].length, 20u);
-
-  // A second call without setting A passes only the structure; every import
-  // goes with bAll. Imports that turn active later fit the kept array.
+  out << "active A S E1: " << a.IsActive() << s.IsActive() << e1.IsActive() << "\n";
+  EXPECT_EQ(fake().receives[1].tables[0].handle, t1.GetTableHandle());
+  // Without setting A only the structure goes; every import with bAll.
+  // Imports that turn active later fit the kept arrays.
   Call(function);
-  EXPECT_THAT(Names(fake().calls[2].params), ElementsAre("S"));
   Call(function, 1);
-  EXPECT_THAT(Names(fake().calls[3].params), ElementsAre("A", "B", "S"));
   a.SetActive(1);
   b.SetActive(1);
   Call(function);
-  EXPECT_THAT(Names(fake().calls[4].params), ElementsAre("A", "B", "S"));
   EXPECT_EQ(fake().calls[4].params_array, fake().calls[1].params_array);
   EXPECT_EQ(fake().receives[4].params_array, fake().receives[1].params_array);
-
   // A list that changes gets a new array with a new terminator.
   CRfcSimpleParam e3("E3", TYPE_INT, 4, 0, 0);
   function.AddExport(&e3);
   Call(function);
-  EXPECT_THAT(Names(fake().receives[5].params), ElementsAre("E1", "E2", "E3"));
   EXPECT_EQ(fake().receives[5].params_array[3].name, nullptr);
+  for (size_t i = 1; i < fake().calls.size(); ++i) {
+    out << fake().calls[i].function << ":" << Entries(fake().calls[i].params) << " ->"
+        << Entries(fake().receives[i].params) << " |" << Entries(fake().receives[i].tables) << "\n";
+  }
 }
 
+// Per look-up (0 imports, 1 exports, 2 tables): the name, what was found and
+// the index written (-1: untouched).
 TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   CRfcClientFunc function(&connection_, "F");
   CRfcSimpleParam a("Query_Table", TYPE_CHAR, 30, 0, 0), b("delimiter", TYPE_CHAR, 1, 0, 0);
@@ -118,46 +110,35 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   function.AddImport(&a);
   function.AddImport(&b);
   function.AddTable(&t);
-  int index = -1;
-  EXPECT_EQ(function.FindImpExp(function.GetImports(), "query_table  ", &index), &a);
-  EXPECT_EQ(index, 0);
-  EXPECT_EQ(function.FindImpExp(function.GetImports(), "DELIMITER", &index), &b);
-  EXPECT_EQ(index, 1);
-  for (const char* missing : {"NO_DATA", "", "   "}) {
-    EXPECT_EQ(function.FindImpExp(function.GetImports(), missing, &index), nullptr) << missing;
-  }
-  EXPECT_EQ(index, 1);  // untouched when nothing is found
-  EXPECT_EQ(function.FindImpExp(function.GetImports(), nullptr), nullptr);
-  EXPECT_EQ(function.FindImpExp(function.GetExports(), "DELIMITER"), nullptr);
-  EXPECT_EQ(function.FindTable(function.GetTables(), "Fields ", &index), &t);
-  EXPECT_EQ(index, 0);
-  EXPECT_EQ(function.FindTable(function.GetTables(), "DATA"), nullptr);
-  EXPECT_EQ(function.FindTable(function.GetTables(), ""), nullptr);
-  EXPECT_EQ(function.FindTable(function.GetTables(), nullptr), nullptr);
   function.AddImport(nullptr);  // nothing to add
   function.AddTable(nullptr);
-  EXPECT_EQ(function.GetImports().GetCount() * 10 + function.GetTables().GetCount(), 21);
+  const std::pair<int, const char*> lookups[] = {
+      {0, "query_table  "}, {0, "DELIMITER"}, {0, "NO_DATA"}, {0, ""}, {0, "   "}, {0, nullptr},
+      {1, "DELIMITER"},     {2, "Fields "},   {2, "DATA"},    {2, ""}, {2, nullptr},
+  };
+  for (const auto& [list, name] : lookups) {
+    int index = -1;
+    const CRfcTableParam* table = list == 2 ? function.FindTable(function.GetTables(), name, &index) : nullptr;
+    const CRfcImpExpParam* param =
+        list == 2 ? nullptr : function.FindImpExp(list == 0 ? function.GetImports() : function.GetExports(), name, &index);
+    const char* found = table != nullptr ? table->GetName() : param != nullptr ? param->GetName() : "none";
+    out << list << " '" << (name != nullptr ? name : "null") << "' -> " << found << " " << index << "\n";
+  }
+  out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " table\n";
   // Without a connection a call goes to handle 0.
   CRfcClientFunc unconnected(nullptr, "F");
-  EXPECT_EQ(Call(unconnected), 0);
-  EXPECT_EQ(fake().CallsOf("RfcCall").back().handle, 0u);
+  out << Call(unconnected) << fn_test::Seen() << "\n";
 }
 
-// Codes 0, 2 and 4 return, the others throw the library's error after the
-// trace lines; a failed RfcCall is traced with the words of the entry.
+// Per code: what CallReceive answered or threw, the exception, whether the
+// table handle and structure values were taken over, and the trace. -1: RfcCall
+// itself fails.
 TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
-  struct Case {
-    int code;
-    bool thrown;      // the library's error, after the trace lines
-    bool taken_over;  // the table handle and the structure values
-  };
   static char raised[] = "TABLE_NOT_AVAILABLE";
-  for (const Case& c : {Case{0, false, true}, Case{2, false, false}, Case{4, false, true}, Case{1, true, false},
-                        Case{3, true, false}, Case{6, true, false}, Case{-1, true, false}}) {
-    SCOPED_TRACE(c.code);
+  for (const int code : {0, 2, 4, 1, 3, 6, -1}) {
     fake().Reset();
     fake().SetLastError("KEY", "", "");
-    fake().call_result = c.code == -1 ? 1 : 0;  // -1: RfcCall itself fails
+    fake().call_result = code == -1 ? 1 : 0;
     SetRfcByteOrderSwitch(1);
     CRfcClientFunc function(&connection_, "Z_CALL");
     CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr), raw("RAW", 4, 1, 0, nullptr, nullptr);
@@ -167,7 +148,6 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
     function.AddTable(&data);
     function.AddTable(&raw);  // its lines are never turned around
     function.AddExport(&s);
-    const int code = c.code;
     fake().receive = [code](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
       rfc_test::FillTable("DATA", {"abcd", "efgh"})(exports, tables, exception);
       const unsigned char big_endian[4] = {0, 0, 1, 2};
@@ -176,47 +156,30 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
       return code;
     };
     char* exception = nullptr;
-    RFC_ERROR_INFO caught{};
-    int rc = -1;
     auto run = rfc_test::RunTraced([&] {
       try {
-        rc = function.CallReceive(exception, 0);
+        const int rc = function.CallReceive(exception, 0);
+        out << code << ": answers " << rc;
       } catch (const RFC_ERROR_INFO& error) {
-        caught = error;
+        out << code << ": throws " << error.key;
       }
     });
-    EXPECT_EQ(function.GetLastReturnCode(), c.code == -1 ? 1 : c.code);
-    EXPECT_EQ(fake().Count("RfcReceive"), c.code == -1 ? 0u : 1u);
-    if (c.thrown) {
-      EXPECT_STREQ(caught.key, "KEY");
-      EXPECT_THAT(rfc_test::Tail(run, 2), ElementsAre(c.code == -1 ? "CRfcClientFunc::CallReceive called"
-                                                                   : "CRfcClientFunc::CallReceive failed",
-                                                      "Z_CALL"));
-    } else {
-      EXPECT_EQ(rc, c.code);
+    out << ", last " << function.GetLastReturnCode() << ", exception " << (exception != nullptr ? exception : "none");
+    if (data.GetTableHandle() != nullptr) {
+      out << ", taken over: owned " << data.OwnsTable() << " '" << std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4)
+          << "' " << static_cast<RFC_INT>(s.FieldValue(0)) << " native " << data.GetNativeLines() << raw.GetNativeLines();
     }
-    EXPECT_STREQ(exception, c.code == 2 ? "TABLE_NOT_AVAILABLE" : nullptr);
-    if (c.taken_over) {
-      ASSERT_NE(data.GetTableHandle(), nullptr);
-      EXPECT_EQ(data.OwnsTable(), 0);  // the partner's table, not the parameter's
-      EXPECT_EQ(std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4), "efgh");
-      EXPECT_EQ(static_cast<RFC_INT>(s.FieldValue(0)), 258);
-      EXPECT_EQ(data.GetNativeLines() * 10 + raw.GetNativeLines(), 1);
-    } else {
-      EXPECT_EQ(data.GetTableHandle(), nullptr);
-    }
+    out << fn_test::Seen() << "\n" << Traced(run);
   }
 }
 
 TEST_F(FunctionTest, AllocationFailuresAreReported) {
   CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
   // The arrays are made in the order imports, exports, tables.
-  const char* const lines[] = {"CRfcFunction::SetUpImports called", "CRfcFunction::SetUpExports called",
-                               "CRfcFunction::SetUpTables called"};
   for (int skip = 0; skip < 3; ++skip) {
     CRfcClientFunc function(&connection_, "F");
     function.AddImport(&a);
-    auto run = rfc_test::RunTraced([&] {
+    out << Traced(rfc_test::RunTraced([&] {
       function.SetUpImports(0);  // an array that the changed list replaces below
       CRfcSimpleParam more("B", TYPE_CHAR, 1, 0, 0);
       function.AddImport(&more);
@@ -227,11 +190,8 @@ TEST_F(FunctionTest, AllocationFailuresAreReported) {
       function.SetUpImports(0);
       function.SetUpExports();
       function.SetUpTables();
-    });
-    EXPECT_EQ(run.thrown, "Failed to allocate memory!");
-    EXPECT_THAT(rfc_test::Tail(run, 2), ElementsAre(lines[skip], "Failed to allocate memory!"));
+    }));
   }
-
   // A list that cannot grow keeps its parameters; the refused one is not added.
   CRfcClientFunc function(&connection_, "F");
   std::vector<std::unique_ptr<CRfcSimpleParam>> params;
@@ -239,12 +199,10 @@ TEST_F(FunctionTest, AllocationFailuresAreReported) {
     params.push_back(std::make_unique<CRfcSimpleParam>(("P" + std::to_string(i)).c_str(), TYPE_CHAR, 1, 0, 0));
     if (i < 10) function.AddImport(params.back().get());
   }
-  auto run = rfc_test::RunTraced([&] {
+  out << Traced(rfc_test::RunTraced([&] {
     rfc::testing::FailNextAllocation();
     function.AddImport(params[10].get());
-  });
-  EXPECT_EQ(run.thrown, "Failed to allocate memory!");
-  EXPECT_EQ(run.lines.back(), "Memory Allocation Failure");
+  }));
   EXPECT_EQ(params[10]->GetOwner(), nullptr);
   EXPECT_EQ(function.GetImports().GetCount(), 10);
   EXPECT_EQ(function.FindImpExp(function.GetImports(), "P9"), params[9].get());
@@ -269,9 +227,235 @@ TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
     CRfcClientFunc application(&connection_, "F");  // deletes nothing, flagged or not
     application.AddImport(flagged.get());
   }
-  EXPECT_EQ(fake().Count("ItCreate"), 3u);  // PARAMS, FIELDS, LINES
-  EXPECT_EQ(fake().deleted.size(), 3u);     // LINES went with its parameter
+  // ItCreate for PARAMS, FIELDS, LINES; LINES is deleted with its parameter.
+  out << fn_test::Seen() << "\n" << fake().deleted.size() << " deleted\n";
   EXPECT_EQ(std::string(own->GetName()) + own_table->GetName() + flagged->GetName(), "MINEMYTABFLAGGED");
+}
+
+// RFC_READ_TABLE as a partner describes it, in part.
+Dictionary ReadTableDictionary(bool long_layout) {
+  return {{{"I", "QUERY_TABLE", "SIMPLE", "QUERY_TABLE", "C", 30},
+           {"I", "DELIMITER", "SIMPLE", "DELIMITER", "C", 1},
+           {"I", "ROWCOUNT", "SIMPLE", "ROWCOUNT", "I", 4},
+           {"T", "OPTIONS", "RS_OPTION", "", "h", 72},
+           {"T", "FIELDS", "RS_DBFIELD", "", "h", 999},
+           {"X", "TABLE_NOT_AVAILABLE", "", "", "", 0}},
+          {{"RS_OPTION", {{"RS_OPTION", "TEXT", 1, 0, 72, 0, "C"}}},
+           {"RS_DBFIELD",
+            {{"RS_DBFIELD", "FIELDNAME", 1, 0, 30, 0, "C"}, {"RS_DBFIELD", "OFFSET", 2, 30, 6, 0, "N"},
+             {"RS_DBFIELD", "LENGTH", 3, 36, 6, 0, "N"}, {"RS_DBFIELD", "TYPE", 4, 42, 1, 0, "C"}}}},
+          long_layout};
+}
+
+class AutoCreationTest : public fn_test::TranscriptTest {
+ protected:
+  // A connection with a known release and a handle it does not own.
+  static std::unique_ptr<CRfcConnection> Connection(const char* release) {
+    auto connection = std::make_unique<CRfcConnection>();
+    CRfcConnInfo info;
+    info.release = release;
+    connection->SetConnInfo(info);
+    connection->AttachHandle(3);
+    return connection;
+  }
+
+  // Runs `code` with allocation k failing for k = 0, 1, ... until its trace
+  // holds `line`; nothing once the code no longer reaches its k-th allocation.
+  static rfc_test::TracedRun FirstFailureTracing(const std::function<void()>& code, const std::string& line) {
+    for (int k = 0;; ++k) {
+      Fake().Reset();
+      bool unused = false;
+      rfc_test::TracedRun run = rfc_test::RunTraced([&] {
+        rfc::testing::FailAllocations(k, 1);
+        try {
+          code();
+        } catch (...) {
+          rfc::testing::ClearAllocationFaults();
+          throw;
+        }
+        unused = rfc::testing::PendingAllocationFaults() > 0;
+        rfc::testing::ClearAllocationFaults();
+      });
+      if (std::count(run.lines.begin(), run.lines.end(), line) > 0 || unused) return run;
+    }
+  }
+};
+
+// Per field of the four dictionary line layouts: name, offset, column, the
+// type element's type and length; then the type of each letter.
+TEST_F(AutoCreationTest, TheDictionaryLinesAndTypeLetters) {
+  struct Layout {
+    const CRfcFieldInfo* fields;
+    const RfcTypeElement* elements;
+    int count;
+  };
+  for (const Layout& layout : {Layout{CRfcGetFunctionInterface::kParamsFieldsShort,
+                                      CRfcGetFunctionInterface::kParamsElementsShort, 11},
+                               Layout{CRfcGetFunctionInterface::kParamsFieldsLong,
+                                      CRfcGetFunctionInterface::kParamsElementsLong, 11},
+                               Layout{CRfcGetStructureDefinition::kFieldsFieldsShort,
+                                      CRfcGetStructureDefinition::kFieldsElementsShort, 7},
+                               Layout{CRfcGetStructureDefinition::kFieldsFieldsLong,
+                                      CRfcGetStructureDefinition::kFieldsElementsLong, 7}}) {
+    // The records lay out to their documented offsets, and the type elements
+    // describe the same fields.
+    CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
+    table.SetTypeHandle(1);
+    std::vector<CRfcFieldInfo> fields(layout.fields, layout.fields + layout.count);
+    table.AddFieldInfo(fields.data(), layout.count);
+    out << "line " << table.GetLineLength() << ":";
+    for (int i = 0; i < layout.count; ++i) {
+      const CRfcFieldInfo& f = layout.fields[i];
+      const RfcTypeElement& e = layout.elements[i];
+      EXPECT_EQ(std::vector<int>({fields[static_cast<size_t>(i)].offset, f.type, f.length}),
+                std::vector<int>({f.offset, e.type, e.length})) << f.name;
+      EXPECT_STREQ(e.name, f.name);
+      out << " " << f.name << "@" << f.offset << "#" << f.column << " " << e.type << "/" << e.length;
+    }
+    out << "\n";
+  }
+  for (char letter : std::string("CDPTXNFIsbgcSBh \0", 17)) {
+    out << fn_test::Printable(std::string(1, letter)) << CRfcGetFunctionInterface::TypeOfExid(letter) << " ";
+  }
+}
+
+// Partners below release 40A get the short layout; each change of layout
+// registers both line structures anew, a repeated layout nothing. Per step:
+// the questions (FUNCNAME, LANGUAGE always "E", PARAMS in the layout's line;
+// then TABNAME and FIELDS), and what the function made of the answer.
+TEST_F(AutoCreationTest, AFunctionDescribesItselfForOldAndNewPartnersInTurn) {
+  auto modern = Connection("46C");
+  auto old = Connection("31I");
+  struct Step {
+    CRfcConnection* connection;
+    bool long_layout;
+    int registrations;  // -1: the process may have registered before
+  };
+  for (const Step& step : {Step{modern.get(), true, -1}, Step{old.get(), false, 2},
+                           Step{modern.get(), true, 2}, Step{modern.get(), true, 0}}) {
+    fake().calls.clear();
+    Answer(ReadTableDictionary(step.long_layout));
+    const size_t installs = fake().installs.size();
+    CRfcClientFunc function(step.connection, "rfc_read_table", 1);
+    const auto params_types = fake().InstallsOf("PARAMStypes");
+    const auto fields_types = fake().InstallsOf("FIELDStypes");
+    if (step.registrations >= 0) {
+      EXPECT_EQ(fake().installs.size() - installs, static_cast<size_t>(step.registrations) + 2);
+    }
+    const stand_in::Exchange& question = fake().calls.at(0);
+    const stand_in::Exchange& structure = fake().calls.at(1);
+    if (!params_types.empty()) {  // registered by this test: the handle registered last
+      EXPECT_EQ(question.tables.at(0).type, params_types.back().handle);
+      EXPECT_EQ(params_types.back().elements.at(2).length, step.long_layout ? 30 : 10);
+      EXPECT_EQ(fields_types.back().elements.at(0).length, step.long_layout ? 30 : 10);
+    }
+    out << question.function << ":" << Entries(question.params) << Entries(question.tables) << "\n";
+    out << structure.function << ":" << Entries(structure.params) << Entries(structure.tables) << "\n";
+    // The readers' tables are gone; the line length is computed, not INTLENGTH.
+    CRfcTableParam* options = function.GetTables().GetAt(0);
+    out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " tables, long names "
+        << options->GetLongNames() << ", release " << static_cast<const char*>(options->GetRelease()) << ", FIELDS line "
+        << function.GetTables().GetAt(1)->GetLineLength() << ", tables left " << fake().tables.size() << "\n";
+  }
+}
+
+// An unknown type letter gives type 9999 without a buffer; exception lines
+// and unknown classes add nothing; a whole structure takes its computed length
+// (CHAR 3, FLOAT at 8) and is registered under the parameter's name.
+TEST_F(AutoCreationTest, OddLinesOfTheInterface) {
+  Answer({{{"I", "WEIRD", "SIMPLE", "WEIRD", "g", 12}, {"X", "SOME_EXCEPTION", "", "", "", 0},
+           {"Q", "UNKNOWN_CLASS", "SIMPLE", "X", "C", 1}, {"", "NO_CLASS", "SIMPLE", "X", "C", 1}, {"E", "RESULT", "ZRESULT", "", "u", 999}},
+          {{"ZRESULT", {{"ZRESULT", "CODE", 1, 0, 3, 0, "C"}, {"ZRESULT", "RATE", 2, 3, 8, 0, "F"}}}}});
+  auto connection = Connection("46C");
+  CRfcClientFunc function(connection.get(), "Z_ODD", 1);
+  ASSERT_EQ(function.GetImports().GetCount() * 10 + function.GetExports().GetCount(), 11);
+  auto* weird = static_cast<CRfcSimpleParam*>(function.GetImports().GetAt(0));
+  auto* result = static_cast<CRfcStructParam*>(function.GetExports().GetAt(0));
+  out << weird->GetName() << " type " << weird->GetType() << (weird->GetBuffer() == nullptr ? " no buffer, " : " a buffer, ");
+  out << result->GetName() << " length " << result->GetLength() << "\n";
+  EXPECT_EQ(result->GetTypeHandle(), fake().InstallsOf("RESULT").at(0).handle);
+  Answer({{}, {{"ZRESULT", {{"ZRESULT", "CODE", 1, 0, 3, 0, "C"}}}}, false});  // no partner: the short layout
+  CRfcStructParam unconnected("P", 0, 1, nullptr, "ZRESULT");
+  out << "unconnected length " << unconnected.GetLength() << "\n";
+}
+
+// Per failure: how the auto-created function failed (a text or the library's
+// error), the trace, and that what was made so far is gone.
+TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
+  auto connection = Connection("46C");
+  static char not_found[] = "FU_NOT_FOUND";
+  const std::function<void()> scripts[] = {
+      [] {
+        CRfcGetFunctionInterface::RegisterParamsTypes(false);  // the long one is needed: refused
+        Fake().install_result = 1;
+      },
+      [] { Fake().itcreate_failures = 1; },
+      [] { Fake().receive_by_function["RFC_GET_FUNCTION_INTERFACE"] = rfc_test::Raising(not_found); },
+      [] {
+        Fake().call_result = 1;
+        Fake().SetLastError("RFC_ERROR_SYSTEM_FAILURE_X", "ST", "gone");
+      },
+      [] { Answer({{{"I", "FIRST", "SIMPLE", "FIRST", "C", 4}, {"I", "SETTINGS", "ZMISSING", "", "u", 10}}, {}}); },
+      [] { Answer({{{"T", "ROWS", "ZMISSING", "", "h", 10}}, {}}); },
+      [] {
+        Answer(ReadTableDictionary(true));
+        Fake().missing_lines.insert(2);
+      },
+  };
+  for (const auto& script : scripts) {
+    fake().Reset();
+    script();
+    auto run = rfc_test::RunTraced([&] {
+      try {
+        CRfcClientFunc function(connection.get(), "Z_ANY", 1);
+      } catch (const RFC_ERROR_INFO&) {
+        out << "the library's error\n";
+      }
+    });
+    out << Traced(run) << "tables left " << fake().tables.size() << "\n";
+    fake().install_result = 0;
+  }
+  // A refused registration keeps the one there was.
+  CRfcGetFunctionInterface::RegisterParamsTypes(false);
+  fake().install_result = 1;
+  EXPECT_THROW(CRfcGetFunctionInterface::RegisterParamsTypes(true), const char*);
+  EXPECT_THROW(CRfcGetStructureDefinition::RegisterFieldsTypes(false), const char*);
+  fake().install_result = 0;
+  fake().installs.clear();
+  CRfcGetFunctionInterface::RegisterParamsTypes(false);
+  EXPECT_TRUE(fake().installs.empty());
+
+  // The structure reader fails the same way; a name too long for an old
+  // partner's TABNAME fails as the value itself says, before any call.
+  fake().Reset();
+  fake().missing_lines.insert(3);
+  Answer(ReadTableDictionary(true));
+  out << rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, connection.get(), "RS_DBFIELD"); }) << "\n";
+  fake().Reset();
+  auto old = Connection("31I");
+  out << rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, old.get(), "ZLONGERNAME"); }) << fn_test::Seen() << "\n";
+}
+
+// The trace of a structure and of a simple parameter that cannot be made; an
+// import throws the short text, an export the long one.
+TEST_F(AutoCreationTest, AllocationFailuresOnTheWay) {
+  auto connection = Connection("46C");
+  const Dictionary pair{{}, {{"ZPAIR", {{"ZPAIR", "KEY", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}};
+  out << Traced(FirstFailureTracing(
+      [&] {
+        Answer(pair);
+        CRfcStructParam param("P", 0, 1, connection.get(), "ZPAIR");
+      },
+      "Failure to auto-create structure parameter"));
+  for (const char* param_class : {"I", "E"}) {
+    const Dictionary simple{{{param_class, "NAME", "SIMPLE", "NAME", "C", 8}}, {}};
+    out << Traced(FirstFailureTracing(
+        [&] {
+          Answer(simple);
+          CRfcClientFunc function(connection.get(), "Z_SIMPLE", 1);
+        },
+        "CRfcClienFunc, auto-creation of simple param failed"));
+  }
 }
 
 }  // namespace

@@ -27,23 +27,15 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 // The customer table with two rows and a structure with a FLOAT after three
-// characters. Names fit the short layout (10 characters).
+// characters (data/system.json, its release filled in). Names fit the short
+// layout (10 characters).
 class System {
  public:
   explicit System(const std::string& release) {
+    std::string text = testutil::ReadBytes(testutil::SourceDir() + "/tests/rfc/function/data/system.json");
+    text.replace(text.find("@RELEASE@"), 9, release);
     SapsimProcess::Options options;
-    options.system_file = dir_.Write("system.json", R"({
-  "system_id": "DEV", "release": ")" + release + R"(", "kernel_release": "46D",
-  "logon": [{"client": "100", "user": "BATCH", "password": "secret"}],
-  "structures": {
-    "ZBATCHES": [{"name": "MANDT", "type": "C", "length": 3},
-                 {"name": "FUNCTION", "type": "C", "length": 30}],
-    "ZMEASURE": [{"name": "UNIT", "type": "C", "length": 3}, {"name": "VALUE", "type": "F"},
-                 {"name": "NOTE", "type": "C", "length": 5}]
-  },
-  "tables": {"ZBATCHES": [{"MANDT": "100", "FUNCTION": "Z_BATCH_ORDERS"},
-                          {"MANDT": "100", "FUNCTION": "Z_BATCH_LOWER"}]}
-})");
+    options.system_file = dir_.Write("system.json", text);
     process_ = std::make_unique<SapsimProcess>(options);
     connection.SetLogonInfo({"100", "BATCH", "secret", "E"});
     connection.SetConnInfo({0, 0, "RELEASEUNKNOWN", 0, "SAPSIM", "127.0.0.1", "127.0.0.1",

@@ -1,0 +1,74 @@
+#pragma once
+// What the function tests share: a scenario writes what happened (outcomes,
+// trace lines, what the stand-in library was handed) into one transcript that
+// is compared whole with its expected file.
+
+#include <cstdio>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/rfc/rfc_test_support.h"
+#include "tests/support/expected_file.h"
+
+namespace fn_test {
+
+// Bytes as text: printable characters as they are, the others as \xNN.
+inline std::string Printable(const std::string& bytes) {
+  std::string text;
+  for (unsigned char c : bytes) {
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "\\x%02X", c);
+    text += c >= 0x20 && c < 0x7F ? std::string(1, static_cast<char>(c)) : std::string(hex);
+  }
+  return text;
+}
+
+// The trace lines of a run, marked; the header's date and time (which vary)
+// become placeholders, so the rest of the header line stays pinned.
+inline std::string Traced(const rfc_test::TracedRun& run) {
+  static const std::regex time("^(Rfc Class Library Trace at   )\\d{4}\\.\\d\\d\\.\\d\\d   \\d\\d:\\d\\d:\\d\\d$");
+  std::string text;
+  for (const std::string& line : run.lines) text += "  | " + std::regex_replace(line, time, "$1YYYY.MM.DD   hh:mm:ss") + "\n";
+  if (run.threw_text) text += "  thrown: \"" + run.thrown + "\"\n";
+  return text;
+}
+
+// An array the library was handed: a parameter's name type/length 'bytes',
+// a table's name/line length (its type is a handle that differs by run).
+inline std::string Entries(const std::vector<stand_in::Entry>& entries) {
+  std::string text;
+  for (const stand_in::Entry& e : entries) {
+    text += " " + e.name + (e.bytes.empty() ? "" : " " + std::to_string(e.type)) + "/";
+    text += std::to_string(e.length) + (e.bytes.empty() ? "" : " '" + Printable(e.bytes) + "'");
+  }
+  return text;
+}
+
+// The entry points called since the last reset, with handle and text; the
+// dictionary's line structures are left out, as earlier tests of the process
+// may have registered them.
+inline std::string Seen() {
+  std::string text;
+  for (const stand_in::Record& r : rfc_test::Fake().log) {
+    if (r.text == "PARAMStypes" || r.text == "FIELDStypes") continue;
+    text += " " + r.entry + "(" + std::to_string(r.handle) + (r.text.empty() ? "" : " " + r.text) + ")";
+  }
+  return text;
+}
+
+// A test that writes what happened into `out`, compared at its end with
+// expected/<Suite>.<Test>.txt.
+class TranscriptTest : public rfc_test::StandInTest {
+ protected:
+  void TearDown() override {
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string name = std::string(test->test_suite_name()) + "." + test->name();
+    EXPECT_TRUE(testutil::MatchesExpectedFile(out.str(), "tests/rfc/function/expected/" + name + ".txt"));
+    StandInTest::TearDown();
+  }
+  std::ostringstream out;
+};
+
+}  // namespace fn_test
