@@ -1,6 +1,4 @@
-// Files without sharing: appending and replacing, the exclusive lock between
-// threads and processes, system errors and injected faults as the log's
-// cause numbers, and no descriptor left behind by any failure.
+// Files without sharing, and failures as the log's cause numbers.
 
 #include "platform/file.h"
 

@@ -1,6 +1,4 @@
-// The process's own services: threads and re-entrant critical sections,
-// libraries loaded at run time, the current directory however long or gone,
-// the C locale's upper case, and word to a service manager.
+// The process's own services.
 
 #include "platform/process.h"
 
@@ -152,8 +150,6 @@ TEST(ProcessTest, UpperCaseUnderTheCLocale) {
   platform::ToUpperInPlace(nullptr, 0);
 }
 
-// One datagram to a path or an abstract name; nothing for an address that
-// cannot be one or where nobody listens.
 TEST(ProcessTest, ServiceManagerNotes) {
   testutil::TempDir dir;
   const std::string path = dir.File("notify"), abstract = "@" + testutil::UniqueName("bs_test_notify_");

@@ -39,12 +39,9 @@ struct NoArgs {
   RfcTableEntry tables[1] = {};
 };
 
-// Calls are dispatched in the test's thread or in a thread started after the
-// handlers are set, so the map needs no lock.
+// Set before any thread that dispatches starts: no lock.
 std::map<std::string, std::function<int(ConnectionHandle)>> g_handlers;
 
-// One catch-all server function hands each call to the handler the test set
-// for that function name.
 int CatchAll(ConnectionHandle handle) {
   const RfcLibrary& lib = RfcLibrary::Get();
   char name[RFC_FUNCTION_NAME_SIZE];
@@ -57,8 +54,7 @@ struct ServeResult {
   int dispatched = 0;
   int last_rc = RFC_OK;  // RFC_CLOSED when the connection ended, RFC_NOTHING_WAITING at the time limit
 };
-// Listens and dispatches until `calls` calls were served, the connection
-// closed, or the patience ran out without a call.
+// Until `calls` calls, the end of the connection, or no call within the patience.
 ServeResult Serve(ConnectionHandle handle, int calls) {
   const RfcLibrary& lib = RfcLibrary::Get();
   ServeResult result;
@@ -70,7 +66,6 @@ ServeResult Serve(ConnectionHandle handle, int calls) {
   return result;
 }
 
-// One run of sapsim as a transcript shows it.
 std::string Sapsim(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), SapsimPath());
   return testutil::RunTranscript("sapsim", arguments);
@@ -91,15 +86,13 @@ class Library : public ::testing::Test {
     lib.RfcInstallFunction(RFC_GLOBAL_SERVER_NAME, &CatchAll, "tests");
   }
 
-  // A client logon through the gateway; 0 when refused. Not kept, so that
-  // threads can log on.
+  // 0 when refused. Not kept, so that threads can log on.
   ConnectionHandle Logon(const char* password = "secret", const char* client = "100") {
     const std::string port = sapsim_->port_text();
     GatewayLogonOptions gateway{"127.0.0.1", port.c_str()};
     OpenOptions options{"", RFC_MODE_GATEWAY, &gateway, client, "BATCH", password, "E", 0};
     return lib.RfcOpen(&options);
   }
-  // A registration of `program_id` at the system's gateway; 0 when refused.
   ConnectionHandle Accept(const std::string& program_id = "TESTPROG") {
     std::string a = "-a" + program_id, g = "-g127.0.0.1", x = "-x" + sapsim_->port_text();
     char* argv[] = {a.data(), g.data(), x.data(), nullptr};
@@ -110,7 +103,6 @@ class Library : public ::testing::Test {
     return handle;
   }
 
-  // RfcCall and RfcReceive; the exception the partner raised goes to *exception.
   int CallReceive(ConnectionHandle handle, const char* function, RfcParameterEntry* imports,
                   RfcParameterEntry* exports, RfcTableEntry* tables, std::string* exception = nullptr) {
     int rc = lib.RfcCall(handle, function, imports, tables);
@@ -121,8 +113,7 @@ class Library : public ::testing::Test {
     return rc;
   }
   int Answer(ConnectionHandle h) { return lib.RfcSendData(h, NoArgs().params, NoArgs().tables); }
-  // RFC_READ_TABLE with the OPTIONS lines given: the IDENT of each row read,
-  // or the exception raised.
+  // The IDENT of each row read, or the exception raised.
   std::string ReadOrders(ConnectionHandle handle, const std::vector<std::string>& options,
                          int32_t rowcount = 0, const std::string& table = "ZORDERS") {
     std::string query = table + std::string(30 - table.size(), ' ');
@@ -146,16 +137,14 @@ class Library : public ::testing::Test {
     return rc == RFC_OK ? idents : exception;
   }
 
-  // The SAP side (`sapsim call`) calls `function` of TESTPROG in the
-  // background with the CSV's rows as lines of ZBATCH_LINE.
+  // `sapsim call` of TESTPROG's `function` in the background.
   std::future<testutil::RunResult> CallLater(const std::string& function, const std::string& csv = "NAME\n") {
     const std::vector<std::string> command = {SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
                                               "TESTPROG", "--function", function, "--structure", "ZBATCH_LINE",
                                               "--csv", dir_.Write(function + ".csv", csv)};
     return std::async(std::launch::async, [command] { return testutil::RunCommand(command); });
   }
-  // What `sapsim call` reports of one call served here: "EXCEPTION=KEY" for
-  // an exception, its error output for a failure, "" for success.
+  // "EXCEPTION=KEY", the error output of a failure, or "" for success.
   std::string ServeOne(ConnectionHandle server, const std::string& function, const std::string& csv = "NAME\n") {
     std::future<testutil::RunResult> call = CallLater(function, csv);
     EXPECT_EQ(1, Serve(server, 1).dispatched) << lib.LastError();
@@ -169,8 +158,6 @@ class Library : public ::testing::Test {
   std::vector<ConnectionHandle> handles_;
 };
 
-// Every refused or impossible logon (the error group and the last error),
-// then the IDENTs read, or the exception, for each selection.
 TEST_F(Library, LogonsThatCannotSucceedSayWhyAndReadTableSelects) {
   const std::string closed = "1";  // nothing listens on port 1
   GatewayLogonOptions unreachable{"127.0.0.1", closed.c_str()};
@@ -240,8 +227,6 @@ TEST_F(Library, SeveralClientsCallAtOnceEachOnItsOwnHandle) {
   for (auto& client : clients) EXPECT_EQ(20, client.get());
 }
 
-// Each call is answered however the function ends; a caller that breaks off
-// in the middle of a call costs the server only its connection.
 TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEndsOrItsCallerBreaksOff) {
   const ConnectionHandle server = Accept();
   ASSERT_NE(0u, server) << lib.LastError();
@@ -318,9 +303,6 @@ class SapsimCall : public Library {
   }
 };
 
-// Bad starts are refused with exit code 2 and the reason; a second serve
-// finds the port taken; a repeated call prints one summary line; bad batches
-// and options are refused before any call.
 TEST_F(SapsimCall, StartsCallsRepeatsAndRefusals) {
   const std::string file = dir_.Write("bad.json", R"({"system_id": "DEV", "release": "46C",
     "structures": {"ZS": [{"name": "A", "type": "C", "length": 2}]},

@@ -1,5 +1,4 @@
-// Exact decimal numbers and the conversion of values and whole lines
-// between the RFC types and two layouts of one structure.
+// Decimal numbers, and values and lines converted between RFC types and layouts.
 
 #include <cstdio>
 #include <cstring>
@@ -147,8 +146,7 @@ ValueDesc Layout(std::vector<FieldDesc> fields) {
   return ValueDesc::Structure(fields, length);
 }
 
-// A line between two layouts field by field (and whole, in hex, gaps
-// included); raw lines cut or padded; a field that does not convert.
+// A line field by field and whole (gaps included); raw lines; a field that does not convert.
 TEST(LineConverter, MatchesFieldsByNameAndCutsOrPadsRawLines) {
   ValueDesc sender = Layout({{"NAME", kTypeChar, 10, 0, 0}, {"QTY", kTypeNum, 6, 0, 0},
                              {"PRICE", kTypeBcd, 5, 2, 0}, {"WHEN", kTypeDate, 8, 0, 0}});
