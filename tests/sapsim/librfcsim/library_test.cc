@@ -159,8 +159,7 @@ class Library : public ::testing::Test {
 };
 
 TEST_F(Library, LogonsThatCannotSucceedSayWhyAndReadTableSelects) {
-  const std::string closed = "1";  // nothing listens on port 1
-  GatewayLogonOptions unreachable{"127.0.0.1", closed.c_str()};
+  GatewayLogonOptions unreachable{"127.0.0.1", "1"};  // nothing listens on port 1
   GatewayLogonOptions empty_gateway{"", "sapgw00"};
   GatewayLogonOptions odd_service{"127.0.0.1", "no-such-service-here"};
   ServerLogonOptions no_host{"", 0, 0, nullptr, nullptr, nullptr, 0, 0};
