@@ -1,7 +1,5 @@
-// Objects shared by name between processes. Manual-reset events: unnamed
-// ones are private; named ones live while anyone holds them, accept any text
-// as a name, and refuse remains that are no live event of that name. The
-// status record: one writer, readers in other processes, no lock.
+// Objects shared by name between processes: manual-reset events and the
+// status record (one writer, readers in other processes, no lock).
 
 #include "platform/event.h"
 #include "platform/status_record.h"
@@ -155,9 +153,7 @@ TEST(EventTest, RemainsAndObjectsOfOtherNamesAreNoEvent) {
 }
 
 TEST(EventTest, ConcurrentCreateOpenAndCloseNeverLoseALiveEvent) {
-  // Threads race to create, open and close one name, first while this test
-  // holds it set (all must find that very event), then without a keeper
-  // (nothing may be left behind).
+  // Held set, all must find that very event; without a keeper, nothing may remain.
   for (const bool held : {true, false}) {
     const std::string name = testutil::UniqueName("bs_test_churn_");
     std::unique_ptr<Event> keeper = held ? Event::Create(name, true) : nullptr;

@@ -1,6 +1,4 @@
-// The process's own services: threads and re-entrant critical sections,
-// libraries loaded at run time, the current directory however long or gone,
-// the C locale's upper case, and word to a service manager.
+// The process's own services.
 
 #include "platform/process.h"
 
@@ -114,15 +112,8 @@ TEST(DynamicLibraryTest, LoadsFindsAndFails) {
   EXPECT_EQ(answer(), 42);
   EXPECT_EQ(library->Symbol("bs_test_no_such_function"), nullptr);
   EXPECT_EQ(dlsym(RTLD_DEFAULT, "bs_test_answer"), nullptr) << "loaded locally";
-
-  platform::LibraryHandle libm = platform::LoadDynamicLibrary("libm.so.6");
-  ASSERT_NE(libm, nullptr);
-  auto* cosine = reinterpret_cast<double (*)(double)>(platform::GetLibrarySymbol(libm, "cos"));
-  ASSERT_NE(cosine, nullptr);
-  EXPECT_DOUBLE_EQ(cosine(0.0), 1.0);
-  EXPECT_EQ(platform::GetLibrarySymbol(libm, nullptr), nullptr);
-  platform::FreeDynamicLibrary(libm);
-  EXPECT_EQ(platform::GetLibrarySymbol(nullptr, "cos"), nullptr);
+  EXPECT_EQ(library->Symbol(nullptr), nullptr);
+  EXPECT_EQ(platform::GetLibrarySymbol(nullptr, "bs_test_answer"), nullptr);
   platform::FreeDynamicLibrary(nullptr);
 }
 
@@ -149,23 +140,16 @@ TEST(ProcessTest, CurrentDirectory) {
 }
 
 TEST(ProcessTest, UpperCaseUnderTheCLocale) {
-  for (int c : {'a', 'z'}) EXPECT_EQ(platform::ToUpper(c), c - 'a' + 'A');
-  for (int c : {int{'A'}, int{'1'}, int{'_'}, EOF}) EXPECT_EQ(platform::ToUpper(c), c);
-  // Bytes above 127 come in as negative chars; the C locale leaves them.
-  const char umlaut = static_cast<char>(0xE4);
-  EXPECT_EQ(static_cast<char>(platform::ToUpper(umlaut)), umlaut);
-  char text[] = "rfc_read_table\0tail\xe4";
-  platform::ToUpperInPlace(text, sizeof text - 1);
-  EXPECT_EQ(std::string(text, sizeof text - 1), std::string("RFC_READ_TABLE\0TAIL\xe4", 20))
-      << "the whole length is converted, past an embedded zero";
-  char partial[] = "abc";
-  platform::ToUpperInPlace(partial, 2);
-  EXPECT_STREQ(partial, "ABc");
+  // Bytes above 127 come in as negative chars (0xE4 here); the C locale leaves them.
+  std::string up;
+  for (int c : std::initializer_list<int>{'a', 'z', 'A', '1', '_', -28, EOF}) up += std::to_string(platform::ToUpper(c)) + " ";
+  EXPECT_EQ(up, "65 90 65 49 95 228 -1 ");
+  char text[] = "rfc_read_table\0tail\xe4" "abc";  // the whole length, past an embedded zero
+  platform::ToUpperInPlace(text, sizeof text - 2);
+  EXPECT_EQ(std::string(text, sizeof text - 1), std::string("RFC_READ_TABLE\0TAIL\xe4""ABc", 23));
   platform::ToUpperInPlace(nullptr, 0);
 }
 
-// One datagram to a path or an abstract name; nothing for an address that
-// cannot be one or where nobody listens.
 TEST(ProcessTest, ServiceManagerNotes) {
   testutil::TempDir dir;
   const std::string path = dir.File("notify"), abstract = "@" + testutil::UniqueName("bs_test_notify_");

@@ -1,9 +1,6 @@
-// librfcsim.so against a running sapsim, for what the batch server's own
-// runs cannot provoke: refused and impossible logons, broken partners, calls
-// that end badly, and concurrent clients; and the sapsim program as users run
-// it, calling a registered server written here with the C interface. (The
-// batch server end to end covers a call's rows, its exception and the
-// refusal when nobody is registered.)
+// librfcsim.so against a running sapsim, for what the batch server's own runs
+// cannot provoke: refused logons, broken partners, calls that end badly,
+// concurrent clients; and `sapsim` run as users run it.
 
 #include <sys/socket.h>
 
@@ -42,12 +39,9 @@ struct NoArgs {
   RfcTableEntry tables[1] = {};
 };
 
-// Calls are dispatched in the test's thread or in a thread started after the
-// handlers are set, so the map needs no lock.
+// Set before any thread that dispatches starts: no lock.
 std::map<std::string, std::function<int(ConnectionHandle)>> g_handlers;
 
-// One catch-all server function hands each call to the handler the test set
-// for that function name.
 int CatchAll(ConnectionHandle handle) {
   const RfcLibrary& lib = RfcLibrary::Get();
   char name[RFC_FUNCTION_NAME_SIZE];
@@ -60,27 +54,18 @@ struct ServeResult {
   int dispatched = 0;
   int last_rc = RFC_OK;  // RFC_CLOSED when the connection ended, RFC_NOTHING_WAITING at the time limit
 };
-// Listens and dispatches until `calls` calls were served, the connection
-// closed, or 20 seconds passed without a call.
+// Until `calls` calls, the end of the connection, or no call within the patience.
 ServeResult Serve(ConnectionHandle handle, int calls) {
   const RfcLibrary& lib = RfcLibrary::Get();
   ServeResult result;
-  auto idle_since = std::chrono::steady_clock::now();
   while (result.dispatched < calls) {
-    result.last_rc = lib.RfcListen(handle);
-    const bool waited_long = std::chrono::steady_clock::now() - idle_since > std::chrono::seconds(20);
-    if (result.last_rc == RFC_NOTHING_WAITING && !waited_long) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      continue;
-    }
+    testutil::Eventually([&] { return (result.last_rc = lib.RfcListen(handle)) != RFC_NOTHING_WAITING; });
     if (result.last_rc != RFC_OK || (result.last_rc = lib.RfcDispatch(handle)) != RFC_OK) return result;
     ++result.dispatched;
-    idle_since = std::chrono::steady_clock::now();
   }
   return result;
 }
 
-// One run of sapsim as a transcript shows it.
 std::string Sapsim(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), SapsimPath());
   return testutil::RunTranscript("sapsim", arguments);
@@ -101,15 +86,13 @@ class Library : public ::testing::Test {
     lib.RfcInstallFunction(RFC_GLOBAL_SERVER_NAME, &CatchAll, "tests");
   }
 
-  // A client logon through the gateway; 0 when refused. Not kept, so that
-  // threads can log on.
+  // 0 when refused. Not kept, so that threads can log on.
   ConnectionHandle Logon(const char* password = "secret", const char* client = "100") {
     const std::string port = sapsim_->port_text();
     GatewayLogonOptions gateway{"127.0.0.1", port.c_str()};
     OpenOptions options{"", RFC_MODE_GATEWAY, &gateway, client, "BATCH", password, "E", 0};
     return lib.RfcOpen(&options);
   }
-  // A registration of `program_id` at the system's gateway; 0 when refused.
   ConnectionHandle Accept(const std::string& program_id = "TESTPROG") {
     std::string a = "-a" + program_id, g = "-g127.0.0.1", x = "-x" + sapsim_->port_text();
     char* argv[] = {a.data(), g.data(), x.data(), nullptr};
@@ -120,7 +103,6 @@ class Library : public ::testing::Test {
     return handle;
   }
 
-  // RfcCall and RfcReceive; the exception the partner raised goes to *exception.
   int CallReceive(ConnectionHandle handle, const char* function, RfcParameterEntry* imports,
                   RfcParameterEntry* exports, RfcTableEntry* tables, std::string* exception = nullptr) {
     int rc = lib.RfcCall(handle, function, imports, tables);
@@ -130,12 +112,8 @@ class Library : public ::testing::Test {
     if (exception != nullptr) *exception = raised != nullptr ? raised : "";
     return rc;
   }
-  int Answer(ConnectionHandle h) {
-    NoArgs none;
-    return lib.RfcSendData(h, none.params, none.tables);
-  }
-  // RFC_READ_TABLE with the OPTIONS lines given: the IDENT of each row read,
-  // or the exception raised.
+  int Answer(ConnectionHandle h) { return lib.RfcSendData(h, NoArgs().params, NoArgs().tables); }
+  // The IDENT of each row read, or the exception raised.
   std::string ReadOrders(ConnectionHandle handle, const std::vector<std::string>& options,
                          int32_t rowcount = 0, const std::string& table = "ZORDERS") {
     std::string query = table + std::string(30 - table.size(), ' ');
@@ -159,16 +137,14 @@ class Library : public ::testing::Test {
     return rc == RFC_OK ? idents : exception;
   }
 
-  // The SAP side (`sapsim call`) calls `function` of TESTPROG in the
-  // background with the CSV's rows as lines of ZBATCH_LINE.
+  // `sapsim call` of TESTPROG's `function` in the background.
   std::future<testutil::RunResult> CallLater(const std::string& function, const std::string& csv = "NAME\n") {
     const std::vector<std::string> command = {SapsimPath(), "call", "--port", sapsim_->port_text(), "--program-id",
                                               "TESTPROG", "--function", function, "--structure", "ZBATCH_LINE",
                                               "--csv", dir_.Write(function + ".csv", csv)};
     return std::async(std::launch::async, [command] { return testutil::RunCommand(command); });
   }
-  // What `sapsim call` reports of one call served here: "EXCEPTION=KEY" for
-  // an exception, its error output for a failure, "" for success.
+  // "EXCEPTION=KEY", the error output of a failure, or "" for success.
   std::string ServeOne(ConnectionHandle server, const std::string& function, const std::string& csv = "NAME\n") {
     std::future<testutil::RunResult> call = CallLater(function, csv);
     EXPECT_EQ(1, Serve(server, 1).dispatched) << lib.LastError();
@@ -182,11 +158,8 @@ class Library : public ::testing::Test {
   std::vector<ConnectionHandle> handles_;
 };
 
-// Every refused or impossible logon (the error group and the last error),
-// then the IDENTs read, or the exception, for each selection.
 TEST_F(Library, LogonsThatCannotSucceedSayWhyAndReadTableSelects) {
-  const std::string closed = "1";  // nothing listens on port 1
-  GatewayLogonOptions unreachable{"127.0.0.1", closed.c_str()};
+  GatewayLogonOptions unreachable{"127.0.0.1", "1"};  // nothing listens on port 1
   GatewayLogonOptions empty_gateway{"", "sapgw00"};
   GatewayLogonOptions odd_service{"127.0.0.1", "no-such-service-here"};
   ServerLogonOptions no_host{"", 0, 0, nullptr, nullptr, nullptr, 0, 0};
@@ -228,14 +201,15 @@ TEST_F(Library, LogonsThatCannotSucceedSayWhyAndReadTableSelects) {
     for (const std::string& option : c.options) text += " [" + option + "]";
     text += " -> " + ReadOrders(handle, c.options, c.rowcount, c.table) + "\n";
   }
-  text = testutil::WithPlaceholders(text, {{"\\b" + sapsim_->port_text() + "\\b", "<port>"}});
-  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/library_client.txt"));
   NoArgs none;
-  EXPECT_EQ(RFC_SYS_EXCEPTION, CallReceive(handle, "Z_DOES_NOT_EXIST", none.params, none.params, none.tables));
-  EXPECT_NE(std::string::npos, lib.LastError().find("Z_DOES_NOT_EXIST\" not found")) << lib.LastError();
-  EXPECT_EQ(RFC_OK, CallReceive(handle, "RFCPING", none.params, none.params, none.tables));
+  for (const char* function : {"Z_DOES_NOT_EXIST", "RFCPING"}) {
+    const int rc = CallReceive(handle, function, none.params, none.params, none.tables);
+    text += std::string(function) + " -> " + std::to_string(rc) + " " + (rc != RFC_OK ? lib.LastError() : "") + "\n";
+  }
   char* exception = nullptr;
-  EXPECT_EQ(RFC_FAILURE, lib.RfcReceive(handle, none.params, none.tables, &exception));  // no call made
+  text += "receive without a call -> " + std::to_string(lib.RfcReceive(handle, none.params, none.tables, &exception));
+  text = testutil::WithPlaceholders(text, {{"\\b" + sapsim_->port_text() + "\\b", "<port>"}});
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text + "\n", "tests/sapsim/expected/library_client.txt"));
 }
 
 TEST_F(Library, SeveralClientsCallAtOnceEachOnItsOwnHandle) {
@@ -252,8 +226,6 @@ TEST_F(Library, SeveralClientsCallAtOnceEachOnItsOwnHandle) {
   for (auto& client : clients) EXPECT_EQ(20, client.get());
 }
 
-// Each call is answered however the function ends; a caller that breaks off
-// in the middle of a call costs the server only its connection.
 TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEndsOrItsCallerBreaksOff) {
   const ConnectionHandle server = Accept();
   ASSERT_NE(0u, server) << lib.LastError();
@@ -277,26 +249,23 @@ TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEndsOrItsCallerBreaksOff) {
   };
   g_handlers["Z_FINE"] = [&](ConnectionHandle h) { return Answer(h); };
 
-  EXPECT_EQ("EXCEPTION=NOT_ALLOWED\n", ServeOne(server, "Z_REFUSE"));
-  EXPECT_EQ(RFC_FAILURE, after_raise);
-  EXPECT_NE(std::string::npos, ServeOne(server, "Z_SILENT").find("ended without sending data"));
-  // COUNT -2 cannot become this server's NUM field.
-  EXPECT_EQ("EXCEPTION=BAD_DATA\n", ServeOne(server, "Z_NEGATIVE", "NAME,COUNT\nx,1\ny,-2\n"));
-  EXPECT_EQ("RFC_ERROR_CONVERSION: call of Z_NEGATIVE: table BATCH_TABLE, line 2: field COUNT: -2 is negative and "
-            "cannot be a NUM",
-            conversion_error);
+  std::string text;
+  for (const char* function : {"Z_REFUSE", "Z_SILENT", "Z_NEGATIVE"}) {  // COUNT -2 is no NUM
+    text += std::string(function) + ": " + ServeOne(server, function, "NAME,COUNT\nx,1\ny,-2\n");
+  }
+  text += "answer after the raise: " + std::to_string(after_raise) + "\n" + conversion_error + "\n";
   // The exception passes through RfcDispatch; the caller is answered anyway.
   std::future<testutil::RunResult> throws = CallLater("Z_THROWS");
   ASSERT_TRUE(testutil::Eventually([&] { return lib.RfcListen(server) != RFC_NOTHING_WAITING; }));
   EXPECT_THROW(lib.RfcDispatch(server), std::runtime_error);
-  EXPECT_NE(std::string::npos, throws.get().err.find("ended with an exception"));
-  // The connection goes on serving; outside a call there is nothing to read or answer.
-  EXPECT_EQ("", ServeOne(server, "Z_FINE"));
+  text += "Z_THROWS: " + throws.get().err;
+  text += "Z_FINE: " + ServeOne(server, "Z_FINE") + "\n";  // the connection goes on serving
   char name[RFC_FUNCTION_NAME_SIZE];
-  EXPECT_EQ(RFC_FAILURE, lib.RfcGetName(server, name));
-  EXPECT_EQ(RFC_FAILURE, lib.RfcRaise(server, "LATE"));
-  NoArgs none;
-  EXPECT_EQ(RFC_FAILURE, lib.RfcCall(server, "RFCPING", none.params, none.tables));
+  NoArgs none;  // outside a call there is nothing to read or answer
+  text += "outside a call: " + std::to_string(lib.RfcGetName(server, name)) + " ";
+  text += std::to_string(lib.RfcRaise(server, "LATE")) + " ";
+  text += std::to_string(lib.RfcCall(server, "RFCPING", none.params, none.tables)) + "\n";
+  EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/library_server.txt"));
   {
     // A caller announces a call of a megabyte, sends a little of it and goes.
     std::string error;
@@ -330,9 +299,6 @@ class SapsimCall : public Library {
   }
 };
 
-// Bad starts are refused with exit code 2 and the reason; a second serve
-// finds the port taken; a repeated call prints one summary line; bad batches
-// and options are refused before any call.
 TEST_F(SapsimCall, StartsCallsRepeatsAndRefusals) {
   const std::string file = dir_.Write("bad.json", R"({"system_id": "DEV", "release": "46C",
     "structures": {"ZS": [{"name": "A", "type": "C", "length": 2}]},

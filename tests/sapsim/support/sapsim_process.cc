@@ -57,15 +57,11 @@ int SapsimProcess::Stop() {
   kill(pid_, SIGCONT);  // a stopped process cannot act on SIGTERM
   kill(pid_, SIGTERM);
   int status = 0;
-  if (!testutil::Eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; },
-                            std::chrono::seconds(10))) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return -1;
-  }
+  const bool ended =
+      testutil::Eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, std::chrono::seconds(10));
+  if (!ended) kill(pid_, SIGKILL), waitpid(pid_, &status, 0);
   pid_ = -1;
-  return testutil::ExitCode(status);
+  return ended ? testutil::ExitCode(status) : -1;
 }
 
 std::string SapsimProcess::Log() const { return testutil::ReadBytes(log_path_); }
