@@ -1,6 +1,6 @@
 #pragma once
-// Programs of this build run by tests: where they are, a background process
-// that is killed and reaped if the test leaves it running, and one-shot runs.
+// Programs run by tests: a background process reaped when the test leaves it
+// running, and one-shot runs.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -72,7 +72,6 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   bool started() const { return pid_ > 0; }
-  pid_t pid() const { return pid_; }
 
   // The wait status once the process ended; nothing while it runs.
   std::optional<int> Poll() {
@@ -115,8 +114,7 @@ struct RunResult {
   std::string err;
 };
 
-// Runs a program to its end (at most `timeout_ms`; then it is killed and the
-// exit code is -1).
+// Runs a program to its end; after `timeout_ms` it is killed and the exit code is -1.
 inline RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms = 30000) {
   TempDir dir;
   RunResult result;
@@ -133,8 +131,7 @@ inline RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms
   return result;
 }
 
-// One run of `command` as a transcript shows it: the program as `name`, its
-// arguments, the exit code, the output and the error output, each byte as written.
+// One run as a transcript shows it: `name` and the arguments, exit code, output, error output.
 inline std::string RunTranscript(const std::string& name, const std::vector<std::string>& command) {
   const RunResult result = RunCommand(command);
   std::string line = "$ " + name;
