@@ -78,23 +78,20 @@ class NoOpServerFunc : public CRfcServerFunc {
 
 std::vector<Operation> Operations() {
   return {
-      {"StringBuffers", Plain([] {
+      {"StringBuffersAndListStorage", Plain([] {
          CRfcString padded("abc", 30), text("abc"), middle;
          text += "def";
          text.Mid(middle, 1, 3);
          CRfcString copy(text);
          copy = "xyz";
-         return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
-                           copy == "xyz",
-                       "texts");
-       })},
-      {"ListStorage", Plain([] {
          int item = 0;
          CRfcList<int> list;
          list.InitList(2);
          for (int i = 0; i < 25; ++i) list.Add(&item);
          list.SetAtGrow(40, &item);
-         return Expect(list.GetCount() == 41 && list.GetAt(24) == &item, "list");
+         return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
+                           copy == "xyz" && list.GetCount() == 41 && list.GetAt(24) == &item,
+                       "texts and list");
        })},
       {"PackedValueAsText",
        [] {
@@ -136,13 +133,12 @@ std::vector<Operation> Operations() {
                            function.GetTables().GetCount() == 1,
                        "interface");
        })},
-      {"StructureParameterAutoCreation", Plain([] {
+      {"StructureAndTableParameterAutoCreation", Plain([] {
          CRfcStructParam order("ORDER", 0, 1, g_connection, "ZORDERS");
-         return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22, "structure");
-       })},
-      {"TableParameterAutoCreation", Plain([] {
          CRfcTableParam orders("ORDERS", 0, 0, 1, g_connection, "ZORDERS");
-         return Expect(orders.GetFieldCount() == 3 && orders.GetLineLength() == 22, "table");
+         return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22 && orders.GetFieldCount() == 3 &&
+                           orders.GetLineLength() == 22,
+                       "structure and table");
        })},
       // A function that cannot be made gives 0; a failure inside the call is
       // the caller's to hear.
