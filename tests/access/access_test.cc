@@ -65,12 +65,10 @@ TEST(SapTableTest, TextFieldsReadInPlaceMatchTheValuesConversion) {
   const int lengths[] = {4, 4, 8, 6};
   auto param = MakeTable("T", {{"C", TYPE_CHAR, 4}, {"N", TYPE_NUM, 4}, {"D", TYPE_DATE, 8},
                                {"TM", TYPE_TIME, 6}});
-  for (size_t r = 0; r < raws.size(); ++r) AddLine(*param, {});
-  for (size_t r = 0; r < raws.size(); ++r) {
-    void* line = ItGetLine(param->GetTableHandle(), static_cast<unsigned>(r + 1));
-    for (int c = 0; c < 4; ++c) {
-      std::memcpy(param->GetData(line, c).GetData(), (raws[r] + "        ").data(), lengths[c]);
-    }
+  for (const std::string& raw : raws) {
+    AddLine(*param, {});
+    void* line = param->GetCurrentLine();
+    for (int c = 0; c < 4; ++c) std::memcpy(param->GetData(line, c).GetData(), (raw + "        ").data(), lengths[c]);
   }
   CSapTable table(param.get());
   for (size_t r = 0; r < raws.size(); ++r) {

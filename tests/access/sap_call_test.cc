@@ -100,12 +100,16 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   note("two characters into CHAR 1", {call(*too_long, kRead)});
 
   // RETURN and the out table stay until the next call, and are empty when absent.
+  // Call 0 of `module` for TABNAME ZORDERS with the given return and out table names.
+  const auto by_tabname = [](CSapCallSet& set, const char* module, const char* name, const char* out) {
+    set.AddFunction("F", 0, module);
+    set.AddImport(0, "TABNAME");
+    set.SetImport(0, "TABNAME", "ZORDERS");
+    set.SetReturnName(0, name);
+    set.SetOutTableName(0, out);
+  };
   CSapCallSet info(&system.connection, "TABLE_INFO");
-  info.AddFunction("GET_INFO", 0, "Z_KTZ_BAPI_GET_DD_INFO");
-  info.AddImport(0, "TABNAME");
-  info.SetReturnName(0, "RETURN");
-  info.SetOutTableName(0, "META_TAB");
-  info.SetImport(0, "TABNAME", "ZORDERS");
+  by_tabname(info, "Z_KTZ_BAPI_GET_DD_INFO", "RETURN", "META_TAB");
   note("DD info of ZORDERS", {call(info, 0)});
   CSapStructure* result = info.GetReturn(0);
   CSapTable* meta = info.GetOutTable(0);
@@ -118,11 +122,7 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
                                     info.GetOutTable(0)->GetRowCount())});
   // A simple export of the return name is no structure to read.
   CSapCallSet definition(&system.connection, "DEFINITION");
-  definition.AddFunction("DEF", 0, "RFC_GET_STRUCTURE_DEFINITION");
-  definition.AddImport(0, "TABNAME");
-  definition.SetImport(0, "TABNAME", "ZORDERS");
-  definition.SetReturnName(0, "TABLENGTH");
-  definition.SetOutTableName(0, "FIELDS");
+  by_tabname(definition, "RFC_GET_STRUCTURE_DEFINITION", "TABLENGTH", "FIELDS");
   note("TABLENGTH as return",
        {call(definition, 0), Join(definition.GetReturn(0)->GetFieldCount(), definition.GetOutTable(0)->GetRowCount())});
   // RFC_READ_TABLE has neither; a new name takes effect with the next call.
