@@ -50,15 +50,12 @@ class WorkerFaultTest : public e2e::BatchServerE2eTest {
     for (int i = 0; i < rows; ++i) csv += tag + std::to_string(i) + ",line " + std::to_string(i) + "\n";
     return BatchServerE2eTest::Call(csv);
   }
-  // The fifteen-digit batch ids of "Receive data: <id>.xml", in log order.
-  std::vector<std::string> ReceivedIds() const {
-    std::vector<std::string> ids;
-    const std::regex entry(R"( - Receive data: ([0-9]{15})\.xml\r\n)");
-    const std::string log = LogText();
-    for (std::sregex_iterator it(log.begin(), log.end(), entry), end; it != end; ++it) ids.push_back((*it)[1]);
-    return ids;
+  // The document named by the last "Receive data: <fifteen-digit id>.xml".
+  std::string LastXmlPath() const {
+    const std::string log = LogText(), name = log.substr(log.rfind(" - Receive data: ") + 17, 19);
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"([0-9]{15}\.xml)"))) << name;
+    return xml_ + "/" + name;
   }
-  std::string XmlPath(const std::string& batch_id) const { return xml_ + "/" + batch_id + ".xml"; }
 
   std::unique_ptr<CBatchApp> app_;
 };
@@ -114,7 +111,7 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
     for (const FileOp op : {FileOp::kOpen, FileOp::kWrite}) {
       for (const auto& [fault, name] : faults) {
         const size_t cycles = Cycles().size();
-        const size_t received = ReceivedIds().size();
+        const int received = Receipts();
         const size_t xml_files = XmlFiles().size();
         platform::testing::InjectFileFault(log ? logs_ : xml_, op, fault, 1);
         const testutil::RunResult call = Call(3, "F");
@@ -124,18 +121,18 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
         out += std::string(log ? "log " : "xml ") + (op == FileOp::kOpen ? "open, " : "write, ") + name + ": " +
                testutil::Escaped(call.out) + (call.exit_code == 0 ? " exit 0" : " failed") + ", cycles +" +
                std::to_string(Cycles().size() - cycles) + ", unknown " + std::to_string(failed.Unknown()) +
-               ", received +" + std::to_string(ReceivedIds().size() - received) + ", documents +" +
+               ", received +" + std::to_string(Receipts() - received) + ", documents +" +
                std::to_string(XmlFiles().size() - xml_files);
         if (log) {
           out += ", ends " + testutil::Escaped(failed.body.substr(failed.body.size() - 22));
           out += ProcessLog().GetLastError();
         } else {
-          out += std::filesystem::exists(XmlPath(ReceivedIds().back())) ? ", document kept" : ", no document";
+          out += std::filesystem::exists(LastXmlPath()) ? ", document kept" : ", no document";
         }
         const std::string tag = "N" + std::to_string(out.size());
         out += "; next: " + testutil::Escaped(Call(2, tag).out);
-        out += " received +" + std::to_string(ReceivedIds().size() - received);
-        const std::string xml = testutil::ReadBytes(XmlPath(ReceivedIds().back()));
+        out += " received +" + std::to_string(Receipts() - received);
+        const std::string xml = testutil::ReadBytes(LastXmlPath());
         out += xml.find("<H_IDENT>" + tag + "1</H_IDENT>") != std::string::npos ? ", its rows" : ", not its rows";
         out += ", ends " + testutil::Escaped(xml.substr(xml.size() - 9)) + "\n";
       }
