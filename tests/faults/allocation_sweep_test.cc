@@ -140,8 +140,7 @@ std::vector<Operation> Operations() {
                            orders.GetLineLength() == 22,
                        "structure and table");
        })},
-      // A function that cannot be made gives 0; a failure inside the call is
-      // the caller's to hear.
+      // A function that cannot be made gives 0; a failure inside the call is the caller's.
       {"Ping", [] { return Step([] { return g_connection->Ping() != 0 ? "" : "ping gave 0"; }); },
        true},
       {"OpenWithItsPing",

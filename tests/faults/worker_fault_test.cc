@@ -60,9 +60,7 @@ class WorkerFaultTest : public e2e::BatchServerE2eTest {
   std::unique_ptr<CBatchApp> app_;
 };
 
-// Each failed allocation costs that batch only (the dispatcher reports the
-// text and the caller gets no BATCH_RC), the cycle goes on, and the next
-// batch is served whole.
+// A failed allocation costs its batch only (reported, no BATCH_RC); the next is served whole.
 TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
   StartWorker();
   ASSERT_TRUE(WaitForServing()) << LogText();

@@ -20,9 +20,8 @@ namespace {
 
 const std::string kHead = std::string(CXmlDocument::kDeclaration) + "\n\n";
 
-// The escaping written the long way: five passes, one per character (the
-// apostrophe's leaves it as it is); an "&" that starts an entity stays.
-// The fast path must agree with it on every input.
+// The escaping the long way, one pass per character (the apostrophe's changes
+// nothing); an "&" that starts an entity stays. The fast path must agree.
 std::string EscapeByPasses(std::string text) {
   const std::pair<char, const char*> passes[] = {{'<', "&lt;"}, {'&', "&amp;"}, {'>', "&gt;"}, {'"', "&quot;"}};
   for (const auto& [character, replacement] : passes) {
@@ -41,8 +40,7 @@ std::string TrimByHand(const std::string& text) {
   return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
 }
 
-// An element's name and value come out as if escaped first and trimmed
-// second, whatever short cuts are taken on the way.
+// An element's name and value come out as if escaped first and trimmed second.
 TEST(XmlEscape, FastPathsAgreeWithFivePassesThenTrimming) {
   const std::pair<const char*, const char*> fixed[] = {
       {"a<b", "a&lt;b"}, {"x &amp; y &lt; z", "x &amp; y &lt; z"}, {"say \"hi\"", "say &quot;hi&quot;"},
@@ -67,8 +65,7 @@ TEST(XmlEscape, FastPathsAgreeWithFivePassesThenTrimming) {
   }
 }
 
-// Tags, attributes and whole documents, each under a "== what ==" line, in
-// one file; the long name and value of the last document as placeholders.
+// Tags, attributes and whole documents, each under a "== what ==" line, in one file.
 TEST(XmlDocument, TagsAttributesAndDocumentsByteForByte) {
   std::string out;
   const auto show = [&out](const std::string& what, const std::string& text) {
@@ -129,9 +126,8 @@ TEST(XmlDocument, TagsAttributesAndDocumentsByteForByte) {
                                             "tests/output/expected/xml_documents.txt"));
 }
 
-// The length kept while the tree grows must match what is written, however
-// the tree is put together; its arena blocks all go back when the tree is
-// gone, also when another thread destroys it after the building one ended.
+// The length kept while the tree grows matches what is written, however it is
+// built; its arena blocks go back when it is gone, also from another thread.
 TEST(XmlDocument, LengthAndMemoryFollowEveryWayOfBuilding) {
   const size_t before = CXmlElement::GetArenaBlockCount();
   std::unique_ptr<CXmlDocument> doc;
@@ -166,8 +162,7 @@ TEST(XmlDocument, LengthAndMemoryFollowEveryWayOfBuilding) {
   EXPECT_EQ(CXmlElement::GetArenaBlockCount(), before);
 }
 
-// Rows written straight from their texts are the bytes an element tree of
-// the same rows gives, at the root and below it.
+// Rows written straight from their texts equal an element tree's, at the root and below.
 TEST(XmlRowWriter, RowsMatchTheElementTree) {
   const std::vector<std::vector<std::string_view>> column_sets = {{}, {"A", " <B> ", "&amp;"}};
   const std::string_view cells[] = {" x&y ", "", " \t"};

@@ -32,8 +32,7 @@ inline int ExitCode(int status) {
   return -1;
 }
 
-// Starts argv[0] in `directory` ("" for this one) with standard output and
-// error in the two files (the same file when `err_path` is empty).
+// Starts argv[0] in `directory` ("" for this one); output and error to the files (one if `err_path` is "").
 inline pid_t Spawn(const std::vector<std::string>& arguments, const std::string& directory,
                    const std::string& out_path, const std::string& err_path) {
   std::vector<std::string> words = arguments;
@@ -58,8 +57,7 @@ inline pid_t Spawn(const std::vector<std::string>& arguments, const std::string&
   return pid;
 }
 
-// A process the test started; ended and reaped when the object goes. It is
-// asked with SIGTERM first, so that a coverage build counts what it ran.
+// Ended and reaped when the object goes; SIGTERM first, so that a coverage build counts what it ran.
 class ChildProcess {
  public:
   ChildProcess(const std::vector<std::string>& arguments, const std::string& directory,
@@ -81,8 +79,7 @@ class ChildProcess {
     }
     return status_;
   }
-  // Sends `signal` (unless the process already ended) and waits up to
-  // `timeout_ms` for the end; the wait status, or nothing.
+  // Sends `signal` unless it ended, waits up to `timeout_ms`; the wait status, or nothing.
   std::optional<int> Terminate(int timeout_ms = 20000, int signal = SIGTERM) {
     if (pid_ <= 0) return std::nullopt;
     if (!Poll()) kill(pid_, signal);
