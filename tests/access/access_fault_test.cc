@@ -1,6 +1,5 @@
-// Faults the simulated system cannot produce, injected through the stand-in
-// RFC library: a table whose description changes between two line reads,
-// and a line the library cannot give.
+// Faults sapsim cannot produce, through the stand-in library: a table whose
+// description changes between two line reads, and a line it cannot give.
 
 #include <gtest/gtest.h>
 
@@ -18,16 +17,14 @@ namespace {
 
 stand_in::State& Script() { return stand_in::StandIn(STAND_IN_RFC); }
 
-// Describes the CHAR fields A and B (2 bytes) and, with `third`, C (1 byte);
-// the whole line each time, as AddFieldInfo lays out only what it is given.
+// CHAR A and B and, with `third`, C: the whole line, as AddFieldInfo lays out only what it is given.
 void Describe(CRfcTableParam& table, bool third) {
   CRfcFieldInfo fields[] = {test_support::Field("A", 0, TYPE_CHAR, 2), test_support::Field("B", 1, TYPE_CHAR, 2),
                             test_support::Field("C", 2, TYPE_CHAR, 1)};
   table.AddFieldInfo(fields, third ? 3 : 2);
 }
 
-// A table of `lines` lines whose third column is described when line
-// `widen_at` is read (never when negative).
+// `lines` lines; the third column is described when line `widen_at` is read.
 std::unique_ptr<CRfcTableParam> Widening(int lines, int widen_at) {
   auto table = std::make_unique<CRfcTableParam>("T", 0, 0, 0, nullptr, "");
   Describe(*table, false);
@@ -42,7 +39,6 @@ std::unique_ptr<CRfcTableParam> Widening(int lines, int widen_at) {
   return table;
 }
 
-// Columns and rows of the text table made of it, or what was thrown.
 std::string Read(CRfcTableParam& table) {
   try {
     const CSapTable text(&table);
@@ -54,14 +50,9 @@ std::string Read(CRfcTableParam& table) {
   }
 }
 
-class AccessFaultTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC)); }
-  void SetUp() override { Script().Reset(); }
-  void TearDown() override { Script().Reset(); }
-};
-
-TEST_F(AccessFaultTest, LinesOfDifferentWidthsOrAMissingLineAbandonTheTable) {
+TEST(AccessFaultTest, LinesOfDifferentWidthsOrAMissingLineAbandonTheTable) {
+  ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC));
+  Script().Reset();
   auto wider = Widening(3, 2);
   EXPECT_EQ(Read(*wider), "thrown string: Different number of cols in rows found!");
   EXPECT_EQ(3, wider->GetFieldCount());

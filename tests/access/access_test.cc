@@ -1,5 +1,4 @@
-// The data-access layer on parameters filled by hand in the RFC library's own
-// internal tables (no SAP system).
+// The data-access layer on parameters filled by hand (no SAP system).
 
 #include <cstring>
 
@@ -59,20 +58,17 @@ TEST(SapTableTest, RowsAndColumnsFollowTheLinesAndTheFirstLinesFields) {
             "3|1||three|");
 }
 
-// Texts read where they lie in the line must be the data value's own
-// conversion, whatever bytes the line holds: blanks, NULs, all blank.
+// Texts read in place in the line equal the data value's own conversion, whatever the bytes.
 TEST(SapTableTest, TextFieldsReadInPlaceMatchTheValuesConversion) {
   const std::vector<std::string> raws = {"ab  ", std::string("a\0b ", 4), "    ", "",
                                          std::string("\0   ", 4), " x y", "1234"};
   const int lengths[] = {4, 4, 8, 6};
   auto param = MakeTable("T", {{"C", TYPE_CHAR, 4}, {"N", TYPE_NUM, 4}, {"D", TYPE_DATE, 8},
                                {"TM", TYPE_TIME, 6}});
-  for (size_t r = 0; r < raws.size(); ++r) AddLine(*param, {});
-  for (size_t r = 0; r < raws.size(); ++r) {
-    void* line = ItGetLine(param->GetTableHandle(), static_cast<unsigned>(r + 1));
-    for (int c = 0; c < 4; ++c) {
-      std::memcpy(param->GetData(line, c).GetData(), (raws[r] + "        ").data(), lengths[c]);
-    }
+  for (const std::string& raw : raws) {
+    AddLine(*param, {});
+    void* line = param->GetCurrentLine();
+    for (int c = 0; c < 4; ++c) std::memcpy(param->GetData(line, c).GetData(), (raw + "        ").data(), lengths[c]);
   }
   CSapTable table(param.get());
   for (size_t r = 0; r < raws.size(); ++r) {
@@ -136,8 +132,7 @@ TEST(SapStructureTest, CharacterAndNumericFieldsAreTextsEveryOtherTypeIsRefused)
   }
 }
 
-// FIELDS records (name, offset, length, type, text) and DATA lines cut into a
-// table that may already hold columns of its own.
+// FIELDS records and DATA lines cut into a table that may already hold columns.
 struct Cut {
   Cut(const std::vector<std::vector<std::string>>& fields, const std::vector<std::string>& lines,
       std::vector<Field> field_layout = ReadTableFields(), const char* earlier_column = nullptr) {
@@ -163,7 +158,7 @@ struct Cut {
 TEST(ReadTableCutTest, LinesAreCutByOffsetAndLengthAndTrimmedAndOddRecordsReadAsTheyCome) {
   const std::vector<std::vector<std::string>> fields = {
       {"MANDT", "0", "3", "C", "Client"}, {"FUNCTION", "3", "30", "C", "Batch function"}, {"ACTIVE", "33", "1", "C", ""}};
-  // The third line ends before ACTIVE (trailing blanks go on the way): an empty cell.
+  // The third line ends before ACTIVE: an empty cell.
   const auto pad = [](std::string text) { return text + std::string(30 - text.size(), ' '); };
   const Cut cut(fields, {"100" + pad("Z_BATCH_ORDERS") + "Y", "100" + pad("  Z_PADDED") + "y", "100Z_BATCH_INACTIVE"});
   const CColumnInfo* function = cut.table.GetColumnInfo(1);
@@ -192,8 +187,7 @@ TEST(ReadTableCutTest, LinesAreCutByOffsetAndLengthAndTrimmedAndOddRecordsReadAs
   const Cut earlier({{"A", "0", "1", "", ""}}, {"ab"}, ReadTableFields(), "EARLIER");
   EXPECT_EQ(Join(earlier("EARLIER", 0), earlier("A", 0)), "<none>|a|");
 
-  // The text table refuses places outside its columns and rows (in order:
-  // a braced list is evaluated from left to right).
+  // The text table refuses places outside its columns and rows (a braced list runs left to right).
   CTextTable t;
   std::string text;
   const std::vector<int> answers = {
@@ -210,8 +204,7 @@ TEST(ReadTableCutTest, LinesAreCutByOffsetAndLengthAndTrimmedAndOddRecordsReadAs
   EXPECT_EQ(text, "z");
 }
 
-// CDdInfo's columns as "position name type offset length decimals" lines,
-// or "refused: message".
+// CDdInfo's columns as "position|name|type|offset|length|decimals|;", or "refused: message".
 std::string DdInfo(const std::string& type, const std::vector<std::vector<std::string>>& rows,
                    bool text_numbers = false, bool no_table = false) {
   std::vector<Field> meta = {{"FIELDNAME", TYPE_CHAR, 30}, {"POS", TYPE_NUM, 4}, {"DATATYPE", TYPE_NUM, 2},
@@ -246,7 +239,7 @@ TEST(DdInfoTest, OnlyCapitalSIsSuccessAndOffsetsAreTheRunningSumsOfTheLengths) {
 }
 
 TEST(ClientConnectionTest, TraceSwitchAndWhatTheTwoLogonSetUpsLeaveOfEachOther) {
-  // The class-library trace is process-wide: a folder of the test's own, and off again afterwards.
+  // The class-library trace is process-wide: a folder of our own, off again afterwards.
   testutil::TempDir dir;
   const std::string saved_directory = GetRfcTrace().GetDirectory();
   GetRfcTrace().SetDirectory(dir.path());

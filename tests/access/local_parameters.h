@@ -1,7 +1,6 @@
 #pragma once
-// Table and structure parameters of the class library filled by hand in the
-// RFC library's own internal tables (librfcsim.so, no SAP system), so that
-// the text conversions can be fed any content.
+// Table and structure parameters filled by hand in librfcsim.so's internal
+// tables (no SAP system), so that the text conversions can be fed any content.
 
 #include <memory>
 #include <stdexcept>
@@ -13,6 +12,7 @@
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "tests/sapsim/support/rfc_library.h"
+#include "tests/support/field_info.h"
 
 namespace access_test {
 
@@ -32,13 +32,11 @@ inline void LoadLocalLibrary() {
 template <typename Param>
 void AddFields(Param& param, const std::vector<Field>& fields) {
   LoadLocalLibrary();
-  std::vector<CRfcFieldInfo> records(fields.size());
-  for (size_t i = 0; i < fields.size(); ++i) {
-    SetFieldName(records[i], fields[i].name.c_str());
-    records[i].column = fields[i].column >= 0 ? fields[i].column : static_cast<int>(i);
-    records[i].type = fields[i].type;
-    records[i].length = fields[i].length;
-    records[i].decimals = fields[i].decimals;
+  std::vector<CRfcFieldInfo> records;
+  for (const Field& f : fields) {
+    const int column = f.column >= 0 ? f.column : static_cast<int>(records.size());
+    records.push_back(test_support::Field(f.name.c_str(), column, f.type, f.length));
+    records.back().decimals = f.decimals;
   }
   param.AddFieldInfo(records.data(), static_cast<int>(records.size()));
 }

@@ -1,5 +1,4 @@
-// The call wrapper's rules, with real calls of sapsim's function modules: one
-// scenario whose every step is written as "step: result" and compared whole.
+// The call wrapper against sapsim's function modules: one scenario, "step: result" per line.
 
 #include "access/sap_call_set.h"
 
@@ -18,8 +17,7 @@ namespace {
 using testutil::Join;
 constexpr uint16_t kRead = 0;
 
-// RFC_READ_TABLE as call kRead, with DATA and FIELDS read back and, unless
-// `table` is empty, QUERY_TABLE declared and set.
+// RFC_READ_TABLE reading back DATA and FIELDS; QUERY_TABLE declared and set unless `table` is empty.
 std::unique_ptr<CSapCallSet> ReadTableSet(CClientConnection& connection, const std::string& table = "ZORDERS") {
   auto set = std::make_unique<CSapCallSet>(&connection, "ReadTable");
   EXPECT_EQ(1, set->AddFunction("ReadTable", kRead, "RFC_READ_TABLE"));
@@ -32,7 +30,6 @@ std::unique_ptr<CSapCallSet> ReadTableSet(CClientConnection& connection, const s
   return set;
 }
 
-// The call's result, or what it threw.
 std::string Outcome(const std::function<int()>& call) {
   try {
     return Join(call());
@@ -57,7 +54,7 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   testutil::SapsimConnection system;
   ASSERT_NE(0u, system.connection.GetHandle());
   std::string trace;
-  // The parts of a braced list are evaluated in order, so a step may call first and read after.
+  // A braced list is evaluated in order: a step may call first and read after.
   const auto note = [&trace](const std::string& step, std::initializer_list<std::string> parts) {
     trace += step + ":";
     for (const std::string& part : parts) trace += " " + part;
@@ -65,7 +62,6 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   };
   const auto call = [](CSapCallSet& set, uint16_t number) { return Outcome([&] { return set.Call(number); }); };
 
-  // Only declared imports are supplied; tables are read back fresh after each call.
   auto set = ReadTableSet(system.connection, "");
   note("undeclared import set", {Join(set->SetImport(kRead, "QUERY_TABLE", "ZORDERS"))});
   note("DATA before any call", {Rows(set->GetTable(kRead, "DATA"), 0, "WA")});
@@ -77,19 +73,14 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   note("DATA, fields",
        {Rows(set->GetTable(kRead, "DATA"), 0, "WA"), Rows(set->GetTable(kRead, "fields "), 0, "FIELDNAME", 5)});
   note("OPTIONS never declared", {Rows(set->GetTable(kRead, "OPTIONS"), 0, "TEXT")});
-  // The value stays set for the next call, which builds the results anew.
   note("call again", {call(*set, kRead), Rows(set->GetTable(kRead, "DATA"), 2, "WA")});
-  // A module's exception is raised as its name and leaves no results.
   set->SetImport(kRead, "query_table ", "ZNOWHERE");
   note("call for ZNOWHERE", {call(*set, kRead), Rows(set->GetTable(kRead, "DATA"), 0, "WA")});
-  // Declaring a name again empties its value.
   set->SetImport(kRead, "query_table ", "ZORDERS");
   note("call for ZORDERS", {call(*set, kRead)});
   note("declared again", {Join(set->AddImport(kRead, "query_table ")), call(*set, kRead)});
 
-  // A second call sends the tables of the first back: FIELDS now names the
-  // fields to read, and ZBATCH_LINE has none of them; a set of its own reads
-  // that table in full.
+  // A second call sends the first one's FIELDS back, naming fields ZBATCH_LINE lacks.
   auto first = ReadTableSet(system.connection);
   note("ZORDERS", {call(*first, kRead)});
   first->SetImport(kRead, "QUERY_TABLE", "ZBATCH_LINE");
@@ -99,7 +90,6 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
                                            Rows(fresh->GetTable(kRead, "DATA"), 0, "WA"),
                                            Rows(fresh->GetTable(kRead, "FIELDS"), 0, "FIELDNAME", 9)});
 
-  // Imports the module cannot take fail the call before it is made, each time.
   auto unknown = ReadTableSet(system.connection);
   unknown->AddImport(kRead, "No_Such_Import");
   note("unknown import", {call(*unknown, kRead)});
@@ -109,13 +99,17 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   too_long->SetImport(kRead, "DELIMITER", "ab");
   note("two characters into CHAR 1", {call(*too_long, kRead)});
 
-  // RETURN and the out table are kept until the next call, and empty when absent.
+  // RETURN and the out table stay until the next call, and are empty when absent.
+  // Call 0 of `module` for TABNAME ZORDERS with the given return and out table names.
+  const auto by_tabname = [](CSapCallSet& set, const char* module, const char* name, const char* out) {
+    set.AddFunction("F", 0, module);
+    set.AddImport(0, "TABNAME");
+    set.SetImport(0, "TABNAME", "ZORDERS");
+    set.SetReturnName(0, name);
+    set.SetOutTableName(0, out);
+  };
   CSapCallSet info(&system.connection, "TABLE_INFO");
-  info.AddFunction("GET_INFO", 0, "Z_KTZ_BAPI_GET_DD_INFO");
-  info.AddImport(0, "TABNAME");
-  info.SetReturnName(0, "RETURN");
-  info.SetOutTableName(0, "META_TAB");
-  info.SetImport(0, "TABNAME", "ZORDERS");
+  by_tabname(info, "Z_KTZ_BAPI_GET_DD_INFO", "RETURN", "META_TAB");
   note("DD info of ZORDERS", {call(info, 0)});
   CSapStructure* result = info.GetReturn(0);
   CSapTable* meta = info.GetOutTable(0);
@@ -128,15 +122,10 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
                                     info.GetOutTable(0)->GetRowCount())});
   // A simple export of the return name is no structure to read.
   CSapCallSet definition(&system.connection, "DEFINITION");
-  definition.AddFunction("DEF", 0, "RFC_GET_STRUCTURE_DEFINITION");
-  definition.AddImport(0, "TABNAME");
-  definition.SetImport(0, "TABNAME", "ZORDERS");
-  definition.SetReturnName(0, "TABLENGTH");
-  definition.SetOutTableName(0, "FIELDS");
+  by_tabname(definition, "RFC_GET_STRUCTURE_DEFINITION", "TABLENGTH", "FIELDS");
   note("TABLENGTH as return",
        {call(definition, 0), Join(definition.GetReturn(0)->GetFieldCount(), definition.GetOutTable(0)->GetRowCount())});
-  // RFC_READ_TABLE has no RETURN export and no OUT_TABLE; a new name takes
-  // effect with the next call's results.
+  // RFC_READ_TABLE has neither; a new name takes effect with the next call.
   auto read = ReadTableSet(system.connection);
   const auto results = [&](const std::string& step) {
     note(step, {call(*read, kRead),
@@ -150,8 +139,6 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   read->SetOutTableName(kRead, "fields  ");
   results("FIELDS as out table");
 
-  // The set addresses calls by number and name; an unknown number does
-  // nothing and answers 0 or none.
   CSapCallSet mixed(&system.connection, "Mixed");
   const uint16_t seven = 7;
   note("unknown number", {Join(mixed.AddImport(seven, "QUERY_TABLE"), mixed.AddTable(seven, "DATA"),
@@ -159,7 +146,6 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
                               mixed.SetOutTableName(seven, "DATA"), mixed.Call(seven),
                               mixed.GetReturn(seven) == nullptr, mixed.GetOutTable(seven) == nullptr,
                               mixed.GetTable(seven, "DATA") == nullptr)});
-  // Adding under a taken number or name replaces the earlier call.
   mixed.AddFunction("READ", 0, "RFC_READ_TABLE");
   mixed.AddFunction("INFO", 1, "Z_KTZ_BAPI_GET_DD_INFO");
   mixed.AddFunction("PING", 0, "RFCPING");
@@ -175,15 +161,11 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   CSapCall* before = mixed.GetCall(uint16_t{5});
   note("missing module", {Outcome([&] { return mixed.AddFunction("MISSING", 5, "Z_NO_SUCH_MODULE"); }),
                           Join(before == mixed.GetCall(uint16_t{5}), mixed.GetCall("MISSING") == nullptr)});
-  // A call never initialised calls nothing and finds no results; a second
-  // initialisation changes nothing.
   CSapCall bare;
   note("bare call", {Join(bare.Call()), Join(bare.GetReturn()->GetFieldCount(), bare.GetOutTable()->GetRowCount())});
   note("initialised twice", {Join(bare.Init(&system.connection, "PING", "RFCPING")),
                              Join(bare.Init(&system.connection, "READ", "RFC_READ_TABLE")), Join(bare.Call())});
-  // A communication failure passes through as the library's record.
-  note("system stopped", {Join(system.sapsim->Stop())});
-  note("call over the closed connection", {call(mixed, 5)});
+  note("system stopped", {Join(system.sapsim->Stop()), call(mixed, 5)});
   EXPECT_TRUE(testutil::MatchesExpectedFile(trace, "tests/access/expected/call_set_steps.txt"));
 }
 

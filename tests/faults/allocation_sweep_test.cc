@@ -1,9 +1,5 @@
-// Every class-library operation whose allocation failure has a defined
-// outcome, failed at each of its allocations in turn: allocation k fails for
-// k = 0, 1, 2, ... until the operation no longer reaches a k-th allocation.
-// The outcomes each operation's failures ended in (its thrown texts, or its
-// result) are compared whole with a checked-in file; the operation must work
-// again right after, and nothing may leak (LeakSanitizer in the sanitizer build).
+// Class-library operations failed at each of their allocations in turn: each
+// failure ends in a defined outcome, the next run works, nothing leaks.
 
 #include <gtest/gtest.h>
 
@@ -40,18 +36,13 @@
 namespace faults {
 namespace {
 
-// An operation run once: "" when it did its work (and the result checked
-// out), otherwise what it reported instead.
+// One run: "" when it did its work and the result checked out, else what it reported.
 using Step = std::function<std::string()>;
 
 struct Operation {
   const char* name;
-  // Builds what the operation works on (no fault planned yet) and returns
-  // the operation itself.
-  std::function<Step()> prepare;
-  // After a failed run, the next run goes to the same objects (they must
-  // stay usable) instead of freshly prepared ones.
-  bool again_on_same = false;
+  std::function<Step()> prepare;  // builds what the run works on, before any fault is planned
+  bool again_on_same = false;     // the run after a failure reuses those objects: they must stay usable
 };
 
 // An operation with nothing to prepare.
@@ -59,12 +50,10 @@ std::function<Step()> Plain(Step run) {
   return [run] { return run; };
 }
 
-// The connection the operations share, opened before any fault is planned.
 CRfcConnection* g_connection = nullptr;
 
 std::string Expect(bool ok, const std::string& what) { return ok ? std::string() : "wrong result: " + what; }
 
-// Names a thrown object by its kind.
 std::string Attempt(const Step& run) {
   try {
     return run();
@@ -89,23 +78,20 @@ class NoOpServerFunc : public CRfcServerFunc {
 
 std::vector<Operation> Operations() {
   return {
-      {"StringBuffers", Plain([] {
+      {"StringBuffersAndListStorage", Plain([] {
          CRfcString padded("abc", 30), text("abc"), middle;
          text += "def";
          text.Mid(middle, 1, 3);
          CRfcString copy(text);
          copy = "xyz";
-         return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
-                           copy == "xyz",
-                       "texts");
-       })},
-      {"ListStorage", Plain([] {
          int item = 0;
          CRfcList<int> list;
          list.InitList(2);
          for (int i = 0; i < 25; ++i) list.Add(&item);
          list.SetAtGrow(40, &item);
-         return Expect(list.GetCount() == 41 && list.GetAt(24) == &item, "list");
+         return Expect(padded == "abc" && padded.GetCapacity() == 30 && text == "abcdef" && middle == "bcd" &&
+                           copy == "xyz" && list.GetCount() == 41 && list.GetAt(24) == &item,
+                       "texts and list");
        })},
       {"PackedValueAsText",
        [] {
@@ -120,8 +106,7 @@ std::vector<Operation> Operations() {
        true},
       {"ClientCall",
        [] {
-         // One function whose lists changed, so that every call array is
-         // built on the call; a failed call must leave it usable.
+         // Its lists changed, so every call array is built on the call.
          struct State {
            std::vector<std::unique_ptr<CRfcSimpleParam>> exports;
            std::unique_ptr<CRfcClientFunc> function;
@@ -148,16 +133,14 @@ std::vector<Operation> Operations() {
                            function.GetTables().GetCount() == 1,
                        "interface");
        })},
-      {"StructureParameterAutoCreation", Plain([] {
+      {"StructureAndTableParameterAutoCreation", Plain([] {
          CRfcStructParam order("ORDER", 0, 1, g_connection, "ZORDERS");
-         return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22, "structure");
-       })},
-      {"TableParameterAutoCreation", Plain([] {
          CRfcTableParam orders("ORDERS", 0, 0, 1, g_connection, "ZORDERS");
-         return Expect(orders.GetFieldCount() == 3 && orders.GetLineLength() == 22, "table");
+         return Expect(order.GetFieldCount() == 3 && order.GetLength() == 22 && orders.GetFieldCount() == 3 &&
+                           orders.GetLineLength() == 22,
+                       "structure and table");
        })},
-      // A function that cannot be made gives 0; a failure inside the call is
-      // the caller's to hear.
+      // A function that cannot be made gives 0; a failure inside the call is the caller's.
       {"Ping", [] { return Step([] { return g_connection->Ping() != 0 ? "" : "ping gave 0"; }); },
        true},
       {"OpenWithItsPing",
@@ -170,12 +153,10 @@ std::vector<Operation> Operations() {
            connection->Open();
            return Expect(connection->GetHandle() != 0 && connection->GetRelease() == "46C", "open");
          });
-       },
-       },
+       }},
       {"SystemInformation",
        [] {
-         // A wrapper of the shared handle that does not close it; its release
-         // is known, so that nothing but the operation talks to the system.
+         // The shared handle, not closed; the release known, so only the operation talks.
          auto connection = std::make_shared<CRfcConnection>();
          CRfcConnInfo info;
          info.release = "46C";
@@ -186,8 +167,7 @@ std::vector<Operation> Operations() {
            const CRfcList<CRfcSimpleParam>& info = connection->GetSystemInfoList();
            return Expect(info.GetCount() == 8 && std::string(info.GetAt(0)->GetName()) == "SYSID", "system info");
          });
-       },
-       },
+       }},
       {"MetadataDump", [] {
          auto order = std::make_shared<CRfcStructParam>("ORDER", 0, 0, nullptr, nullptr);
          CRfcFieldInfo fields[] = {Field("IDENT", 0, TYPE_CHAR, 10), Field("QTY", 1, TYPE_NUM, 6),
@@ -229,18 +209,15 @@ class AllocationSweepTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
-    // Tracing on, so that every failure path writes its trace lines too; the
-    // files go to a folder of our own.
+    // Every failure path writes its trace lines too, into a folder of our own.
     GetRfcTrace().SetDirectory(trace_dir_->path());
     GetRfcTrace().SetTraceOn(1);
-    // This thread's trace file exists before any plan, so that only the
-    // operations' own allocations are counted.
+    // This thread's trace file exists before any plan: only the operations' allocations count.
     GetRfcTrace().WriteLine("allocation sweep");
   }
   static void TearDownTestSuite() { GetRfcTrace().SetTraceOn(0); }
 
-  static inline std::unique_ptr<testutil::TempDir> trace_dir_ =
-      std::make_unique<testutil::TempDir>();
+  static inline std::unique_ptr<testutil::TempDir> trace_dir_ = std::make_unique<testutil::TempDir>();
 };
 
 // One line per operation: the outcomes its failed allocations ended in.
@@ -262,12 +239,10 @@ TEST_F(AllocationSweepTest, EachAllocationFailsInTurnWithADefinedOutcome) {
       const bool reached = rfc::testing::PendingAllocationFaults() == 0;
       rfc::testing::ClearAllocationFaults();
       if (!reached) {
-        // Fewer allocations than `index`: the operation ran through.
         EXPECT_EQ(outcome, "") << "allocation " << index << " was not reached, yet the operation failed";
         break;
       }
       met.insert(outcome);
-      // The next run, without a fault, works.
       const Step again = operation.again_on_same ? faulted : operation.prepare();
       EXPECT_EQ(Attempt(again), "") << "after the failure of allocation " << index;
     }

@@ -1,9 +1,5 @@
-// The worker's real service cycle in the test's own process (so that the file
-// layer's fault seam reaches it, the log's last error can be read, and
-// LeakSanitizer sees what failed cycles leave behind), against a sapsim the
-// test starts, with `sapsim call` playing SAP. Faults: every allocation of a
-// batch, file errors of the log and of the XML documents, and the SAP side
-// killed at chosen moments.
+// The worker's service cycle in this process (so that the file fault seam
+// reaches it and LeakSanitizer sees failed cycles) against a sapsim of its own.
 
 #include <signal.h>
 
@@ -27,16 +23,15 @@
 namespace faults {
 namespace {
 
-using testutil::CountOf;
 using e2e::LoggedCycle;
 using testutil::Eventually;
+
 // The worker runs through CBatchApp as the program starts it.
 class WorkerFaultTest : public e2e::BatchServerE2eTest {
  protected:
   void TearDown() override {
     platform::testing::ClearFileFaults();
     if (app_) {
-      // Sets the stop event and waits for the worker to end.
       std::unique_ptr<platform::Event> stop = platform::Event::Open(instance_);
       ASSERT_TRUE(stop && stop->Set());
       for (const auto& context : ProcessWorkerContexts()) ASSERT_TRUE(context->thread_handle->Join(20000));
@@ -55,27 +50,21 @@ class WorkerFaultTest : public e2e::BatchServerE2eTest {
     for (int i = 0; i < rows; ++i) csv += tag + std::to_string(i) + ",line " + std::to_string(i) + "\n";
     return BatchServerE2eTest::Call(csv);
   }
-  // The batch ids of "Receive data: <id>.xml" (fifteen digits), in log order.
-  std::vector<std::string> ReceivedIds() const {
-    std::vector<std::string> ids;
-    const std::regex entry(R"( - Receive data: ([0-9]{15})\.xml\r\n)");
-    const std::string log = LogText();
-    for (std::sregex_iterator it(log.begin(), log.end(), entry), end; it != end; ++it) ids.push_back((*it)[1]);
-    return ids;
+  // The document named by the last "Receive data: <fifteen-digit id>.xml".
+  std::string LastXmlPath() const {
+    const std::string log = LogText(), name = log.substr(log.rfind(" - Receive data: ") + 17, 19);
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"([0-9]{15}\.xml)"))) << name;
+    return xml_ + "/" + name;
   }
-  std::string XmlPath(const std::string& batch_id) const { return xml_ + "/" + batch_id + ".xml"; }
 
   std::unique_ptr<CBatchApp> app_;
 };
 
-// Each failed allocation costs that batch only (the dispatcher reports the
-// text and the caller gets no BATCH_RC), the cycle goes on, and the next
-// batch is served whole.
+// A failed allocation costs its batch only (reported, no BATCH_RC); the next is served whole.
 TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
   StartWorker();
   ASSERT_TRUE(WaitForServing()) << LogText();
-  // The first batch builds the function's call arrays; from then on every
-  // batch of the same shape makes the same allocations.
+  // The first batch builds the call arrays; later ones of its shape allocate alike.
   ASSERT_EQ(Call(2, "W").out, "BATCH_RC=1\n");
 
   ::testing::internal::CaptureStdout();
@@ -98,16 +87,14 @@ TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
     EXPECT_EQ(next.out, "BATCH_RC=1\n") << "after allocation " << index << ": " << next.err;
   }
   const std::string reports = ::testing::internal::GetCapturedStdout();
-  EXPECT_EQ(CountOf(reports, "\n Main Thread  Failed to allocate memory!"), index) << reports;
+  EXPECT_EQ(testutil::CountOf(reports, "\n Main Thread  Failed to allocate memory!"), index) << reports;
   EXPECT_GT(index, 0) << "a batch allocates nothing through the library's allocator";
   ASSERT_EQ(Cycles().size(), 1u) << LogText();
   EXPECT_EQ(Cycles().front().Unknown() + Cycles().front().Errors(), 0);
 }
 
-// An XML file error loses only the file (the batch is logged and answered); a
-// log error ends the cycle without an answer, its message names the cause, and
-// the next cycle serves again. One line per fault: what its batch left, then
-// what the next batch did; compared whole with a checked-in file.
+// An XML file error loses only the file; a log error ends the cycle without an
+// answer, naming the cause. One line per fault: its batch, then the next one.
 TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed) {
   using platform::testing::FileFault;
   using platform::testing::FileOp;
@@ -122,30 +109,28 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
     for (const FileOp op : {FileOp::kOpen, FileOp::kWrite}) {
       for (const auto& [fault, name] : faults) {
         const size_t cycles = Cycles().size();
-        const size_t received = ReceivedIds().size();
+        const int received = Receipts();
         const size_t xml_files = XmlFiles().size();
         platform::testing::InjectFileFault(log ? logs_ : xml_, op, fault, 1);
         const testutil::RunResult call = Call(3, "F");
-        // The log's error ends the cycle; wait for the next one to serve.
         ASSERT_TRUE(Eventually([&] { return Cycles().size() == cycles + log && Cycles().back().Serving(); }))
             << LogText();
         const LoggedCycle failed = Cycles()[cycles - 1];
         out += std::string(log ? "log " : "xml ") + (op == FileOp::kOpen ? "open, " : "write, ") + name + ": " +
                testutil::Escaped(call.out) + (call.exit_code == 0 ? " exit 0" : " failed") + ", cycles +" +
                std::to_string(Cycles().size() - cycles) + ", unknown " + std::to_string(failed.Unknown()) +
-               ", received +" + std::to_string(ReceivedIds().size() - received) + ", documents +" +
+               ", received +" + std::to_string(Receipts() - received) + ", documents +" +
                std::to_string(XmlFiles().size() - xml_files);
         if (log) {
           out += ", ends " + testutil::Escaped(failed.body.substr(failed.body.size() - 22));
           out += ProcessLog().GetLastError();
         } else {
-          out += std::filesystem::exists(XmlPath(ReceivedIds().back())) ? ", document kept" : ", no document";
+          out += std::filesystem::exists(LastXmlPath()) ? ", document kept" : ", no document";
         }
-        // The next batch is taken whole: answered with 1, logged, written.
         const std::string tag = "N" + std::to_string(out.size());
         out += "; next: " + testutil::Escaped(Call(2, tag).out);
-        out += " received +" + std::to_string(ReceivedIds().size() - received);
-        const std::string xml = testutil::ReadBytes(XmlPath(ReceivedIds().back()));
+        out += " received +" + std::to_string(Receipts() - received);
+        const std::string xml = testutil::ReadBytes(LastXmlPath());
         out += xml.find("<H_IDENT>" + tag + "1</H_IDENT>") != std::string::npos ? ", its rows" : ", not its rows";
         out += ", ends " + testutil::Escaped(xml.substr(xml.size() - 9)) + "\n";
       }
@@ -157,15 +142,12 @@ TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed
                                             "tests/faults/expected/file_faults.txt"));
 }
 
-// sapsim kills itself (SIGKILL) during the registration, the logon, in the
-// middle of a reply's table or of a batch's table. The worker logs every failed
-// cycle as a header block and one library error, retries at once, and serves
-// again once the system is back.
+// sapsim kills itself (SIGKILL) at `point`; the worker logs each failed cycle
+// as a header and one library error, retries, and serves once it is back.
 struct Kill {
   const char* point;        // sapsim serve --kill-at
   bool dies_while_serving;  // the cycle it breaks had reached its server loop
   const char* why;          // in the error of the broken cycle, when it logs one
-  const char* name;         // of the test
 };
 class KillTest : public WorkerFaultTest, public ::testing::WithParamInterface<Kill> {};
 
@@ -197,8 +179,6 @@ TEST_P(KillTest, EveryFailedCycleIsOneHeaderAndOneErrorUntilTheSystemIsBack) {
     EXPECT_TRUE(cycles[i].IsOneLibraryError()) << i << ": " << cycles[i].body;
   }
   EXPECT_EQ(Receipts(), 0);
-  // The worker retries without end; once the system is back on its port it
-  // registers again and takes a batch.
   StartSapsim(port);
   ASSERT_TRUE(WaitForServing(kill.dies_while_serving ? 2 : 1)) << LogText();
   EXPECT_EQ(Call(2, "BACK").out, "BATCH_RC=1\n");
@@ -206,11 +186,13 @@ TEST_P(KillTest, EveryFailedCycleIsOneHeaderAndOneErrorUntilTheSystemIsBack) {
 }
 
 INSTANTIATE_TEST_SUITE_P(KillPoints, KillTest,
-                         ::testing::Values(Kill{"registration", false, "Initstate: group 101, RfcAccept", "registration"},
-                                           Kill{"logon", false, "Initstate: group 101, RfcOpen", "logon"},
-                                           Kill{"reply-table", false, "in the middle of a frame", "replytable"},
-                                           Kill{"call-table", true, "", "calltable"}),
-                         [](const ::testing::TestParamInfo<Kill>& info) { return std::string(info.param.name); });
+                         ::testing::Values(Kill{"registration", false, "Initstate: group 101, RfcAccept"},
+                                           Kill{"logon", false, "Initstate: group 101, RfcOpen"},
+                                           Kill{"reply-table", false, "in the middle of a frame"},
+                                           Kill{"call-table", true, ""}),
+                         [](const ::testing::TestParamInfo<Kill>& info) {
+                           return std::regex_replace(info.param.point, std::regex("-"), "");
+                         });
 
 }  // namespace
 }  // namespace faults

@@ -1,8 +1,6 @@
 #pragma once
-// A whole output (trace, dump, document, log) compared byte for byte with a
-// checked-in file under tests/: one comparison pins every character of it.
-// With BS_UPDATE_EXPECTED=1 the file is written instead, so that a deliberate
-// change is reviewed with git diff.
+// A whole output compared byte for byte with a checked-in file under tests/.
+// BS_UPDATE_EXPECTED=1 writes the file instead, for review with git diff.
 
 #include <gtest/gtest.h>
 
@@ -18,8 +16,7 @@
 
 namespace testutil {
 
-// `relative` is under the source tree, e.g. "tests/rfc/expected/x.txt". On a
-// difference: the first differing line of both, with its number.
+// `relative` to the source tree; a difference shows the first differing line of both.
 inline ::testing::AssertionResult MatchesExpectedFile(const std::string& actual, const std::string& relative) {
   const std::string path = SourceDir() + "/" + relative;
   const char* update = std::getenv("BS_UPDATE_EXPECTED");
@@ -42,9 +39,7 @@ inline ::testing::AssertionResult MatchesExpectedFile(const std::string& actual,
          << " (byte " << at << ")\n  expected: \"" << line_at(expected) << "\"\n  actual:   \"" << line_at(actual) << "\"";
 }
 
-// What varies between runs replaced by fixed placeholders: every given value
-// (a temp path, a port, an instance name) and the log's "MM/DD/YY hh:mm:ss".
-// Patterns that vary further go through WithPlaceholders.
+// What varies between runs as placeholders: each given value and the log's "MM/DD/YY hh:mm:ss".
 inline std::string Normalised(std::string text, const std::vector<std::pair<std::string, std::string>>& values = {}) {
   for (const auto& [value, placeholder] : values) {
     for (size_t at = 0; !value.empty() && (at = text.find(value, at)) != std::string::npos; at += placeholder.size()) {
@@ -66,8 +61,7 @@ inline std::string WithPlaceholders(std::string text,
   return text;
 }
 
-// Bytes as one readable line: tabs, CRs and LFs as \t, \r, \n, other bytes
-// outside printable ASCII as \xHH.
+// Bytes as one readable line: \t, \r, \n, and \xHH outside printable ASCII.
 inline std::string Escaped(const std::string& bytes) {
   std::string text;
   char hex[5];

@@ -1,6 +1,5 @@
 #pragma once
-// Reading what the batch server wrote: the files of a directory and its log
-// split into service cycles.
+// What the batch server wrote: a directory's files, the log's service cycles.
 
 #include <algorithm>
 #include <filesystem>
@@ -37,8 +36,7 @@ inline bool StartsWithLogTime(const std::string& text) {
   return std::regex_search(text, std::regex(R"(^\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"));
 }
 
-// The log split into service cycles: the text after each header block, up to
-// the next one.
+// The log split into service cycles: the text after each header block, up to the next.
 inline std::vector<std::string> ServiceCycles(const std::string& log) {
   const std::string rule = kLogRule + "\r\n", header = rule + "# HEADER\r\n";
   std::vector<std::string> cycles;

@@ -9,8 +9,7 @@
 
 namespace testutil {
 
-// Generous, so that a loaded machine does not fail a test; a passing test
-// never waits this long.
+// Generous for a loaded machine; a passing test never waits this long.
 inline constexpr std::chrono::seconds kPatience{30};
 
 // Polls `done` until it holds (true) or the patience runs out (false).

@@ -1,6 +1,6 @@
 #pragma once
-// Programs of this build run by tests: where they are, a background process
-// that is killed and reaped if the test leaves it running, and one-shot runs.
+// Programs run by tests: a background process reaped when the test leaves it
+// running, and one-shot runs.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -32,8 +32,7 @@ inline int ExitCode(int status) {
   return -1;
 }
 
-// Starts argv[0] in `directory` ("" for this one) with standard output and
-// error in the two files (the same file when `err_path` is empty).
+// Starts argv[0] in `directory` ("" for this one); output and error to the files (one if `err_path` is "").
 inline pid_t Spawn(const std::vector<std::string>& arguments, const std::string& directory,
                    const std::string& out_path, const std::string& err_path) {
   std::vector<std::string> words = arguments;
@@ -58,8 +57,7 @@ inline pid_t Spawn(const std::vector<std::string>& arguments, const std::string&
   return pid;
 }
 
-// A process the test started; ended and reaped when the object goes. It is
-// asked with SIGTERM first, so that a coverage build counts what it ran.
+// Ended and reaped when the object goes; SIGTERM first, so that a coverage build counts what it ran.
 class ChildProcess {
  public:
   ChildProcess(const std::vector<std::string>& arguments, const std::string& directory,
@@ -72,7 +70,6 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   bool started() const { return pid_ > 0; }
-  pid_t pid() const { return pid_; }
 
   // The wait status once the process ended; nothing while it runs.
   std::optional<int> Poll() {
@@ -82,8 +79,7 @@ class ChildProcess {
     }
     return status_;
   }
-  // Sends `signal` (unless the process already ended) and waits up to
-  // `timeout_ms` for the end; the wait status, or nothing.
+  // Sends `signal` unless it ended, waits up to `timeout_ms`; the wait status, or nothing.
   std::optional<int> Terminate(int timeout_ms = 20000, int signal = SIGTERM) {
     if (pid_ <= 0) return std::nullopt;
     if (!Poll()) kill(pid_, signal);
@@ -115,8 +111,7 @@ struct RunResult {
   std::string err;
 };
 
-// Runs a program to its end (at most `timeout_ms`; then it is killed and the
-// exit code is -1).
+// Runs a program to its end; after `timeout_ms` it is killed and the exit code is -1.
 inline RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms = 30000) {
   TempDir dir;
   RunResult result;
@@ -133,8 +128,7 @@ inline RunResult RunCommand(const std::vector<std::string>& argv, int timeout_ms
   return result;
 }
 
-// One run of `command` as a transcript shows it: the program as `name`, its
-// arguments, the exit code, the output and the error output, each byte as written.
+// One run as a transcript shows it: `name` and the arguments, exit code, output, error output.
 inline std::string RunTranscript(const std::string& name, const std::vector<std::string>& command) {
   const RunResult result = RunCommand(command);
   std::string line = "$ " + name;

@@ -1,7 +1,5 @@
 #pragma once
-// sapsim serving its small system, and a client connection opened to it: what
-// the access and fault tests call function modules through. The RFC library
-// must be loaded first.
+// sapsim serving its small system and a client connection to it (load the RFC library first).
 
 #include <memory>
 

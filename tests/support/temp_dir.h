@@ -1,6 +1,5 @@
 #pragma once
-// The build and source trees, a private directory under the system temp dir
-// (removed with everything in it), and small file helpers.
+// The build and source trees, a private temporary directory, small file helpers.
 
 #include <unistd.h>
 
@@ -15,8 +14,7 @@
 
 namespace testutil {
 
-// The build and source trees: the environment first, then what the build
-// compiled in.
+// The environment first, then what the build compiled in.
 inline std::string BuildDir() {
   const char* dir = std::getenv("BS_BUILD_DIR");
   return dir != nullptr && *dir != '\0' ? dir : BS_TEST_BUILD_DIR;
