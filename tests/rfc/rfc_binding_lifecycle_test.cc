@@ -54,7 +54,9 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
     EXPECT_EQ(Thrown(call), "Failed to get pointer to function: " + name);
   }
   // A failed load changes nothing.
-  EXPECT_FALSE(LoadRfcLibrary("/nonexistent/librfc.so"));
+  for (const char* missing : {"/nonexistent/librfc.so", "librfc_nowhere_at_all.so", "", static_cast<const char*>(nullptr)}) {
+    EXPECT_FALSE(LoadRfcLibrary(missing)) << (missing != nullptr ? missing : "null");
+  }
   EXPECT_EQ(Thrown(forwarders[0].second), "Failed to get pointer to function: RfcOpen");
 
   // Two libraries that answer apart.

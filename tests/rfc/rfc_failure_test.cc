@@ -1,16 +1,19 @@
-// The failures of the class library: the planned allocation failures
-// themselves, a library file that cannot be loaded, and one transcript of
-// every failure path with what it throws, what it leaves and what it traces,
-// compared whole with tests/rfc/expected/failures.txt.
+// The failures of the class library and its trace: the header line, the
+// trace directory's rules, and one transcript of every failure path with what
+// it throws, what it leaves and what it traces, compared whole with
+// tests/rfc/expected/failures.txt.
 
 #include "rfc/core/rfc_allocation.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "rfc/core/rfc_data.h"
@@ -23,35 +26,57 @@
 namespace {
 
 using rfc_test::Step;
+using rfc_test::TraceFileOf;
 
-class RfcFailureTest : public ::testing::Test {
- protected:
-  void TearDown() override { rfc::testing::ClearAllocationFaults(); }
-};
-
-TEST_F(RfcFailureTest, AllocationPlanSkipsThenFailsThenRecovers) {
-  rfc::testing::FailAllocations(2, 2);
-  EXPECT_NE(rfc::RfcAllocateArray<char>(4), nullptr);
-  EXPECT_NE(rfc::RfcAllocate<int>(5), nullptr);
-  EXPECT_EQ(rfc::RfcAllocateArray<char>(4), nullptr);
-  EXPECT_EQ(rfc::testing::PendingAllocationFaults(), 1);
-  EXPECT_EQ(rfc::RfcAllocate<int>(5), nullptr);
-  auto recovered = rfc::RfcAllocateArray<int>(3);
-  ASSERT_NE(recovered, nullptr);
-  EXPECT_EQ(recovered[0] + recovered[1] + recovered[2], 0);  // value-initialised
-
-  rfc::testing::FailNextAllocation();
-  rfc::testing::ClearAllocationFaults();
-  EXPECT_NE(rfc::RfcAllocate<int>(1), nullptr);
-  rfc::testing::FailAllocations(0, 0);  // a plan that fails nothing
-  EXPECT_NE(rfc::RfcAllocate<int>(1), nullptr);
+// WriteHeader: three empty lines and the local time of the write.
+TEST(RfcTrace, HeaderHasTheLocalTimeOfTheWrite) {
+  const std::string before = CRfcTrace::HeaderLine(platform::LocalNow());
+  auto run = rfc_test::RunTraced([] { GetRfcTrace().WriteHeader(); });
+  const std::string after = CRfcTrace::HeaderLine(platform::LocalNow());
+  EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::AnyOf(before, after)));
 }
 
-TEST_F(RfcFailureTest, LoadingAMissingFileFails) {
-  for (const char* missing : {"/nonexistent/librfc_nowhere.so", "librfc_nowhere_at_all.so", "", static_cast<const char*>(nullptr)}) {
-    EXPECT_FALSE(LoadRfcLibrary(missing)) << (missing != nullptr ? missing : "null");
+TEST(RfcTrace, DirectoryRules) {
+  testutil::TempDir dir;
+  const std::filesystem::path saved_cwd = std::filesystem::current_path();
+  const std::string saved_directory = GetRfcTrace().GetDirectory();
+  std::filesystem::current_path(dir.path());
+  CRfcTrace& trace = GetRfcTrace();
+  {
+    // A new instance reads the current directory and is counted.
+    const int before = CRfcTrace::InstanceCount();
+    CRfcTrace local;
+    EXPECT_EQ(CRfcTrace::InstanceCount(), before + 1);
+    EXPECT_EQ(std::filesystem::path(local.GetDirectory()), std::filesystem::canonical(dir.path()));
+    EXPECT_EQ(local.IsTraceOn(), 0);
   }
-  ASSERT_TRUE(LoadRfcLibrary(STAND_IN_RFC));
+  // A directory of 255 characters does not fit its buffer and reads as
+  // empty: the files go under their bare name into the current directory.
+  trace.SetDirectory(std::string(254, 'd'));
+  EXPECT_EQ(trace.GetDirectory(), std::string(254, 'd'));
+  trace.SetDirectory(std::string(255, 'd'));
+  EXPECT_EQ(trace.GetDirectory(), "");
+  trace.SetTraceOn(1);
+  uint32_t id = 0;
+  std::thread([&] {
+    id = platform::CurrentThreadId();
+    trace.WriteLine("here");
+  }).join();
+  EXPECT_EQ(testutil::ReadBytes(TraceFileOf(dir.path(), id)), "here\r\n");
+
+  // A file that cannot be opened drops its thread's lines for good.
+  trace.SetDirectory(dir.path() + "/missing");
+  std::thread([&] {
+    id = platform::CurrentThreadId();
+    trace.WriteLine("lost");
+    trace.SetDirectory(dir.path());  // too late for this thread's file
+    trace.WriteLine("also lost");
+  }).join();
+  trace.SetTraceOn(0);
+  trace.SetDirectory(saved_directory);
+  std::filesystem::current_path(saved_cwd);
+  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path() + "/missing", id)));
+  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path(), id)));
 }
 
 int g_items[32];  // the list stores pointers only; the entries are these
@@ -65,8 +90,29 @@ RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* messag
   return error;
 }
 
-TEST_F(RfcFailureTest, TranscriptOfEveryFailure) {
+TEST(RfcFailure, TranscriptOfEveryFailure) {
   std::vector<Step> steps;
+  // The allocation plan: the first allocations pass, the next ones fail, then
+  // all pass again, value-initialised; clearing drops what is planned.
+  steps.push_back({"allocations: 2 pass, 2 fail; cleared; a plan of none", [] {}, [] {
+                     std::string seen;
+                     rfc::testing::FailAllocations(2, 2);
+                     for (int i = 0; i < 4; ++i) {
+                       seen += (i % 2 == 0 ? rfc::RfcAllocateArray<char>(4) != nullptr : rfc::RfcAllocate<int>(5) != nullptr)
+                                   ? "+" : "-" + std::to_string(rfc::testing::PendingAllocationFaults());
+                     }
+                     const auto recovered = rfc::RfcAllocateArray<int>(3);
+                     seen += " " + std::to_string(recovered[0] + recovered[1] + recovered[2]);
+                     rfc::testing::FailNextAllocation();
+                     rfc::testing::ClearAllocationFaults();
+                     seen += rfc::RfcAllocate<int>(1) != nullptr ? " +" : " -";
+                     rfc::testing::FailAllocations(0, 0);
+                     return seen + (rfc::RfcAllocate<int>(1) != nullptr ? "+" : "-");
+                   }});
+  // The header line's form; the year left-aligned in four places.
+  steps.push_back({"header lines", [] {}, [] {
+                     return CRfcTrace::HeaderLine({2003, 5, 7, 14, 3, 9}) + "|" + CRfcTrace::HeaderLine({999, 1, 2, 3, 4, 5});
+                   }});
   // The trace: nothing while off, not even the thread's record; lines in CR
   // LF, appended to a file already there and flushed at once.
   steps.push_back({"trace off: header, line, blank lines, error, an allocation failing",
