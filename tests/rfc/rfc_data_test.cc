@@ -231,14 +231,6 @@ TEST(RfcData, EveryPackedShapeReadsAndAssignsBack) {
         value.data = text.c_str();
         ASSERT_EQ(value.bytes, bytes) << text;
       }
-      if (decimals == digits) {
-        // Str2BCD takes no integer digit here, not even the 0 the text shows.
-        Value value(TYPE_BCD, std::string(zeros.size() + 2, '7'), decimals);
-        std::string zero = "0." + std::string(static_cast<size_t>(decimals), '1');
-        EXPECT_EQ(value.data.Str2BCD(zero.data(), value.bytes.data()), 0);
-        EXPECT_EQ(value.bytes, Bytes(static_cast<size_t>(length), 0x77));
-        EXPECT_EQ(value.data.Str2BCD(zero.data() + 1, value.bytes.data()), 1);
-      }
     }
   }
   // The packing step itself takes a blank as the digit 0 and writes it back.
@@ -252,6 +244,9 @@ TEST(RfcData, EveryPackedShapeReadsAndAssignsBack) {
   EXPECT_EQ(value.data.Str2BCD(many, value.bytes.data()), 0);
   value.data.Init(value.bytes.data(), TYPE_BCD, 1, 0);  // more digits than nibbles
   EXPECT_EQ(value.data.Str2BCD(many, value.bytes.data()), 0);
+  char zero[] = "0.1";
+  value.data.Init(value.bytes.data(), TYPE_BCD, 1, 1);  // all digits decimals: not even a 0 before the point
+  EXPECT_EQ(value.data.Str2BCD(zero, value.bytes.data()), 0);
   char bcd_text[140];
   EXPECT_EQ(Value(TYPE_BCD, "0A1C").data.BCD2Str(bcd_text, Parse(TYPE_BCD, "0A1C", 1).data()), 0);
 }

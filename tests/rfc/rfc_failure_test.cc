@@ -81,13 +81,9 @@ TEST(RfcTrace, DirectoryRules) {
 
 int g_items[32];  // the list stores pointers only; the entries are these
 
-RFC_ERROR_INFO MakeError(const char* key, const char* status, const char* message) {
-  RFC_ERROR_INFO error{};
-  std::strncpy(error.key, key, sizeof error.key - 1);
-  std::strncpy(error.status, status, sizeof error.status - 1);
-  std::strncpy(error.message, message, sizeof error.message - 1);
-  std::strncpy(error.intstat, "never written", sizeof error.intstat - 1);
-  return error;
+template <typename T>
+void ReadAs(CRfcData& data) {
+  static_cast<void>(static_cast<T>(data));
 }
 
 TEST(RfcFailure, TranscriptOfEveryFailure) {
@@ -161,12 +157,8 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   unsized.Init(&unsized_byte, TYPE_CHAR, -1, 0);  // without a length even "" is too long
   good.Init(good_bytes, TYPE_BCD, 2, 0);
   const std::pair<const char*, void (*)(CRfcData&)> readings[] = {
-      {"RFC_INT1", [](CRfcData& d) { static_cast<void>(static_cast<RFC_INT1>(d)); }},
-      {"RFC_INT2", [](CRfcData& d) { static_cast<void>(static_cast<RFC_INT2>(d)); }},
-      {"RFC_INT", [](CRfcData& d) { static_cast<void>(static_cast<RFC_INT>(d)); }},
-      {"RFC_FLOAT", [](CRfcData& d) { static_cast<void>(static_cast<RFC_FLOAT>(d)); }},
-      {"CSTR", [](CRfcData& d) { static_cast<void>(static_cast<CSTR>(d)); }},
-  };
+      {"RFC_INT1", ReadAs<RFC_INT1>}, {"RFC_INT2", ReadAs<RFC_INT2>}, {"RFC_INT", ReadAs<RFC_INT>},
+      {"RFC_FLOAT", ReadAs<RFC_FLOAT>}, {"CSTR", ReadAs<CSTR>}};
   for (const auto& [value, name] : {std::pair{&small, "INT1 03"}, {&packed, "BCD/2 00 00 2C"}, {&bad, "BCD 0A 1C"}}) {
     for (const auto& [reading, read] : readings) {
       steps.push_back({std::string(reading) + " of " + name, [&, value, read] { read(*value); }});
@@ -259,15 +251,15 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   steps.push_back({"own failure", [] { ThrowRfcFailure("CSomething::Operation called", {"first", "second"}, "Thrown text"); }});
 
   // WriteError cuts key and status, and never reads past a field.
-  RFC_ERROR_INFO full = MakeError("", "", "");
+  RFC_ERROR_INFO full{"", "", "", "never written"};
   std::memset(full.key, 'k', sizeof full.key);  // no terminator
   std::memset(full.status, 's', sizeof full.status);
   steps.push_back({"WriteError of 23/2/3, 24/11/9, 2/0/0, 0/1/1 characters and of full fields",
                    [&] {
-                     GetRfcTrace().WriteError(MakeError("ABCDEFGHIJKLMNOPQRSTUVW", "ST", "MSG"));
-                     GetRfcTrace().WriteError(MakeError("ABCDEFGHIJKLMNOPQRSTUVWX", "status text", "a message"));
-                     GetRfcTrace().WriteError(MakeError("AB", "", ""));
-                     GetRfcTrace().WriteError(MakeError("", "S", "M"));
+                     GetRfcTrace().WriteError({"ABCDEFGHIJKLMNOPQRSTUVW", "ST", "MSG", "never written"});
+                     GetRfcTrace().WriteError({"ABCDEFGHIJKLMNOPQRSTUVWX", "status text", "a message", "never written"});
+                     GetRfcTrace().WriteError({"AB", "", "", "never written"});
+                     GetRfcTrace().WriteError({"", "S", "M", "never written"});
                      GetRfcTrace().WriteError(full);
                    },
                    [] {
