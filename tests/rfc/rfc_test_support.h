@@ -121,22 +121,6 @@ inline void ExpectTracedFailure(const std::function<void()>& code, const char* o
                                                 operation, text));
 }
 
-// A string as tests show it: text (or null), length/capacity, the flag.
-inline std::string Show(const CRfcString& s) {
-  const char* text = s;
-  return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
-         std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
-}
-// A list of pointers into `items`: count, storage, and the entries from index
-// -1 to the count as indexes into `items` ("-": none).
-inline std::string Show(const CRfcList<int>& list, const int* items) {
-  std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
-  for (int i = -1; i <= list.GetCount(); ++i) {
-    out += list.GetAt(i) != nullptr ? " " + std::to_string(list.GetAt(i) - items) : std::string(" -");
-  }
-  return out;
-}
-
 // A step of a transcript: what it does, and what it shows afterwards.
 struct Step {
   std::string name;

@@ -1,9 +1,9 @@
-// The failures of the class library and its trace: the header line, the
-// trace directory's rules, and one transcript of every failure path with what
-// it throws, what it leaves and what it traces, compared whole with
-// tests/rfc/expected/failures.txt.
+// The class library's core: strings and lists step by step (compared whole
+// with tests/rfc/expected/rfc_string.txt), the trace's header line and
+// directory rules, and one transcript of every failure path with what it
+// throws, what it leaves and what it traces (tests/rfc/expected/failures.txt).
 
-#include "rfc/core/rfc_allocation.h"
+#include "rfc/core/rfc_string.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,12 +14,13 @@
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/core/rfc_error.h"
 #include "rfc/core/rfc_list.h"
-#include "rfc/core/rfc_string.h"
 #include "tests/rfc/rfc_test_support.h"
 #include "tests/support/expected_file.h"
 
@@ -27,6 +28,140 @@ namespace {
 
 using rfc_test::Step;
 using rfc_test::TraceFileOf;
+
+int g_items[32];  // the list stores pointers only; the entries are these
+
+// A string as the tests show it: text (or null), length/capacity, the flag.
+std::string Shown(const CRfcString& s) {
+  const char* text = s;
+  return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
+         std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
+}
+// A list: count, storage, and the entries from index -1 to the count as
+// indexes into g_items ("-": none).
+std::string Shown(const CRfcList<int>& list) {
+  std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
+  for (int i = -1; i <= list.GetCount(); ++i) {
+    out += list.GetAt(i) != nullptr ? " " + std::to_string(list.GetAt(i) - g_items) : std::string(" -");
+  }
+  return out;
+}
+
+TEST(RfcString, EveryStepOfStringsAndLists) {
+  std::string out;
+  // `change` first, then the line: the step and what `value` shows after it.
+  auto step = [&out](const std::string& name, const auto& value, auto change) {
+    change();
+    out += name + " -> " + Shown(value) + "\n";
+  };
+  auto note = [&](const std::string& name, const CRfcString& value) { step(name, value, [] {}); };
+  // Construction trims, assignment does not.
+  note("(\"ABC  \")", CRfcString("ABC  "));
+  note("(\"  a b \")", CRfcString("  a b "));
+  note("(null)", CRfcString(nullptr));
+  note("()", CRfcString());
+  note("(\"abc \", 30)", CRfcString("abc ", 30));
+  note("(null, 30)", CRfcString(nullptr, 30));
+  note("(40 X and 2 blanks, 30)", CRfcString((std::string(40, 'X') + "  ").c_str(), 30));
+  CRfcString s("x");
+  step("= \"ABC  \"", s, [&] { s = "ABC  "; });
+  step("= its own text from 3", s, [&] { s = static_cast<const char*>(s) + 3; });
+  step("= null", s, [&] { s = static_cast<const char*>(nullptr); });
+
+  // The upper-case flag acts on assignments only; MakeUpper leaves it.
+  CRfcString upper("abc"), lower("rfc_read_table");
+  upper.SetUpperCase(1);
+  step("\"abc\" upper += \"d\"", upper, [&] { upper += "d"; });
+  step("= \"abc\"", upper, [&] { upper = "abc"; });
+  step("\"rfc_read_table\" MakeUpper", lower, [&] { lower.MakeUpper(); });
+  // Copies take flag, capacity and text.
+  CRfcString source("Name   ", 20);
+  source.SetUpperCase(1);
+  CRfcString copy(source), target("something longer");
+  note("copy of (\"Name   \", 20) upper", copy);
+  step("\"something longer\" = it", target, [&] { target = source; });
+  step("= itself", target, [&] { target = target; });
+  step("= ()", target, [&] { target = CRfcString(); });
+  const CRfcString none;
+  CRfcString assigned("abc");
+  note("copy of ()", CRfcString(none));
+  step("\"abc\" = ()", assigned, [&] { assigned = none; });
+  note("moved from the copy", CRfcString(std::move(copy)));
+  note("the copy after the move", copy);  // NOLINT(bugprone-use-after-move)
+
+  // Append takes the old text up to its terminator, which reading writes.
+  CRfcString read("ABC  "), unread("ABC  "), grown, blank(nullptr, 4);
+  out += "read \"" + std::string(static_cast<const char*>(read)) + "\"\n";
+  step("(\"ABC  \") read, += \"X\"", read, [&] { read += "X"; });
+  step("(\"ABC  \") unread, Append \"X\"", unread, [&] { unread.Append("X"); });
+  step("() += \"ab\", itself, null", grown, [&] {
+    grown += "ab";
+    grown += static_cast<const char*>(grown);
+    grown += static_cast<const char*>(nullptr);
+  });
+  step("(null, 4) += \"Z\"", blank, [&] { blank += "Z"; });  // a fresh buffer is blank up to its capacity
+
+  // Comparisons: a string without buffer is never equal, null reads as "",
+  // bytes are unsigned, only the blank is trimmed.
+  CRfcString abc("ABC");
+  const char* null = nullptr;
+  out += "\"ABC\" == \"ABC\", \"AB\", null; () == null, \"\"; () >= \"a\"; \"ABC\" >= null: " +
+         std::to_string(abc == "ABC") + std::to_string(abc == "AB") + std::to_string(abc == null) +
+         std::to_string(none == null) + std::to_string(none == "") + std::to_string(none >= "a") +
+         std::to_string(abc >= null) + "\n";
+  out += "\"ABC\" Compare null, \"ABC\", \"abc\"; () Compare null: " + std::to_string(abc.Compare(nullptr)) + " " +
+         std::to_string(abc.Compare("ABC")) + " " + std::to_string(abc.Compare("abc")) + " " +
+         std::to_string(none.Compare(nullptr)) + "\n";
+  for (const auto& [left, right] : {std::pair{"46C", "40A"}, {"31I", "40A"}, {"40A", "40A"}, {"40AB", "40A"},
+                                    {"40", "40A"}, {"\xE4", "z"}, {"z", "\xE4"}}) {
+    out += testutil::Escaped(left) + " >= " + testutil::Escaped(right) + ": " + std::to_string(CRfcString(left) >= right) + "\n";
+  }
+  out += "TrimmedLength null, \"   \", \"a b\\t  \": " + std::to_string(CRfcString::TrimmedLength(nullptr)) + " " +
+         std::to_string(CRfcString::TrimmedLength("   ")) + " " + std::to_string(CRfcString::TrimmedLength("a b\t  ")) +
+         "\n";
+
+  // Mid copies a piece within the text, trimmed by construction.
+  CRfcString text("ABCDE  FG"), piece("x");
+  piece.SetUpperCase(1);
+  step("\"ABCDE  FG\" Mid 3, 4", piece, [&] { out += &text.Mid(piece, 3, 4) == &piece ? "" : "NOT THE TARGET "; });
+  for (const auto& [start, count] : {std::pair{7, 10}, {-3, 2}, {12, 2}, {1, -1}}) {
+    note("Mid " + std::to_string(start) + ", " + std::to_string(count), text.Mid(piece, start, count));
+  }
+  step("() Mid 0, 1", piece, [&] { none.Mid(piece, 0, 1); });
+  step("Mid 1, 3 into itself", text, [&] { text.Mid(text, 1, 3); });
+
+  // The buffer step, and changes in place.
+  CRfcString buffer("abc");
+  step("(\"abc\") InitBuffer 6", buffer, [&] { buffer.InitBuffer(6); });
+  step("= \"key\", first byte K", buffer, [&] {
+    buffer = "key";
+    buffer.GetBuffer()[0] = 'K';
+  });
+  step("InitBuffer 0", buffer, [&] { buffer.InitBuffer(0); });
+  out += buffer.GetBuffer() == nullptr ? "" : "A BUFFER LEFT\n";
+
+  // Lists: Add grows by ten, InitList makes fresh null storage and keeps the
+  // count, SetAtGrow sizes the storage to the index exactly.
+  CRfcList<int> list, grown_list, larger, exact;
+  step("list", list, [] {});
+  step("Add 0..9", list, [&] { for (int i = 0; i < 10; ++i) list.Add(&g_items[i]); });
+  step("Add 10", list, [&] { list.Add(&g_items[10]); });
+  step("InitList 0", list, [&] { list.InitList(0); });
+  step("Add 11", list, [&] { list.Add(&g_items[11]); });
+  for (int index : {2, 0, 5, -1}) {
+    step(std::string(index == 2 ? "list " : "") + "SetAtGrow " + std::to_string(index), grown_list,
+         [&] { grown_list.SetAtGrow(index, &g_items[index < 0 ? 1 : index]); });
+  }
+  step("list Add 0, SetAtGrow 3", larger, [&] {
+    larger.Add(&g_items[0]);
+    larger.SetAtGrow(3, &g_items[3]);
+  });
+  step("list InitList 5, SetAtGrow 4", exact, [&] {
+    exact.InitList(5);
+    exact.SetAtGrow(4, &g_items[4]);
+  });
+  EXPECT_TRUE(testutil::MatchesExpectedFile(out, "tests/rfc/expected/rfc_string.txt"));
+}
 
 // WriteHeader: three empty lines and the local time of the write.
 TEST(RfcTrace, HeaderHasTheLocalTimeOfTheWrite) {
@@ -78,8 +213,6 @@ TEST(RfcTrace, DirectoryRules) {
   EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path() + "/missing", id)));
   EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path(), id)));
 }
-
-int g_items[32];  // the list stores pointers only; the entries are these
 
 template <typename T>
 void ReadAs(CRfcData& data) {
@@ -148,7 +281,7 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   // only their failures; a failed packed reading traces BCD2Str's line and
   // the operation's entry in the wording of the assignment direction.
   unsigned char small_byte = 3, packed_bytes[3] = {0x00, 0x00, 0x2C}, bad_bytes[2] = {0x0A, 0x1C}, short_bytes[2] = {};
-  unsigned char text_bytes[5] = {}, unsized_byte = 0, good_bytes[2] = {0x01, 0x2C};
+  unsigned char text_bytes[5] = {'0', '0', '7', '7', '7'}, unsized_byte = 0, good_bytes[2] = {0x01, 0x2C};
   CRfcData small(1), packed(1), bad(1), target(1), text(1), unsized(1), good(1);
   small.Init(&small_byte, TYPE_INT1, 1, 0);
   packed.Init(packed_bytes, TYPE_BCD, 3, 2);
@@ -156,6 +289,7 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   target.Init(short_bytes, TYPE_BCD, 2, 0);
   unsized.Init(&unsized_byte, TYPE_CHAR, -1, 0);  // without a length even "" is too long
   good.Init(good_bytes, TYPE_BCD, 2, 0);
+  text.Init(text_bytes, TYPE_NUM, 5, 0);
   const std::pair<const char*, void (*)(CRfcData&)> readings[] = {
       {"RFC_INT1", ReadAs<RFC_INT1>}, {"RFC_INT2", ReadAs<RFC_INT2>}, {"RFC_INT", ReadAs<RFC_INT>},
       {"RFC_FLOAT", ReadAs<RFC_FLOAT>}, {"CSTR", ReadAs<CSTR>}};
@@ -174,15 +308,7 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
                      GetRfcTrace().SetTraceOn(0);
                      target = "1x";
                    }});
-  for (int type : {TYPE_NUM, TYPE_CHAR}) {
-    steps.push_back({std::string(type == TYPE_NUM ? "NUM" : "CHAR") + " \"00777\" = \"123456\"",
-                     [&, type] {
-                       std::memcpy(text_bytes, "00777", 5);
-                       text.Init(text_bytes, type, 5, 0);
-                       text = "123456";
-                     },
-                     [&] { return std::string(text_bytes, text_bytes + 5); }});
-  }
+  steps.push_back({"NUM \"00777\" = \"123456\"", [&] { text = "123456"; }});
   steps.push_back({"CHAR without length = \"\"", [&] { unsized = ""; }});
   steps.push_back({"CSTR of 01 2C, allocation failing", [&] {
                      rfc::testing::FailNextAllocation();
@@ -211,9 +337,9 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
                        string_cases[i].second(strings[i], other);
                      },
                      [&, i] {
-                       const std::string after = rfc_test::Show(strings[i]);
+                       const std::string after = Shown(strings[i]);
                        strings[i] = "again";
-                       return after + ", then " + rfc_test::Show(strings[i]);
+                       return after + ", then " + Shown(strings[i]);
                      }});
   }
 
@@ -233,9 +359,9 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
                        list_cases[i].second(lists[i]);
                      },
                      [&, i] {
-                       const std::string after = rfc_test::Show(lists[i], g_items);
+                       const std::string after = Shown(lists[i]);
                        lists[i].Add(&g_items[10]);
-                       return after + ", then " + rfc_test::Show(lists[i], g_items);
+                       return after + ", then " + Shown(lists[i]);
                      }});
   }
 
