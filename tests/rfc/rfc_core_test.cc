@@ -330,17 +330,24 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   };
   std::vector<CRfcString> strings(std::size(string_cases), CRfcString("keep"));
   const CRfcString other("other");
-  for (size_t i = 0; i < std::size(string_cases); ++i) {
-    steps.push_back({std::string("string ") + string_cases[i].first + ", allocation failing",
-                     [&, i] {
+  // `change` of `value` with its allocation failing; what the value shows
+  // then, and after `again`.
+  auto failing = [&steps](const std::string& name, auto& value, auto change, auto again) {
+    steps.push_back({name + ", allocation failing",
+                     [&value, change] {
                        rfc::testing::FailNextAllocation();
-                       string_cases[i].second(strings[i], other);
+                       change(value);
                      },
-                     [&, i] {
-                       const std::string after = Shown(strings[i]);
-                       strings[i] = "again";
-                       return after + ", then " + Shown(strings[i]);
+                     [&value, again] {
+                       const std::string after = Shown(value);
+                       again(value);
+                       return after + ", then " + Shown(value);
                      }});
+  };
+  for (size_t i = 0; i < std::size(string_cases); ++i) {
+    failing(std::string("string ") + string_cases[i].first, strings[i],
+            [&other, change = string_cases[i].second](CRfcString& s) { change(s, other); },
+            [](CRfcString& s) { s = "again"; });
   }
 
   // A list's failed growth keeps the storage and its entries, and it grows
@@ -353,16 +360,8 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   std::array<CRfcList<int>, std::size(list_cases)> lists;
   for (size_t i = 0; i < lists.size(); ++i) {
     for (int item = 0; item < 10; ++item) lists[i].Add(&g_items[item]);
-    steps.push_back({std::string("list of 10, ") + list_cases[i].first + ", allocation failing",
-                     [&, i] {
-                       rfc::testing::FailNextAllocation();
-                       list_cases[i].second(lists[i]);
-                     },
-                     [&, i] {
-                       const std::string after = Shown(lists[i]);
-                       lists[i].Add(&g_items[10]);
-                       return after + ", then " + Shown(lists[i]);
-                     }});
+    failing(std::string("list of 10, ") + list_cases[i].first, lists[i], list_cases[i].second,
+            [](CRfcList<int>& list) { list.Add(&g_items[10]); });
   }
 
   // The library's error record, raised by value and traced on request, and

@@ -23,8 +23,6 @@
 #include "platform/thread.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_list.h"
-#include "rfc/core/rfc_string.h"
 #include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_byte_order.h"
 #include "tests/support/stand_in_rfc.h"
