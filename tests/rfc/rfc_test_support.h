@@ -23,8 +23,6 @@
 #include "platform/thread.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_list.h"
-#include "rfc/core/rfc_string.h"
 #include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_byte_order.h"
 #include "tests/support/stand_in_rfc.h"
@@ -119,22 +117,6 @@ inline void ExpectTracedFailure(const std::function<void()>& code, const char* o
   EXPECT_EQ(run.thrown, thrown != nullptr ? thrown : text);
   EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::StartsWith("Rfc Class Library Trace at   "),
                                                 operation, text));
-}
-
-// A string as tests show it: text (or null), length/capacity, the flag.
-inline std::string Show(const CRfcString& s) {
-  const char* text = s;
-  return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
-         std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
-}
-// A list of pointers into `items`: count, storage, and the entries from index
-// -1 to the count as indexes into `items` ("-": none).
-inline std::string Show(const CRfcList<int>& list, const int* items) {
-  std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
-  for (int i = -1; i <= list.GetCount(); ++i) {
-    out += list.GetAt(i) != nullptr ? " " + std::to_string(list.GetAt(i) - items) : std::string(" -");
-  }
-  return out;
 }
 
 // A step of a transcript: what it does, and what it shows afterwards.

@@ -1,0 +1,397 @@
+// The class library's core: strings and lists step by step (compared whole
+// with tests/rfc/expected/rfc_string.txt), the trace's header line and
+// directory rules, and one transcript of every failure path with what it
+// throws, what it leaves and what it traces (tests/rfc/expected/failures.txt).
+
+#include "rfc/core/rfc_string.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "rfc/core/rfc_allocation.h"
+#include "rfc/core/rfc_data.h"
+#include "rfc/core/rfc_error.h"
+#include "rfc/core/rfc_list.h"
+#include "tests/rfc/rfc_test_support.h"
+#include "tests/support/expected_file.h"
+
+namespace {
+
+using rfc_test::Step;
+using rfc_test::TraceFileOf;
+
+int g_items[32];  // the list stores pointers only; the entries are these
+
+// A string as the tests show it: text (or null), length/capacity, the flag.
+std::string Shown(const CRfcString& s) {
+  const char* text = s;
+  return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
+         std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
+}
+// A list: count, storage, and the entries from index -1 to the count as
+// indexes into g_items ("-": none).
+std::string Shown(const CRfcList<int>& list) {
+  std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
+  for (int i = -1; i <= list.GetCount(); ++i) {
+    out += list.GetAt(i) != nullptr ? " " + std::to_string(list.GetAt(i) - g_items) : std::string(" -");
+  }
+  return out;
+}
+
+TEST(RfcString, EveryStepOfStringsAndLists) {
+  std::string out;
+  // `change` first, then the line: the step and what `value` shows after it.
+  auto step = [&out](const std::string& name, const auto& value, auto change) {
+    change();
+    out += name + " -> " + Shown(value) + "\n";
+  };
+  auto note = [&](const std::string& name, const CRfcString& value) { step(name, value, [] {}); };
+  // Construction trims, assignment does not.
+  note("(\"ABC  \")", CRfcString("ABC  "));
+  note("(\"  a b \")", CRfcString("  a b "));
+  note("(null)", CRfcString(nullptr));
+  note("()", CRfcString());
+  note("(\"abc \", 30)", CRfcString("abc ", 30));
+  note("(null, 30)", CRfcString(nullptr, 30));
+  note("(40 X and 2 blanks, 30)", CRfcString((std::string(40, 'X') + "  ").c_str(), 30));
+  CRfcString s("x");
+  step("= \"ABC  \"", s, [&] { s = "ABC  "; });
+  step("= its own text from 3", s, [&] { s = static_cast<const char*>(s) + 3; });
+  step("= null", s, [&] { s = static_cast<const char*>(nullptr); });
+
+  // The upper-case flag acts on assignments only; MakeUpper leaves it.
+  CRfcString upper("abc"), lower("rfc_read_table");
+  upper.SetUpperCase(1);
+  step("\"abc\" upper += \"d\"", upper, [&] { upper += "d"; });
+  step("= \"abc\"", upper, [&] { upper = "abc"; });
+  step("\"rfc_read_table\" MakeUpper", lower, [&] { lower.MakeUpper(); });
+  // Copies take flag, capacity and text.
+  CRfcString source("Name   ", 20);
+  source.SetUpperCase(1);
+  CRfcString copy(source), target("something longer");
+  note("copy of (\"Name   \", 20) upper", copy);
+  step("\"something longer\" = it", target, [&] { target = source; });
+  step("= itself", target, [&] { target = target; });
+  step("= ()", target, [&] { target = CRfcString(); });
+  const CRfcString none;
+  CRfcString assigned("abc");
+  note("copy of ()", CRfcString(none));
+  step("\"abc\" = ()", assigned, [&] { assigned = none; });
+  note("moved from the copy", CRfcString(std::move(copy)));
+  note("the copy after the move", copy);  // NOLINT(bugprone-use-after-move)
+
+  // Append takes the old text up to its terminator, which reading writes.
+  CRfcString read("ABC  "), unread("ABC  "), grown, blank(nullptr, 4);
+  out += "read \"" + std::string(static_cast<const char*>(read)) + "\"\n";
+  step("(\"ABC  \") read, += \"X\"", read, [&] { read += "X"; });
+  step("(\"ABC  \") unread, Append \"X\"", unread, [&] { unread.Append("X"); });
+  step("() += \"ab\", itself, null", grown, [&] {
+    grown += "ab";
+    grown += static_cast<const char*>(grown);
+    grown += static_cast<const char*>(nullptr);
+  });
+  step("(null, 4) += \"Z\"", blank, [&] { blank += "Z"; });  // a fresh buffer is blank up to its capacity
+
+  // Comparisons: a string without buffer is never equal, null reads as "",
+  // bytes are unsigned, only the blank is trimmed.
+  CRfcString abc("ABC");
+  const char* null = nullptr;
+  out += "\"ABC\" == \"ABC\", \"AB\", null; () == null, \"\"; () >= \"a\"; \"ABC\" >= null: " +
+         std::to_string(abc == "ABC") + std::to_string(abc == "AB") + std::to_string(abc == null) +
+         std::to_string(none == null) + std::to_string(none == "") + std::to_string(none >= "a") +
+         std::to_string(abc >= null) + "\n";
+  out += "\"ABC\" Compare null, \"ABC\", \"abc\"; () Compare null: " + std::to_string(abc.Compare(nullptr)) + " " +
+         std::to_string(abc.Compare("ABC")) + " " + std::to_string(abc.Compare("abc")) + " " +
+         std::to_string(none.Compare(nullptr)) + "\n";
+  for (const auto& [left, right] : {std::pair{"46C", "40A"}, {"31I", "40A"}, {"40A", "40A"}, {"40AB", "40A"},
+                                    {"40", "40A"}, {"\xE4", "z"}, {"z", "\xE4"}}) {
+    out += testutil::Escaped(left) + " >= " + testutil::Escaped(right) + ": " + std::to_string(CRfcString(left) >= right) + "\n";
+  }
+  out += "TrimmedLength null, \"   \", \"a b\\t  \": " + std::to_string(CRfcString::TrimmedLength(nullptr)) + " " +
+         std::to_string(CRfcString::TrimmedLength("   ")) + " " + std::to_string(CRfcString::TrimmedLength("a b\t  ")) +
+         "\n";
+
+  // Mid copies a piece within the text, trimmed by construction.
+  CRfcString text("ABCDE  FG"), piece("x");
+  piece.SetUpperCase(1);
+  step("\"ABCDE  FG\" Mid 3, 4", piece, [&] { out += &text.Mid(piece, 3, 4) == &piece ? "" : "NOT THE TARGET "; });
+  for (const auto& [start, count] : {std::pair{7, 10}, {-3, 2}, {12, 2}, {1, -1}}) {
+    note("Mid " + std::to_string(start) + ", " + std::to_string(count), text.Mid(piece, start, count));
+  }
+  step("() Mid 0, 1", piece, [&] { none.Mid(piece, 0, 1); });
+  step("Mid 1, 3 into itself", text, [&] { text.Mid(text, 1, 3); });
+
+  // The buffer step, and changes in place.
+  CRfcString buffer("abc");
+  step("(\"abc\") InitBuffer 6", buffer, [&] { buffer.InitBuffer(6); });
+  step("= \"key\", first byte K", buffer, [&] {
+    buffer = "key";
+    buffer.GetBuffer()[0] = 'K';
+  });
+  step("InitBuffer 0", buffer, [&] { buffer.InitBuffer(0); });
+  out += buffer.GetBuffer() == nullptr ? "" : "A BUFFER LEFT\n";
+
+  // Lists: Add grows by ten, InitList makes fresh null storage and keeps the
+  // count, SetAtGrow sizes the storage to the index exactly.
+  CRfcList<int> list, grown_list, larger, exact;
+  step("list", list, [] {});
+  step("Add 0..9", list, [&] { for (int i = 0; i < 10; ++i) list.Add(&g_items[i]); });
+  step("Add 10", list, [&] { list.Add(&g_items[10]); });
+  step("InitList 0", list, [&] { list.InitList(0); });
+  step("Add 11", list, [&] { list.Add(&g_items[11]); });
+  for (int index : {2, 0, 5, -1}) {
+    step(std::string(index == 2 ? "list " : "") + "SetAtGrow " + std::to_string(index), grown_list,
+         [&] { grown_list.SetAtGrow(index, &g_items[index < 0 ? 1 : index]); });
+  }
+  step("list Add 0, SetAtGrow 3", larger, [&] {
+    larger.Add(&g_items[0]);
+    larger.SetAtGrow(3, &g_items[3]);
+  });
+  step("list InitList 5, SetAtGrow 4", exact, [&] {
+    exact.InitList(5);
+    exact.SetAtGrow(4, &g_items[4]);
+  });
+  EXPECT_TRUE(testutil::MatchesExpectedFile(out, "tests/rfc/expected/rfc_string.txt"));
+}
+
+// WriteHeader: three empty lines and the local time of the write.
+TEST(RfcTrace, HeaderHasTheLocalTimeOfTheWrite) {
+  const std::string before = CRfcTrace::HeaderLine(platform::LocalNow());
+  auto run = rfc_test::RunTraced([] { GetRfcTrace().WriteHeader(); });
+  const std::string after = CRfcTrace::HeaderLine(platform::LocalNow());
+  EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::AnyOf(before, after)));
+}
+
+TEST(RfcTrace, DirectoryRules) {
+  testutil::TempDir dir;
+  const std::filesystem::path saved_cwd = std::filesystem::current_path();
+  const std::string saved_directory = GetRfcTrace().GetDirectory();
+  std::filesystem::current_path(dir.path());
+  CRfcTrace& trace = GetRfcTrace();
+  {
+    // A new instance reads the current directory and is counted.
+    const int before = CRfcTrace::InstanceCount();
+    CRfcTrace local;
+    EXPECT_EQ(CRfcTrace::InstanceCount(), before + 1);
+    EXPECT_EQ(std::filesystem::path(local.GetDirectory()), std::filesystem::canonical(dir.path()));
+    EXPECT_EQ(local.IsTraceOn(), 0);
+  }
+  // A directory of 255 characters does not fit its buffer and reads as
+  // empty: the files go under their bare name into the current directory.
+  trace.SetDirectory(std::string(254, 'd'));
+  EXPECT_EQ(trace.GetDirectory(), std::string(254, 'd'));
+  trace.SetDirectory(std::string(255, 'd'));
+  EXPECT_EQ(trace.GetDirectory(), "");
+  trace.SetTraceOn(1);
+  uint32_t id = 0;
+  std::thread([&] {
+    id = platform::CurrentThreadId();
+    trace.WriteLine("here");
+  }).join();
+  EXPECT_EQ(testutil::ReadBytes(TraceFileOf(dir.path(), id)), "here\r\n");
+
+  // A file that cannot be opened drops its thread's lines for good.
+  trace.SetDirectory(dir.path() + "/missing");
+  std::thread([&] {
+    id = platform::CurrentThreadId();
+    trace.WriteLine("lost");
+    trace.SetDirectory(dir.path());  // too late for this thread's file
+    trace.WriteLine("also lost");
+  }).join();
+  trace.SetTraceOn(0);
+  trace.SetDirectory(saved_directory);
+  std::filesystem::current_path(saved_cwd);
+  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path() + "/missing", id)));
+  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path(), id)));
+}
+
+template <typename T>
+void ReadAs(CRfcData& data) {
+  static_cast<void>(static_cast<T>(data));
+}
+
+TEST(RfcFailure, TranscriptOfEveryFailure) {
+  std::vector<Step> steps;
+  // The allocation plan: the first allocations pass, the next ones fail, then
+  // all pass again, value-initialised; clearing drops what is planned.
+  steps.push_back({"allocations: 2 pass, 2 fail; cleared; a plan of none", [] {}, [] {
+                     std::string seen;
+                     rfc::testing::FailAllocations(2, 2);
+                     for (int i = 0; i < 4; ++i) {
+                       seen += (i % 2 == 0 ? rfc::RfcAllocateArray<char>(4) != nullptr : rfc::RfcAllocate<int>(5) != nullptr)
+                                   ? "+" : "-" + std::to_string(rfc::testing::PendingAllocationFaults());
+                     }
+                     const auto recovered = rfc::RfcAllocateArray<int>(3);
+                     seen += " " + std::to_string(recovered[0] + recovered[1] + recovered[2]);
+                     rfc::testing::FailNextAllocation();
+                     rfc::testing::ClearAllocationFaults();
+                     seen += rfc::RfcAllocate<int>(1) != nullptr ? " +" : " -";
+                     rfc::testing::FailAllocations(0, 0);
+                     return seen + (rfc::RfcAllocate<int>(1) != nullptr ? "+" : "-");
+                   }});
+  // The header line's form; the year left-aligned in four places.
+  steps.push_back({"header lines", [] {}, [] {
+                     return CRfcTrace::HeaderLine({2003, 5, 7, 14, 3, 9}) + "|" + CRfcTrace::HeaderLine({999, 1, 2, 3, 4, 5});
+                   }});
+  // The trace: nothing while off, not even the thread's record; lines in CR
+  // LF, appended to a file already there and flushed at once.
+  steps.push_back({"trace off: header, line, blank lines, error, an allocation failing",
+                   [] {
+                     GetRfcTrace().SetTraceOn(0);
+                     rfc::testing::FailNextAllocation();
+                     GetRfcTrace().WriteHeader();
+                     GetRfcTrace().WriteLine("one");
+                     GetRfcTrace().WriteBlankLines(5);
+                     GetRfcTrace().WriteError(RFC_ERROR_INFO{});
+                   },
+                   [] {
+                     const int pending = rfc::testing::PendingAllocationFaults();
+                     rfc::testing::ClearAllocationFaults();
+                     return "allocation failures pending " + std::to_string(pending);
+                   }});
+  steps.push_back({"a file there already; the thread's record failing", [] {
+                     std::ofstream(rfc_test::TraceFileOf(GetRfcTrace().GetDirectory(), platform::CurrentThreadId()),
+                                   std::ios::binary) << "earlier\r\n";
+                     rfc::testing::FailNextAllocation();
+                     GetRfcTrace().WriteLine("not written");
+                   }});
+  steps.push_back({"lines: first, null, 0, -3 and 2 blank ones, two\\nparts", [] {
+                     GetRfcTrace().WriteLine("first");
+                     GetRfcTrace().WriteLine(nullptr);
+                     GetRfcTrace().WriteBlankLines(0);
+                     GetRfcTrace().WriteBlankLines(-3);
+                     GetRfcTrace().WriteBlankLines(2);
+                     GetRfcTrace().WriteLine("two\nparts");
+                   }});
+  steps.push_back({"trace on as -7", [] { GetRfcTrace().SetTraceOn(-7); },
+                   [] {
+                     GetRfcTrace().WriteLine("on");
+                     return "IsTraceOn " + std::to_string(GetRfcTrace().IsTraceOn() != 0);
+                   }});
+  // Conversions: the small integer readings trace every call, the others
+  // only their failures; a failed packed reading traces BCD2Str's line and
+  // the operation's entry in the wording of the assignment direction.
+  unsigned char small_byte = 3, packed_bytes[3] = {0x00, 0x00, 0x2C}, bad_bytes[2] = {0x0A, 0x1C}, short_bytes[2] = {};
+  unsigned char text_bytes[5] = {'0', '0', '7', '7', '7'}, unsized_byte = 0, good_bytes[2] = {0x01, 0x2C};
+  CRfcData small(1), packed(1), bad(1), target(1), text(1), unsized(1), good(1);
+  small.Init(&small_byte, TYPE_INT1, 1, 0);
+  packed.Init(packed_bytes, TYPE_BCD, 3, 2);
+  bad.Init(bad_bytes, TYPE_BCD, 2, 0);
+  target.Init(short_bytes, TYPE_BCD, 2, 0);
+  unsized.Init(&unsized_byte, TYPE_CHAR, -1, 0);  // without a length even "" is too long
+  good.Init(good_bytes, TYPE_BCD, 2, 0);
+  text.Init(text_bytes, TYPE_NUM, 5, 0);
+  const std::pair<const char*, void (*)(CRfcData&)> readings[] = {
+      {"RFC_INT1", ReadAs<RFC_INT1>}, {"RFC_INT2", ReadAs<RFC_INT2>}, {"RFC_INT", ReadAs<RFC_INT>},
+      {"RFC_FLOAT", ReadAs<RFC_FLOAT>}, {"CSTR", ReadAs<CSTR>}};
+  for (const auto& [value, name] : {std::pair{&small, "INT1 03"}, {&packed, "BCD/2 00 00 2C"}, {&bad, "BCD 0A 1C"}}) {
+    for (const auto& [reading, read] : readings) {
+      steps.push_back({std::string(reading) + " of " + name, [&, value, read] { read(*value); }});
+    }
+  }
+  steps.push_back({"BCD/2 = \"1.5\", = 2", [&] {
+                     packed = "1.5";
+                     packed = 2;
+                   }});
+  steps.push_back({"BCD/2 = 12345", [&] { target = 12345; }});
+  steps.push_back({"BCD/2 = \"1x\"", [&] { target = "1x"; }});
+  steps.push_back({"BCD/2 = \"1x\", trace off", [&] {
+                     GetRfcTrace().SetTraceOn(0);
+                     target = "1x";
+                   }});
+  steps.push_back({"NUM \"00777\" = \"123456\"", [&] { text = "123456"; }});
+  steps.push_back({"CHAR without length = \"\"", [&] { unsized = ""; }});
+  steps.push_back({"CSTR of 01 2C, allocation failing", [&] {
+                     rfc::testing::FailNextAllocation();
+                     static_cast<void>(static_cast<CSTR>(good));
+                   },
+                   [&] { return std::string(static_cast<CSTR>(good)) + " read again"; }});
+
+  // Every string allocation reports as InitBuffer's; the string is usable
+  // after a new assignment.
+  const std::pair<const char*, void (*)(CRfcString&, const CRfcString&)> string_cases[] = {
+      {"construction", [](CRfcString& s, const CRfcString&) { s = CRfcString("abc"); }},
+      {"construction with capacity", [](CRfcString& s, const CRfcString&) { s = CRfcString("abc", 30); }},
+      {"copy", [](CRfcString& s, const CRfcString&) { CRfcString copy(s); }},
+      {"Mid", [](CRfcString& s, const CRfcString& other) { other.Mid(s, 1, 2); }},
+      {"assignment", [](CRfcString& s, const CRfcString& other) { s = other; }},
+      {"text assignment", [](CRfcString& s, const CRfcString&) { s = "xyz"; }},
+      {"append", [](CRfcString& s, const CRfcString&) { s += "xyz"; }},
+      {"InitBuffer", [](CRfcString& s, const CRfcString&) { s.InitBuffer(10); }},
+  };
+  std::vector<CRfcString> strings(std::size(string_cases), CRfcString("keep"));
+  const CRfcString other("other");
+  // `change` of `value` with its allocation failing; what the value shows
+  // then, and after `again`.
+  auto failing = [&steps](const std::string& name, auto& value, auto change, auto again) {
+    steps.push_back({name + ", allocation failing",
+                     [&value, change] {
+                       rfc::testing::FailNextAllocation();
+                       change(value);
+                     },
+                     [&value, again] {
+                       const std::string after = Shown(value);
+                       again(value);
+                       return after + ", then " + Shown(value);
+                     }});
+  };
+  for (size_t i = 0; i < std::size(string_cases); ++i) {
+    failing(std::string("string ") + string_cases[i].first, strings[i],
+            [&other, change = string_cases[i].second](CRfcString& s) { change(s, other); },
+            [](CRfcString& s) { s = "again"; });
+  }
+
+  // A list's failed growth keeps the storage and its entries, and it grows
+  // afterwards.
+  const std::pair<const char*, void (*)(CRfcList<int>&)> list_cases[] = {
+      {"Add", [](CRfcList<int>& list) { list.Add(&g_items[10]); }},
+      {"SetAtGrow", [](CRfcList<int>& list) { list.SetAtGrow(15, &g_items[15]); }},
+      {"InitList", [](CRfcList<int>& list) { list.InitList(30); }},
+  };
+  std::array<CRfcList<int>, std::size(list_cases)> lists;
+  for (size_t i = 0; i < lists.size(); ++i) {
+    for (int item = 0; item < 10; ++item) lists[i].Add(&g_items[item]);
+    failing(std::string("list of 10, ") + list_cases[i].first, lists[i], list_cases[i].second,
+            [](CRfcList<int>& list) { list.Add(&g_items[10]); });
+  }
+
+  // The library's error record, raised by value and traced on request, and
+  // a failure of the class library's own.
+  rfc_test::Fake().SetLastError("STUB_KEY_WITH_24_CHARSXY", "stub status", "stub message");
+  steps.push_back({"library error, traced", [] { ThrowRfcLastError(true); }});
+  steps.push_back({"library error, untraced", [] { ThrowRfcLastError(false); }});
+  steps.push_back({"library error, traced, trace off", [] {
+                     GetRfcTrace().SetTraceOn(0);
+                     ThrowRfcLastError(true);
+                   }});
+  steps.push_back({"own failure", [] { ThrowRfcFailure("CSomething::Operation called", {"first", "second"}, "Thrown text"); }});
+
+  // WriteError cuts key and status, and never reads past a field.
+  RFC_ERROR_INFO full{"", "", "", "never written"};
+  std::memset(full.key, 'k', sizeof full.key);  // no terminator
+  std::memset(full.status, 's', sizeof full.status);
+  steps.push_back({"WriteError of 23/2/3, 24/11/9, 2/0/0, 0/1/1 characters and of full fields",
+                   [&] {
+                     GetRfcTrace().WriteError({"ABCDEFGHIJKLMNOPQRSTUVW", "ST", "MSG", "never written"});
+                     GetRfcTrace().WriteError({"ABCDEFGHIJKLMNOPQRSTUVWX", "status text", "a message", "never written"});
+                     GetRfcTrace().WriteError({"AB", "", "", "never written"});
+                     GetRfcTrace().WriteError({"", "S", "M", "never written"});
+                     GetRfcTrace().WriteError(full);
+                   },
+                   [] {
+                     return CRfcTrace::ErrorLine("Message:", "abc", 2) + "|" + CRfcTrace::ErrorLine("Key:    ", nullptr, 4) +
+                            "|" + CRfcTrace::ErrorLine("", "ab", 4);
+                   }});
+  EXPECT_TRUE(testutil::MatchesExpectedFile(rfc_test::Transcript(steps), "tests/rfc/expected/failures.txt"));
+}
+
+}  // namespace
