@@ -109,16 +109,6 @@ inline std::string Thrown(const std::function<void()>& code) {
   return "";
 }
 
-// Runs `code` traced: it traces the header, `operation` and `text` and
-// throws `thrown` (by default `text`; "" for nothing thrown).
-inline void ExpectTracedFailure(const std::function<void()>& code, const char* operation, const std::string& text,
-                                const char* thrown = nullptr) {
-  auto run = RunTraced(code);
-  EXPECT_EQ(run.thrown, thrown != nullptr ? thrown : text);
-  EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::StartsWith("Rfc Class Library Trace at   "),
-                                                operation, text));
-}
-
 // A step of a transcript: what it does, and what it shows afterwards.
 struct Step {
   std::string name;
@@ -157,12 +147,6 @@ inline std::string Transcript(const std::vector<Step>& steps) {
     }
   });
   return out;
-}
-
-// The last `count` lines of a run.
-inline std::vector<std::string> Tail(const TracedRun& run, size_t count) {
-  return std::vector<std::string>(run.lines.end() - std::min(count, run.lines.size()),
-                                  run.lines.end());
 }
 
 // The stand-in library's state; loaded on first use.
