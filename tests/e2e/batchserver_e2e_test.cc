@@ -49,11 +49,13 @@ class BatchServerProcessTest : public BatchServerE2eTest {
 
 // The replies, the log (header block, offered functions, waiting lines, one
 // entry per batch), every XML document and what the process printed, whole.
-TEST_F(BatchServerProcessTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
+// Then the stop event ends the traced worker and the process stays.
+TEST_F(BatchServerProcessTest, ServesBatchesByteForByteAndTheStopEventEndsTheWorkerButNotTheProcess) {
   // An INI file that cannot be read ends the process with its message.
   const testutil::RunResult refused = testutil::RunCommand(
       {testutil::BuildDir() + "/bin/batchserver", instance_, dir_.File("missing dir name.ini")});
   std::string transcript = "missing INI -> " + testutil::Join(refused.exit_code, refused.out, refused.err) + "\n";
+  settings_["sap.client.trace"] = "1";
   StartServer();
   ASSERT_TRUE(WaitForServing()) << LogText() << ServerErr();
   // A batch with every field type (special characters, blanks, identifiers
@@ -72,18 +74,8 @@ TEST_F(BatchServerProcessTest, ServesBatchesAndWritesLogAndXmlByteForByte) {
   transcript += "== log\n" + LogText();
   for (const std::string& file : XmlFiles()) transcript += "\n== " + file + "\n" + testutil::ReadBytes(xml_ + "/" + file);
   transcript += "\n== out\n" + ServerOut() + "\n== err\n" + ServerErr();
-  transcript += "== traces: " + std::to_string(testutil::FileNames(work_).size()) + "\n";
   EXPECT_TRUE(testutil::MatchesExpectedFile(Normalised(transcript), "tests/e2e/expected/serving.txt"));
-}
 
-TEST_F(BatchServerProcessTest, StopEventEndsTheTracedWorkerAtTheNextIdleMomentAndTheProcessStays) {
-  settings_["sap.server.listen.timer"] = "1500";
-  settings_["sap.client.trace"] = "1";
-  StartServer();
-  ASSERT_TRUE(WaitForServing()) << LogText();
-  ASSERT_EQ(Call(kSmall).out, "BATCH_RC=1\n");
-  // The worker must be in the server loop, not still registering.
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
   const std::size_t threads = server_->ThreadCount();
   const testutil::RunResult stop = Batchctl("stop");
   ASSERT_EQ(stop.exit_code, 0) << stop.err;
@@ -191,6 +183,7 @@ TEST_F(BatchServerProcessTest, StatusTellsWhatTheWorkerDoesInEveryState) {
   }
   EXPECT_TRUE(std::regex_match(states, std::regex("READY=1\npreparing serving (preparing )?(retrying )+(stopping )?ended")))
       << states;
+  EXPECT_EQ(testutil::FileNames(work_).size(), 0u) << "trace 0 writes no trace";
 }
 
 // A logon through the message server serves; cycles that fail before
