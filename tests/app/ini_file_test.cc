@@ -30,14 +30,9 @@ class IniFileTest : public ::testing::Test {
     }
     return "no exception";
   }
-  // `text` on one line: line ends and zero bytes spelt out, the test's directory as <dir>.
-  std::string Shown(std::string text) const {
-    for (const auto& [from, to] : {std::pair{"\r"s, "\\r"s}, {"\n"s, "\\n"s}, {"\0"s, "\\0"s}, {dir_.path(), "<dir>"s}}) {
-      for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
-        text.replace(at, from.size(), to);
-      }
-    }
-    return text;
+  // `text` on one line, the test's directory as <dir>.
+  std::string Shown(const std::string& text) const {
+    return testutil::Escaped(testutil::Normalised(text, {{dir_.path(), "<dir>"}}));
   }
 
   testutil::TempDir dir_;

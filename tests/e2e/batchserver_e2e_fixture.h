@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -110,12 +111,10 @@ class BatchServerE2eTest : public ::testing::Test {
     text = testutil::WithPlaceholders(testutil::Normalised(text, {{dir_.path(), "<dir>"}, {instance_, "<instance>"}}),
                                       {{R"(/\d{8}\.log)", "/YYYYMMDD.log"}});
     std::vector<std::string> ids;
-    std::smatch id;
-    while (std::regex_search(text, id, std::regex(R"(\b[0-9]{15}\b)"))) {
-      const std::string found = id.str();
-      const size_t at = static_cast<size_t>(id.position(0));
-      if (std::find(ids.begin(), ids.end(), found) == ids.end()) ids.push_back(found);
-      text.replace(at, 15, "<id" + std::to_string(std::find(ids.begin(), ids.end(), found) - ids.begin() + 1) + ">");
+    for (std::smatch id; std::regex_search(text, id, std::regex(R"(\b[0-9]{15}\b)"));) {
+      auto known = std::find(ids.begin(), ids.end(), id.str());
+      if (known == ids.end()) known = ids.insert(known, id.str());
+      text.replace(static_cast<size_t>(id.position(0)), 15, "<id" + std::to_string(known - ids.begin() + 1) + ">");
     }
     return text;
   }
@@ -135,7 +134,7 @@ class BatchServerE2eTest : public ::testing::Test {
   const std::string logs_ = dir_.File("logs"), xml_ = dir_.File("xml"), work_ = dir_.File("work");
   std::map<std::string, std::string> settings_;
   std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
-  int calls_ = 0;
+  std::atomic<int> calls_{0};  // callers may run on several threads
 };
 
 }  // namespace e2e

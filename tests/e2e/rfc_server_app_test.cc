@@ -40,13 +40,6 @@ class ServerAppTest : public server_test::TranscriptTest {
     script().pending_calls.assign(calls.begin(), calls.end());
     return app.Run(0);
   }
-  // The name of what FindFunction finds and the index it reports.
-  static std::string Found(const CRfcServerApp& app, const char* name) {
-    int index = -1;
-    const CRfcServerFunc* function = app.FindFunction(name, &index);
-    return Join(function != nullptr ? function->GetName() : "none", index);
-  }
-
   CRfcConnection connection_;
 };
 
@@ -83,7 +76,9 @@ TEST_F(ServerAppTest, RefusalsCatchAllListenLoopAndFailingCalls) {
     for (const auto& [name, docu] : script().installed) answer += "\n  " + name + ": " + docu;
     answer += "\n  " + std::string(CRfcServerApp::DispatchDocu());
     for (const char* name : {"Z_FIRST", "Z_SECOND", "z_first", "Z_FIRST ", "", static_cast<const char*>(nullptr)}) {
-      answer += "\n  " + Found(*app, name);
+      int index = -1;  // the name found and the index reported
+      const CRfcServerFunc* found = app->FindFunction(name, &index);
+      answer += "\n  " + Join(found != nullptr ? found->GetName() : "none", index);
     }
     return answer + "\n  " + Join(app->FindFunction("Z_SECOND") == &second);
   });

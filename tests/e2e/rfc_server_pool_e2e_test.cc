@@ -23,19 +23,16 @@
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_app.h"
 #include "rfc/server/rfc_server_func.h"
-#include "tests/sapsim/support/rfc_library.h"
-#include "tests/sapsim/support/sapsim_process.h"
+#include "tests/e2e/batchserver_e2e_fixture.h"
 #include "tests/support/field_info.h"
-#include "tests/support/polling.h"
 
 namespace {
 
+using e2e::kProgramId;
 using testutil::CountOf;
 using testutil::Eventually;
 
-constexpr const char* kProgram = "POOLE2E";
-
-// Receives a table of ZPOOL_LINE lines and answers with their count.
+// Receives a table of ZE2E_SMALL lines and answers with their count.
 class CountingFunc : public CRfcServerFunc {
  public:
   explicit CountingFunc(const char* name) : CRfcServerFunc(name) { Init(); }
@@ -74,17 +71,14 @@ class CountingFunc : public CRfcServerFunc {
   CRfcTableParam table_{"BATCH_TABLE", 30, 0, 0, nullptr, ""};
 };
 
-class ServerPoolE2eTest : public ::testing::Test {
+class ServerPoolE2eTest : public e2e::BatchServerE2eTest {
  protected:
   static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str())); }
 
   void SetUp() override {
-    sapsim::testing::SapsimProcess::Options options;
-    options.system_file = dir_.Write("system.json", R"({"system_id": "POO", "release": "46C", "structures": {"ZPOOL_LINE": [
-        {"name": "H_IDENT", "type": "C", "length": 10}, {"name": "NAME", "type": "C", "length": 20}]}})");
-    sapsim_ = std::make_unique<sapsim::testing::SapsimProcess>(options);
+    BatchServerE2eTest::SetUp();
     // The vector the pool threads accept with, as a registration would cut it.
-    words_ = {"-a" + std::string(kProgram), "-g127.0.0.1", "-x" + sapsim_->port_text()};
+    words_ = {"-a" + std::string(kProgramId), "-g127.0.0.1", "-x" + sapsim_->port_text()};
     for (std::string& word : words_) argv_.push_back(word.data());
     argv_.push_back(nullptr);
     // The application's connection learns the vector by registering once;
@@ -97,7 +91,7 @@ class ServerPoolE2eTest : public ::testing::Test {
   int Registered() {
     int total = 0, initialising = 0, ready = 0, busy = 0;
     ErrorInfoEx error{};
-    RfcCheckRegisterServer(kProgram, "127.0.0.1", sapsim_->port_text().c_str(), &total, &initialising, &ready, &busy,
+    RfcCheckRegisterServer(kProgramId, "127.0.0.1", sapsim_->port_text().c_str(), &total, &initialising, &ready, &busy,
                            &error);
     return ready + busy;
   }
@@ -105,13 +99,9 @@ class ServerPoolE2eTest : public ::testing::Test {
   testutil::RunResult Call(int rows) {
     std::string csv = "H_IDENT,NAME\n";
     for (int i = 0; i < rows; ++i) csv += "K" + std::to_string(i) + ",row " + std::to_string(i) + "\n";
-    return testutil::RunCommand({sapsim::testing::SapsimPath(), "call", "--port", sapsim_->port_text(),
-                                        "--program-id", kProgram, "--function", "Z_POOL_COUNT", "--structure",
-                                        "ZPOOL_LINE", "--csv", dir_.Write(std::to_string(rows) + ".csv", csv)});
+    return BatchServerE2eTest::Call(csv, "Z_POOL_COUNT");
   }
 
-  testutil::TempDir dir_;
-  std::unique_ptr<sapsim::testing::SapsimProcess> sapsim_;
   std::vector<std::string> words_;
   std::vector<char*> argv_;
   CRfcConnection connection_;
@@ -137,7 +127,7 @@ TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
   }
   int total = 0, cancelled = 0;
   ErrorInfoEx error{};
-  RfcCancelRegisterServer(kProgram, "127.0.0.1", sapsim_->port_text().c_str(), &total, &cancelled, &error);
+  RfcCancelRegisterServer(kProgramId, "127.0.0.1", sapsim_->port_text().c_str(), &total, &cancelled, &error);
   pool.join();
   const std::string out = testing::internal::GetCapturedStdout();
   ASSERT_TRUE(all_registered) << out;

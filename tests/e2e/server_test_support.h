@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <regex>
 #include <string>
 
 #include "rfc/function/rfc_simple_param.h"
@@ -71,8 +70,8 @@ class TranscriptTest : public ::testing::Test {
   }
   // The transcript, its trace times as a placeholder, against `expected`.
   ::testing::AssertionResult TranscriptMatches(const std::string& expected) const {
-    const std::string normalised = std::regex_replace(transcript_, std::regex("Trace at   .*"), "Trace at   <time>");
-    return testutil::MatchesExpectedFile(normalised, expected);
+    return testutil::MatchesExpectedFile(testutil::WithPlaceholders(transcript_, {{"Trace at   .*", "Trace at   <time>"}}),
+                                         expected);
   }
 
   std::string transcript_;
