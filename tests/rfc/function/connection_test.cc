@@ -1,26 +1,10 @@
-// Connections against the stand-in library: modes and their option blocks, the
-// open and its trace lines, the open lock, the ping, closing only what was
-// opened, accepting, the partner's release, the system information, and the
-// default transform.
-
-#include <gtest/gtest.h>
+// Connections against the stand-in library: opening, pinging, closing,
+// accepting, the release, the system information and the default transform.
 
 #include <chrono>
-#include <cstring>
-#include <functional>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_connection.h"
-#include "rfc/core/rfc_error.h"
-#include "rfc/function/rfc_client_func.h"
-#include "rfc/function/rfc_meta_dump.h"
-#include "rfc/function/rfc_simple_param.h"
-#include "rfc/function/rfc_struct_param.h"
-#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/function/function_transcript.h"
 
 namespace {

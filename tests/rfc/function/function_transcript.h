@@ -4,13 +4,21 @@
 // is compared whole with its expected file.
 
 #include <cstdio>
+#include <memory>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "rfc/core/rfc_connection.h"
+#include "rfc/function/rfc_client_func.h"
+#include "rfc/function/rfc_meta_dump.h"
+#include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_struct_param.h"
+#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/rfc_test_support.h"
 #include "tests/support/expected_file.h"
+#include "tests/support/field_info.h"
 
 namespace fn_test {
 

@@ -1,28 +1,8 @@
-// Parameters and their descriptions: simple, structure and table parameters
-// (buffers and lengths by type, the entries handed to the RFC library, field
-// and cell access and their bounds, byte order, the internal table's life
-// cycle), the structure layout and installation, the metadata dump, and
-// allocation failures on the way.
-
-#include <gtest/gtest.h>
+// Simple, structure and table parameters, structure layouts and the metadata dump.
 
 #include <climits>
-#include <cstring>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "rfc/binding/rfc_binding.h"
-#include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_data.h"
-#include "rfc/function/rfc_byte_order.h"
-#include "rfc/function/rfc_meta_dump.h"
-#include "rfc/function/rfc_simple_param.h"
-#include "rfc/function/rfc_struct_info.h"
-#include "rfc/function/rfc_struct_param.h"
-#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/function/function_transcript.h"
-#include "tests/support/field_info.h"
 
 namespace {
 
