@@ -272,10 +272,10 @@ TEST_F(ConnectionTest, SystemInformationIsFetchedOnceAndFlattened) {
 TEST_F(ConnectionTest, TheDefaultTransform) {
   CRfcConnection connection;
   CRfcString text("~"), two("\x02");
-  out << connection.Encrypt(text) << " " << fn_test::Printable(static_cast<const char*>(text)) << " ";
+  out << connection.Encrypt(text) << " " << testutil::Escaped(static_cast<const char*>(text)) << " ";
   connection.Decrypt(text);
   connection.Decrypt(two);
-  out << fn_test::Printable(static_cast<const char*>(text)) << " " << fn_test::Printable(static_cast<const char*>(two)) << "\n";
+  out << testutil::Escaped(static_cast<const char*>(text)) << " " << testutil::Escaped(static_cast<const char*>(two)) << "\n";
   std::string all;  // 1 to 125 survive the round trip (0 cannot stand in a text)
   for (int b = 1; b <= 125; ++b) all += static_cast<char>(b);
   CRfcString round(all.c_str());

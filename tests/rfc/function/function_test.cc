@@ -286,7 +286,7 @@ TEST_F(AutoCreationTest, TheDictionaryLinesAndTypeLetters) {
     out << "\n";
   }
   for (char letter : std::string("CDPTXNFIsbgcSBh \0", 17)) {
-    out << fn_test::Printable(std::string(1, letter)) << CRfcGetFunctionInterface::TypeOfExid(letter) << " ";
+    out << testutil::Escaped(std::string(1, letter)) << CRfcGetFunctionInterface::TypeOfExid(letter) << " ";
   }
 }
 
