@@ -389,12 +389,12 @@ TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
   // A refused registration keeps the one there was.
   CRfcGetFunctionInterface::RegisterParamsTypes(false);
   fake().install_result = 1;
-  EXPECT_THROW(CRfcGetFunctionInterface::RegisterParamsTypes(true), const char*);
-  EXPECT_THROW(CRfcGetStructureDefinition::RegisterFieldsTypes(false), const char*);
+  out << rfc_test::Thrown([] { CRfcGetFunctionInterface::RegisterParamsTypes(true); }) << ", "
+      << rfc_test::Thrown([] { CRfcGetStructureDefinition::RegisterFieldsTypes(false); });
   fake().install_result = 0;
   fake().installs.clear();
   CRfcGetFunctionInterface::RegisterParamsTypes(false);
-  EXPECT_TRUE(fake().installs.empty());
+  out << "; installed again: " << fake().installs.size() << "\n";
 
   // The structure reader fails the same way; a name too long for an old
   // partner's TABNAME fails as the value itself says, before any call.
