@@ -238,15 +238,10 @@ class AutoCreationTest : public fn_test::TranscriptTest {
       bool unused = false;
       rfc_test::TracedRun run = rfc_test::RunTraced([&] {
         rfc::testing::FailAllocations(k, 1);
-        try {
-          code();
-        } catch (...) {
-          rfc::testing::ClearAllocationFaults();
-          throw;
-        }
+        code();
         unused = rfc::testing::PendingAllocationFaults() > 0;
-        rfc::testing::ClearAllocationFaults();
       });
+      rfc::testing::ClearAllocationFaults();
       if (std::count(run.lines.begin(), run.lines.end(), line) > 0 || unused) return run;
     }
   }
