@@ -328,24 +328,6 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
         } catch (const RFC_ERROR_INFO&) {
         }
       },
-      [] {  // a described function called, its table read and its parameters dumped
-        rfc_test::Answer({{{"I", "KEY", "SIMPLE", "KEY", "C", 4}, {"E", "PAIR", "ZPAIR", "", "u", 8},
-                           {"T", "ROWS", "ZPAIR", "", "h", 8}},
-                          {{"ZPAIR", {{"ZPAIR", "K", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}});
-        Fake().receive = rfc_test::FillTable("ROWS", {"abcd", "efgh"});
-        CRfcConnection connection;
-        connection.AttachHandle(3);
-        CRfcClientFunc function(&connection, "Z_SWEEP", 1);
-        char* exception = nullptr;
-        function.CallReceive(exception, 1);
-        CRfcTableParam* rows = function.GetTables().GetAt(0);
-        if (std::string(rows->GetData(ItGetLine(rows->GetTableHandle(), 2), 0)) != "efgh") throw "wrong cell";
-        CRfcMetaDump dump;
-        function.GetImports().GetAt(0)->Dump(dump, "IMPORT");
-        function.GetExports().GetAt(0)->Dump(dump, "EXPORT");
-        rows->Dump(dump, "TABLE");
-        if (dump.GetLineCount() != 4 + 2 + 4 + 12) throw "wrong dump";
-      },
   };
   for (const auto& operation : operations) {
     std::set<std::string> outcomes;
