@@ -1,13 +1,10 @@
 #pragma once
-// The stand-in RFC library of the unit tests: a real shared library exporting
-// the 24 entry points, loaded through LoadRfcLibrary like the real one. Its
-// answers are scripted and it records only what tests read. Tests reach its
-// state through StandIn(path); they read it only while no call is under way.
-// Built twice: complete, and without RfcCheckRegisterServer (for the binding).
-// Until its first Reset every RfcCall fails (see stand_in_rfc.cc).
-//
-// Everything here is inline so that the library and the test executables agree
-// on it without sharing code.
+// The stand-in RFC library of the unit tests: a shared library exporting the
+// 24 entry points, loaded through LoadRfcLibrary like the real one, with
+// scripted answers and records of what tests read (through StandIn(path),
+// while no call is under way). Built twice: complete, and without
+// RfcCheckRegisterServer. Until its first Reset every RfcCall fails. All
+// inline, so that the library and the tests agree on it without sharing code.
 
 #include <chrono>
 #include <cstdint>
@@ -133,12 +130,6 @@ struct State {
       if (r.entry == entry) found.push_back(r);
     }
     return found;
-  }
-  size_t Count(const std::string& entry) const { return CallsOf(entry).size(); }
-  std::vector<std::string> Entries() const {
-    std::vector<std::string> names;
-    for (const Record& r : log) names.push_back(r.entry);
-    return names;
   }
   std::vector<Install> InstallsOf(const std::string& name) const {
     std::vector<Install> found;

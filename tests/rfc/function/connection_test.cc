@@ -1,26 +1,10 @@
-// Connections against the stand-in library: modes and their option blocks, the
-// open and its trace lines, the open lock, the ping, closing only what was
-// opened, accepting, the partner's release, the system information, and the
-// default transform.
-
-#include <gtest/gtest.h>
+// Connections against the stand-in library: opening, pinging, closing,
+// accepting, the release, the system information and the default transform.
 
 #include <chrono>
-#include <cstring>
-#include <functional>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_connection.h"
-#include "rfc/core/rfc_error.h"
-#include "rfc/function/rfc_client_func.h"
-#include "rfc/function/rfc_meta_dump.h"
-#include "rfc/function/rfc_simple_param.h"
-#include "rfc/function/rfc_struct_param.h"
-#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/function/function_transcript.h"
 
 namespace {
@@ -288,10 +272,10 @@ TEST_F(ConnectionTest, SystemInformationIsFetchedOnceAndFlattened) {
 TEST_F(ConnectionTest, TheDefaultTransform) {
   CRfcConnection connection;
   CRfcString text("~"), two("\x02");
-  out << connection.Encrypt(text) << " " << fn_test::Printable(static_cast<const char*>(text)) << " ";
+  out << connection.Encrypt(text) << " " << testutil::Escaped(static_cast<const char*>(text)) << " ";
   connection.Decrypt(text);
   connection.Decrypt(two);
-  out << fn_test::Printable(static_cast<const char*>(text)) << " " << fn_test::Printable(static_cast<const char*>(two)) << "\n";
+  out << testutil::Escaped(static_cast<const char*>(text)) << " " << testutil::Escaped(static_cast<const char*>(two)) << "\n";
   std::string all;  // 1 to 125 survive the round trip (0 cannot stand in a text)
   for (int b = 1; b <= 125; ++b) all += static_cast<char>(b);
   CRfcString round(all.c_str());
@@ -343,24 +327,6 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
           function.CallReceive(exception, 0);
         } catch (const RFC_ERROR_INFO&) {
         }
-      },
-      [] {  // a described function called, its table read and its parameters dumped
-        rfc_test::Answer({{{"I", "KEY", "SIMPLE", "KEY", "C", 4}, {"E", "PAIR", "ZPAIR", "", "u", 8},
-                           {"T", "ROWS", "ZPAIR", "", "h", 8}},
-                          {{"ZPAIR", {{"ZPAIR", "K", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}});
-        Fake().receive = rfc_test::FillTable("ROWS", {"abcd", "efgh"});
-        CRfcConnection connection;
-        connection.AttachHandle(3);
-        CRfcClientFunc function(&connection, "Z_SWEEP", 1);
-        char* exception = nullptr;
-        function.CallReceive(exception, 1);
-        CRfcTableParam* rows = function.GetTables().GetAt(0);
-        if (std::string(rows->GetData(ItGetLine(rows->GetTableHandle(), 2), 0)) != "efgh") throw "wrong cell";
-        CRfcMetaDump dump;
-        function.GetImports().GetAt(0)->Dump(dump, "IMPORT");
-        function.GetExports().GetAt(0)->Dump(dump, "EXPORT");
-        rows->Dump(dump, "TABLE");
-        if (dump.GetLineCount() != 4 + 2 + 4 + 12) throw "wrong dump";
       },
   };
   for (const auto& operation : operations) {

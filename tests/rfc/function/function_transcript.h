@@ -3,27 +3,23 @@
 // trace lines, what the stand-in library was handed) into one transcript that
 // is compared whole with its expected file.
 
-#include <cstdio>
+#include <memory>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "rfc/core/rfc_connection.h"
+#include "rfc/function/rfc_client_func.h"
+#include "rfc/function/rfc_meta_dump.h"
+#include "rfc/function/rfc_simple_param.h"
+#include "rfc/function/rfc_struct_param.h"
+#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/rfc_test_support.h"
 #include "tests/support/expected_file.h"
+#include "tests/support/field_info.h"
 
 namespace fn_test {
-
-// Bytes as text: printable characters as they are, the others as \xNN.
-inline std::string Printable(const std::string& bytes) {
-  std::string text;
-  for (unsigned char c : bytes) {
-    char hex[8];
-    std::snprintf(hex, sizeof hex, "\\x%02X", c);
-    text += c >= 0x20 && c < 0x7F ? std::string(1, static_cast<char>(c)) : std::string(hex);
-  }
-  return text;
-}
 
 // The trace lines of a run, marked; the header's date and time (which vary)
 // become placeholders, so the rest of the header line stays pinned.
@@ -41,7 +37,7 @@ inline std::string Entries(const std::vector<stand_in::Entry>& entries) {
   std::string text;
   for (const stand_in::Entry& e : entries) {
     text += " " + e.name + (e.bytes.empty() ? "" : " " + std::to_string(e.type)) + "/";
-    text += std::to_string(e.length) + (e.bytes.empty() ? "" : " '" + Printable(e.bytes) + "'");
+    text += std::to_string(e.length) + (e.bytes.empty() ? "" : " '" + testutil::Escaped(e.bytes) + "'");
   }
   return text;
 }

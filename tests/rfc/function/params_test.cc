@@ -1,38 +1,18 @@
-// Parameters and their descriptions: simple, structure and table parameters
-// (buffers and lengths by type, the entries handed to the RFC library, field
-// and cell access and their bounds, byte order, the internal table's life
-// cycle), the structure layout and installation, the metadata dump, and
-// allocation failures on the way.
-
-#include <gtest/gtest.h>
+// Simple, structure and table parameters, structure layouts and the metadata dump.
 
 #include <climits>
-#include <cstring>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "rfc/binding/rfc_binding.h"
-#include "rfc/core/rfc_allocation.h"
-#include "rfc/core/rfc_data.h"
-#include "rfc/function/rfc_byte_order.h"
-#include "rfc/function/rfc_meta_dump.h"
-#include "rfc/function/rfc_simple_param.h"
-#include "rfc/function/rfc_struct_info.h"
-#include "rfc/function/rfc_struct_param.h"
-#include "rfc/function/rfc_table_param.h"
 #include "tests/rfc/function/function_transcript.h"
-#include "tests/support/field_info.h"
 
 namespace {
 
-using fn_test::Printable;
+using testutil::Escaped;
 using fn_test::Seen;
 using fn_test::Traced;
 using test_support::Field;
 
 std::string Bytes(const unsigned char* data, int length) {
-  return data == nullptr ? "no buffer" : "'" + Printable(std::string(reinterpret_cast<const char*>(data), static_cast<size_t>(length))) + "'";
+  return data == nullptr ? "no buffer" : "'" + Escaped(std::string(reinterpret_cast<const char*>(data), static_cast<size_t>(length))) + "'";
 }
 
 // The entry handed to the library: name type/length, and whether it points at the buffer.
@@ -58,9 +38,7 @@ TEST_F(ParamTest, SimpleParametersTakeTheLengthOfTheirTypeAndStartCleared) {
     // The block holds two bytes more (the sanitizer build sees an overrun).
     if (param.GetBuffer() != nullptr) std::memset(param.GetBuffer(), 0x5A, static_cast<size_t>(param.GetLength()) + 2);
   }
-}
-
-TEST_F(ParamTest, SimpleValuesResetRetypeAndTurnAround) {
+  // A value reset, retyped and turned around.
   CRfcSimpleParam amount("AMOUNT", TYPE_BCD, 5, 2, 0);
   amount.Value() = "12.5";
   out << amount.GetDecimals() << " " << static_cast<CSTR>(amount.Value()) << " ";
@@ -193,7 +171,7 @@ TEST_F(TableParamTest, ReceivedTablesAreForgottenNotDeleted) {
 
 // Each failure is traced and thrown; the table stays as it was (emptied
 // before a failed delete) and usable.
-TEST_F(TableParamTest, FailuresOfTheLibraryAreReportedAndLeaveTheTableUsable) {
+TEST_F(TableParamTest, FailuresAndOutOfRangeLinesLeaveTheTableUsable) {
   CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
   fake().itcreate_failures = 1;
   out << Traced(rfc_test::RunTraced([&] { table.Create(); })) << State(table) << "\n";
@@ -207,17 +185,14 @@ TEST_F(TableParamTest, FailuresOfTheLibraryAreReportedAndLeaveTheTableUsable) {
   fake().itdelete_result = 0;
   table.Delete();
   out << State(table) << "\n";
-}
-
-// GotoLine(n) positions on line n+1, growing the table; beyond the library's
-// lines or below 0 it positions nowhere.
-TEST_F(TableParamTest, GotoLinePositionsAndGrowsTheTable) {
-  CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
-  out << table.GotoLine(0) << " " << State(table) << "\n";
-  table.Create();
-  out << table.GotoLine(4) << " " << State(table) << "\n";
+  // GotoLine(n) positions on line n+1, growing the table; beyond the
+  // library's lines or below 0 it positions nowhere.
+  CRfcTableParam grown("T", 8, 0, 0, nullptr, nullptr);
+  out << grown.GotoLine(0) << " " << State(grown) << "\n";
+  grown.Create();
+  out << grown.GotoLine(4) << " " << State(grown) << "\n";
   fake().max_lines = 5;
-  for (int beyond : {5, -1}) out << table.GotoLine(beyond) << " " << State(table) << "\n";
+  for (int beyond : {5, -1}) out << grown.GotoLine(beyond) << " " << State(grown) << "\n";
 }
 
 // One accessor: a reference taken earlier follows the newest cell. Numbers of
@@ -232,7 +207,7 @@ TEST_F(TableParamTest, GetDataBindsTheOneAccessorToACell) {
   CRfcData& count = table.GetData(line, 1);
   count = 4711;
   EXPECT_EQ(count.GetData(), line + 4);
-  out << static_cast<RFC_INT>(count) << " '" << Printable(std::string(reinterpret_cast<char*>(line), 8)) << "' ";
+  out << static_cast<RFC_INT>(count) << " '" << Escaped(std::string(reinterpret_cast<char*>(line), 8)) << "' ";
   EXPECT_EQ(&table.GetData(line, 0), &count);
   out << static_cast<CSTR>(count) << "\n";
   const unsigned char big_endian[4] = {0x00, 0x00, 0x01, 0x02};
@@ -243,17 +218,14 @@ TEST_F(TableParamTest, GetDataBindsTheOneAccessorToACell) {
   out << static_cast<RFC_INT>(table.GetData(line, 1)) << " ";
   table.SetNativeLines(1);
   out << table.GetData(line, 1).GetNativeOrder() << "\n";
-}
-
-// Columns -1, 1 (undescribed) and 3, and a line of none.
-TEST_F(TableParamTest, GetDataOutsideTheDescribedColumnsThrows) {
-  CRfcTableParam table("T", 0, 0, 0, nullptr, nullptr);
-  table.SetTypeHandle(5);
-  Describe(table, true);
-  table.Create();
-  ASSERT_EQ(table.GotoLine(0), 1);
-  for (int column : {-1, 1, 3}) out << Traced(rfc_test::RunTraced([&] { table.GetData(table.GetCurrentLine(), column); }));
-  out << rfc_test::Thrown([&] { table.GetData(nullptr, 0); }) << "\n";
+  // Columns -1, 1 (undescribed) and 3, and a line of none.
+  CRfcTableParam gap("T", 0, 0, 0, nullptr, nullptr);
+  gap.SetTypeHandle(5);
+  Describe(gap, true);
+  gap.Create();
+  ASSERT_EQ(gap.GotoLine(0), 1);
+  for (int column : {-1, 1, 3}) out << Traced(rfc_test::RunTraced([&] { gap.GetData(gap.GetCurrentLine(), column); }));
+  out << rfc_test::Thrown([&] { gap.GetData(nullptr, 0); }) << "\n";
 }
 
 // A structure description of its own that records the lengths it is given.
@@ -370,10 +342,7 @@ TEST_F(StructInfoTest, WhenNoInstallationHappens) {
   none.SetTypeHandle(1);
   none.AddFieldInfo(nullptr, 2);  // no records: none kept, no room taken
   out << "no records:" << Kept(none) << "\ncalled:" << Seen() << "\n";
-}
-
-// Allocation 2 (copy of B) and 3 (storage for B) fail; A stays described.
-TEST_F(StructInfoTest, AllocationFailuresAreReportedWithoutLeaks) {
+  // Allocation 2 (copy of B) and 3 (storage for B) fail; A stays described.
   for (int skip : {2, 3}) {
     RecordingStruct info("S");
     out << Traced(rfc_test::RunTraced([&] {

@@ -1,8 +1,6 @@
-// The class library against a simulated SAP system where the batch server
-// end to end does not take it: partners of old and new releases in turn, a
-// release asked through the system parameters, an exception of the partner.
-// librfcsim.so is loaded through LoadRfcLibrary as the batch server loads its
-// RFC library.
+// The class library against a simulated SAP system (librfcsim.so, loaded as
+// the batch server loads its RFC library): partners of old, new and unknown
+// releases, and an exception of the partner.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -75,8 +73,7 @@ std::vector<std::string> ReadTable(CRfcClientFunc& function, const char* table, 
 
 TEST(SapsimE2eTest, PartnersOfOldAndNewReleasesInTurn) {
   ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
-  System modern("46C");
-  System old("31I");
+  System modern("46C"), old("31I"), unknown("");
   ASSERT_STREQ(static_cast<const char*>(old.connection.GetRelease()), "31I");
   EXPECT_EQ(modern.connection.Ping(), modern.connection.GetHandle());
   // Alternating partners make both line structures change their layout.
@@ -99,15 +96,10 @@ TEST(SapsimE2eTest, PartnersOfOldAndNewReleasesInTurn) {
                   ElementsAre("100|Z_BATCH_ORDERS", "100|Z_BATCH_LOWER"));
     }
   }
+  // Only an empty release is asked through the system parameters.
   EXPECT_THAT(modern.Log(), ::testing::Not(HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS")));
-}
-
-TEST(SapsimE2eTest, AnEmptyReleaseIsAskedThroughTheSystemParameters) {
-  ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str()));
-  System system("");
-  ASSERT_NE(system.connection.GetHandle(), 0u);
-  EXPECT_THAT(system.Log(), HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS"));
-  EXPECT_STREQ(static_cast<const char*>(system.connection.GetRelease()), "");
+  EXPECT_THAT(unknown.Log(), HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS"));
+  EXPECT_STREQ(static_cast<const char*>(unknown.connection.GetRelease()), "");
 }
 
 }  // namespace
