@@ -70,8 +70,7 @@ class TranscriptTest : public ::testing::Test {
   }
   // The transcript, its trace times as a placeholder, against `expected`.
   ::testing::AssertionResult TranscriptMatches(const std::string& expected) const {
-    return testutil::MatchesExpectedFile(testutil::WithPlaceholders(transcript_, {{"Trace at   .*", "Trace at   <time>"}}),
-                                         expected);
+    return testutil::MatchesExpectedFile(rfc_test::WithTraceTime(transcript_), expected);
   }
 
   std::string transcript_;

@@ -4,7 +4,6 @@
 // is compared whole with its expected file.
 
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -21,12 +20,10 @@
 
 namespace fn_test {
 
-// The trace lines of a run, marked; the header's date and time (which vary)
-// become placeholders, so the rest of the header line stays pinned.
+// The trace lines of a run, marked, the header's time as a placeholder.
 inline std::string Traced(const rfc_test::TracedRun& run) {
-  static const std::regex time("^(Rfc Class Library Trace at   )\\d{4}\\.\\d\\d\\.\\d\\d   \\d\\d:\\d\\d:\\d\\d$");
   std::string text;
-  for (const std::string& line : run.lines) text += "  | " + std::regex_replace(line, time, "$1YYYY.MM.DD   hh:mm:ss") + "\n";
+  for (const std::string& line : run.lines) text += "  | " + rfc_test::WithTraceTime(line) + "\n";
   if (run.threw_text) text += "  thrown: \"" + run.thrown + "\"\n";
   return text;
 }
