@@ -70,7 +70,6 @@ TEST(BatchctlTest, StatusReportsTheWorkersStateWithItsExitCode) {
   setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
   CWorkerStatus worker(name, "BATCHSRV", "sapgw1", "sapgw00");
   unsetenv("NOTIFY_SOCKET");
-  EXPECT_TRUE(manager.Received().empty()) << "nothing before the worker runs";
   const std::string failure = "partner \"gone\"\r\nnow";  // one line for the summary
   const std::pair<const char*, std::function<void()>> steps[] = {
       {"start", [&] { worker.Started(); }},

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <stdexcept>
-#include <thread>
 
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/support/polling.h"

@@ -160,8 +160,6 @@ TEST(LineConverter, MatchesFieldsByNameAndCutsOrPadsRawLines) {
   std::memcpy(src.data() + sender.fields[2].offset, "\x00\x00\x19\x99\x5C", 5);
   std::memcpy(src.data() + sender.fields[3].offset, "20240131", 8);
   LineConverter converter(sender, receiver);
-  EXPECT_FALSE(converter.identity());
-  EXPECT_TRUE(LineConverter(sender, sender).identity());
   std::string dst(receiver.length, '\xEE');
   std::string error, text = "fields:";
   ASSERT_TRUE(converter.Convert(src.data(), reinterpret_cast<uint8_t*>(dst.data()), &error)) << error;
