@@ -33,10 +33,8 @@ RfcTableEntry Table(const char* name, int32_t type, uint32_t line_length, TableH
   return RfcTableEntry{name, static_cast<uint32_t>(std::strlen(name)), type, line_length, handle, 0, 0};
 }
 // Empty parameter and table arrays, for calls that pass nothing.
-struct NoArgs {
-  RfcParameterEntry params[1] = {};
-  RfcTableEntry tables[1] = {};
-};
+RfcParameterEntry g_no_params[1] = {};
+RfcTableEntry g_no_tables[1] = {};
 
 // Set before any thread that dispatches starts: no lock.
 std::map<std::string, std::function<int(ConnectionHandle)>> g_handlers;
@@ -105,7 +103,7 @@ class Library : public ::testing::Test {
     if (exception != nullptr) *exception = raised != nullptr ? raised : "";
     return rc;
   }
-  int Answer(ConnectionHandle h) { return lib.RfcSendData(h, NoArgs().params, NoArgs().tables); }
+  int Answer(ConnectionHandle h) { return lib.RfcSendData(h, g_no_params, g_no_tables); }
   // The IDENT of each row read, or the exception raised.
   std::string ReadOrders(ConnectionHandle handle, const std::vector<std::string>& options,
                          int32_t rowcount = 0, const std::string& table = "ZORDERS") {
@@ -118,9 +116,8 @@ class Library : public ::testing::Test {
       std::memcpy(lib.ItGupLine(options_table, static_cast<unsigned>(i + 1)), line.data(), 72);
     }
     RfcTableEntry tables[] = {Table("OPTIONS", RFCTYPE_CHAR, 72, options_table), Table("DATA", RFCTYPE_CHAR, 512), {}};
-    NoArgs none;
     std::string exception, idents;
-    const int rc = CallReceive(handle, "RFC_READ_TABLE", imports, none.params, tables, &exception);
+    const int rc = CallReceive(handle, "RFC_READ_TABLE", imports, g_no_params, tables, &exception);
     for (unsigned n = 1; rc == RFC_OK && n <= lib.ItFill(tables[1].handle); ++n) {
       const std::string ident(static_cast<const char*>(lib.ItGetLine(tables[1].handle, n)), 10);
       idents += ident.substr(0, ident.find_last_not_of(' ') + 1) + ";";
@@ -194,13 +191,12 @@ TEST_F(Library, LogonsThatCannotSucceedSayWhyAndReadTableSelects) {
     for (const std::string& option : c.options) text += " [" + option + "]";
     text += " -> " + ReadOrders(handle, c.options, c.rowcount, c.table) + "\n";
   }
-  NoArgs none;
   for (const char* function : {"Z_DOES_NOT_EXIST", "RFCPING"}) {
-    const int rc = CallReceive(handle, function, none.params, none.params, none.tables);
+    const int rc = CallReceive(handle, function, g_no_params, g_no_params, g_no_tables);
     text += std::string(function) + " -> " + std::to_string(rc) + " " + (rc != RFC_OK ? lib.LastError() : "") + "\n";
   }
   char* exception = nullptr;
-  text += "receive without a call -> " + std::to_string(lib.RfcReceive(handle, none.params, none.tables, &exception));
+  text += "receive without a call -> " + std::to_string(lib.RfcReceive(handle, g_no_params, g_no_tables, &exception));
   text = testutil::WithPlaceholders(text, {{"\\b" + sapsim_->port_text() + "\\b", "<port>"}});
   EXPECT_TRUE(testutil::MatchesExpectedFile(text + "\n", "tests/sapsim/expected/library_client.txt"));
 }
@@ -253,11 +249,10 @@ TEST_F(Library, EveryCallIsAnsweredHoweverItsFunctionEndsOrItsCallerBreaksOff) {
   EXPECT_THROW(lib.RfcDispatch(server), std::runtime_error);
   text += "Z_THROWS: " + throws.get().err;
   text += "Z_FINE: " + ServeOne(server, "Z_FINE") + "\n";  // the connection goes on serving
-  char name[RFC_FUNCTION_NAME_SIZE];
-  NoArgs none;  // outside a call there is nothing to read or answer
+  char name[RFC_FUNCTION_NAME_SIZE];  // outside a call there is nothing to read or answer
   text += "outside a call: " + std::to_string(lib.RfcGetName(server, name)) + " ";
   text += std::to_string(lib.RfcRaise(server, "LATE")) + " ";
-  text += std::to_string(lib.RfcCall(server, "RFCPING", none.params, none.tables)) + "\n";
+  text += std::to_string(lib.RfcCall(server, "RFCPING", g_no_params, g_no_tables)) + "\n";
   EXPECT_TRUE(testutil::MatchesExpectedFile(text, "tests/sapsim/expected/library_server.txt"));
   {
     // A caller announces a call of a megabyte, sends a little of it and goes.

@@ -69,8 +69,6 @@ std::vector<uint8_t> Corrupt(size_t index, uint8_t value) {
 TEST(WireDecoding, RefusesEveryMalformedInput) {
   const std::vector<uint8_t> good = SampleFrame();
   const ValueDesc raw = ValueDesc::Raw(kTypeChar, 100);
-  const std::vector<uint8_t> two_rows = CallWithTable(raw, 2, 200);
-  EXPECT_EQ(2u, DecodeCall(two_rows.data(), two_rows.size()).tables[0].row_count);
   EXPECT_NO_THROW(DecodeDesc(ValueDesc::Simple(kTypeBcd, 2, kDecimalsUnknown)));
   const auto header = [](std::vector<uint8_t> bytes, size_t size) { DecodeHeader(bytes.data(), size); };
   const auto call = [](std::vector<uint8_t> bytes) { DecodeCall(bytes.data(), bytes.size()); };
@@ -99,7 +97,6 @@ TEST(WireDecoding, RefusesEveryMalformedInput) {
   lengths.U32(1000);
   std::vector<uint8_t> text = PayloadOf(lengths);
   const auto reader = [&](size_t skip, size_t size) { return PayloadReader(text.data() + skip, size); };
-  EXPECT_EQ("ABC", reader(0, 7).String());
 
   const std::pair<const char*, std::function<void()>> cases[] = {
       {"count beyond the bytes", [&] { reader(7, 4).Count(5000, 4); }},
