@@ -96,7 +96,6 @@ TEST(DynamicLibraryTest, LoadsFindsAndFails) {
   EXPECT_EQ(platform::DynamicLibrary::Load("librfc_missing_bare.so"), nullptr);
   error.clear();
   EXPECT_EQ(platform::LoadDynamicLibrary("", &error), nullptr) << "never the main program";
-  EXPECT_FALSE(error.empty());
 
   auto library = platform::DynamicLibrary::Load(BS_TEST_LIBRARY, &error);
   ASSERT_NE(library, nullptr) << error;
