@@ -17,7 +17,7 @@
 
 #include "gtest/gtest.h"
 #include "platform/posix/event_name_posix.h"
-#include "tests/platform/helper.h"
+#include "tests/support/processes.h"
 #include "tests/support/polling.h"
 
 namespace {
@@ -113,9 +113,9 @@ TEST(EventTest, RemainsAndObjectsOfOtherNamesAreNoEvent) {
   ASSERT_NE(bytes, MAP_FAILED);
   bytes[size - 1] ^= 1;  // the last byte of the stored name
   // Asked from another process: this one shares the open it holds.
-  EXPECT_EQ(platform_test::Run({"event-set", long_name}).exit_code, 2);
+  EXPECT_EQ(testutil::RunCommand({BS_TEST_CHILD, "event-set", long_name}).exit_code, 2);
   bytes[size - 1] ^= 1;
-  EXPECT_EQ(platform_test::Run({"event-set", long_name}).exit_code, 0);
+  EXPECT_EQ(testutil::RunCommand({BS_TEST_CHILD, "event-set", long_name}).exit_code, 0);
   EXPECT_TRUE(IsSet(*real));
   munmap(bytes, size);
   close(fd);

@@ -13,7 +13,7 @@
 
 #include "gtest/gtest.h"
 #include "platform/posix/file_cause_posix.h"
-#include "tests/platform/helper.h"
+#include "tests/support/processes.h"
 
 namespace {
 
@@ -44,7 +44,8 @@ TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
     EXPECT_EQ(cause, platform::kFileSharingViolation);
   }
   EXPECT_EQ(platform::WriteWholeFile(path, "lost", 4), platform::kFileSharingViolation);
-  EXPECT_EQ(platform_test::Run({"append", path, "lost"}).exit_code, platform::kFileSharingViolation);
+  EXPECT_EQ(testutil::RunCommand({BS_TEST_CHILD, "append", path, "lost"}).exit_code,
+            platform::kFileSharingViolation);
   int64_t size = -1;
   EXPECT_EQ(file->Write("3", 1), platform::kFileOk);
   char buffer[16] = {};

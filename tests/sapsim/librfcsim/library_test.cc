@@ -1,6 +1,5 @@
-// librfcsim.so against a running sapsim, for what the batch server's own runs
-// cannot provoke: refused logons, broken partners, calls that end badly,
-// concurrent clients; and `sapsim` run as users run it.
+// librfcsim.so against a running sapsim, for what the batch server's own runs cannot provoke: refused
+// logons, broken partners, calls that end badly, concurrent clients; and `sapsim` run as users run it.
 
 #include <sys/socket.h>
 

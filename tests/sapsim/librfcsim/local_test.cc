@@ -1,6 +1,5 @@
-// The library's parts that work without a connection: internal tables and
-// registries reached directly (so that allocation failures can be injected),
-// and the entry points reached through dlopen as the batch server reaches them.
+// The library's parts that work without a connection: internal tables and registries reached directly
+// (so that allocation failures can be injected), and the entry points through the batch server's binding.
 
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,5 @@
-// Everything that decides whether bytes from the network are accepted:
-// frame headers, payload lengths, control messages, CALL and REPLY payloads,
-// value descriptions, and the channel that carries frames.
+// Everything that decides whether bytes from the network are accepted: frame headers, payload lengths,
+// control messages, CALL and REPLY payloads, value descriptions, and the channel that carries frames.
 
 #include <sys/socket.h>
 
