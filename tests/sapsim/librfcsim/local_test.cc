@@ -52,7 +52,6 @@ TEST(InternalTable, GrowsInRunsZeroFilledAndSurvivesFailedAllocations) {
   TableHandle mine = registry.Create("MINE", 10, 0);
   TableHandle received = registry.Create("RECEIVED", 10, 77);
   EXPECT_TRUE(registry.Free(received));  // emptied, still open
-  ASSERT_NE(nullptr, registry.Find(received));
   registry.ReleaseOwner(77);
   ASSERT_NE(nullptr, registry.Find(received));  // the receiver still holds it after the close
   EXPECT_TRUE(registry.Free(received));

@@ -22,12 +22,7 @@
 namespace sapsim::wire {
 namespace {
 
-std::vector<uint8_t> SampleFrame() {
-  FrameWriter w(FrameType::kCall);
-  w.U32(7);
-  w.String("RFCPING");
-  return w.Flatten();
-}
+std::vector<uint8_t> SampleFrame() { return Hello().Encode().Flatten(); }
 
 std::vector<uint8_t> PayloadOf(FrameWriter& w) {
   std::vector<uint8_t> bytes = w.Flatten();
