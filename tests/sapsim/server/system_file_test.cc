@@ -53,12 +53,7 @@ TEST(SystemFile, BuiltInRepositoryLinesFollowTheRelease) {
   }
 }
 
-}  // namespace
-}  // namespace sapsim::server
-
-namespace sapsim::tool {
-namespace {
-
+using namespace sapsim::tool;
 using testutil::Escaped;
 
 TEST(BatchRows, CsvValuesBecomeLinesOfTheStructure) {
@@ -92,4 +87,4 @@ TEST(BatchRows, CsvValuesBecomeLinesOfTheStructure) {
 }
 
 }  // namespace
-}  // namespace sapsim::tool
+}  // namespace sapsim::server

@@ -2,9 +2,8 @@
 // Helpers for tests that run the real sapsim: a private temporary folder, a
 // `sapsim serve` process on a free port, and one-shot command runs.
 
-#include <sys/types.h>
-
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,15 +27,13 @@ class SapsimProcess {
   // Starts the system and waits for its "listening" line; throws
   // std::runtime_error with the process's error output when it does not come up.
   explicit SapsimProcess(const Options& options);
-  ~SapsimProcess();
-  SapsimProcess(const SapsimProcess&) = delete;
-  SapsimProcess& operator=(const SapsimProcess&) = delete;
 
   uint16_t port() const { return port_; }
   uint16_t ms_port() const { return ms_port_; }
   std::string port_text() const { return std::to_string(port_); }
 
-  // SIGTERM, then waits; the exit code (128 + signal when killed).
+  // SIGTERM, then waits; the exit code (128 + signal when killed), -1 when it does
+  // not end (it is killed when the object goes).
   int Stop();
   // Everything the system logged so far.
   std::string Log() const;
@@ -44,7 +41,7 @@ class SapsimProcess {
  private:
   testutil::TempDir dir_;
   std::string log_path_;
-  pid_t pid_ = -1;
+  std::unique_ptr<testutil::ChildProcess> process_;  // after dir_: ends before the folder goes
   uint16_t port_ = 0;
   uint16_t ms_port_ = 0;
 };

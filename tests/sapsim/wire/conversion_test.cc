@@ -83,8 +83,6 @@ TEST(DecimalNumber, ParsesRoundsPacksAndConverts) {
   EXPECT_EQ("-2147483648", DecimalNumber::FromInt(std::numeric_limits<int32_t>::min()).ToText());
   ASSERT_TRUE(DecimalNumber::FromDouble(1.005, &out));
   EXPECT_EQ("1.01", out.Rescaled(2).ToText());  // what the user wrote, not the binary neighbour
-  ASSERT_TRUE(DecimalNumber::FromDouble(-2.5e-7, &out));
-  EXPECT_DOUBLE_EQ(-2.5e-7, out.ToDouble());
   EXPECT_FALSE(DecimalNumber::FromDouble(std::numeric_limits<double>::infinity(), &out));
 }
 
@@ -160,8 +158,6 @@ TEST(LineConverter, MatchesFieldsByNameAndCutsOrPadsRawLines) {
   std::memcpy(src.data() + sender.fields[2].offset, "\x00\x00\x19\x99\x5C", 5);
   std::memcpy(src.data() + sender.fields[3].offset, "20240131", 8);
   LineConverter converter(sender, receiver);
-  EXPECT_FALSE(converter.identity());
-  EXPECT_TRUE(LineConverter(sender, sender).identity());
   std::string dst(receiver.length, '\xEE');
   std::string error, text = "fields:";
   ASSERT_TRUE(converter.Convert(src.data(), reinterpret_cast<uint8_t*>(dst.data()), &error)) << error;

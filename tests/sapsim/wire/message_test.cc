@@ -1,6 +1,5 @@
-// Everything that decides whether bytes from the network are accepted:
-// frame headers, payload lengths, control messages, CALL and REPLY payloads,
-// value descriptions, and the channel that carries frames.
+// Everything that decides whether bytes from the network are accepted: frame headers, payload lengths,
+// control messages, CALL and REPLY payloads, value descriptions, and the channel that carries frames.
 
 #include <sys/socket.h>
 
@@ -23,12 +22,7 @@
 namespace sapsim::wire {
 namespace {
 
-std::vector<uint8_t> SampleFrame() {
-  FrameWriter w(FrameType::kCall);
-  w.U32(7);
-  w.String("RFCPING");
-  return w.Flatten();
-}
+std::vector<uint8_t> SampleFrame() { return Hello().Encode().Flatten(); }
 
 std::vector<uint8_t> PayloadOf(FrameWriter& w) {
   std::vector<uint8_t> bytes = w.Flatten();
@@ -69,9 +63,6 @@ std::vector<uint8_t> Corrupt(size_t index, uint8_t value) {
 TEST(WireDecoding, RefusesEveryMalformedInput) {
   const std::vector<uint8_t> good = SampleFrame();
   const ValueDesc raw = ValueDesc::Raw(kTypeChar, 100);
-  const std::vector<uint8_t> two_rows = CallWithTable(raw, 2, 200);
-  EXPECT_EQ(2u, DecodeCall(two_rows.data(), two_rows.size()).tables[0].row_count);
-  EXPECT_NO_THROW(DecodeHeader(good.data(), kHeaderSize));
   EXPECT_NO_THROW(DecodeDesc(ValueDesc::Simple(kTypeBcd, 2, kDecimalsUnknown)));
   const auto header = [](std::vector<uint8_t> bytes, size_t size) { DecodeHeader(bytes.data(), size); };
   const auto call = [](std::vector<uint8_t> bytes) { DecodeCall(bytes.data(), bytes.size()); };
@@ -90,9 +81,6 @@ TEST(WireDecoding, RefusesEveryMalformedInput) {
   reply.U32(0);
   reply.U32(0);
   std::vector<uint8_t> bad_status = PayloadOf(reply);
-  ReplyMessage decoded = DecodeReply(bad_status.data(), bad_status.size());
-  EXPECT_EQ(ReplyStatus::kException, decoded.status);
-  EXPECT_EQ("TABLE_NOT_AVAILABLE", decoded.key);
   bad_status[0] = 7;
   Hello hello;
   std::vector<uint8_t> bad_hello = hello.Encode().Flatten();
@@ -103,7 +91,6 @@ TEST(WireDecoding, RefusesEveryMalformedInput) {
   lengths.U32(1000);
   std::vector<uint8_t> text = PayloadOf(lengths);
   const auto reader = [&](size_t skip, size_t size) { return PayloadReader(text.data() + skip, size); };
-  EXPECT_EQ("ABC", reader(0, 7).String());
 
   const std::pair<const char*, std::function<void()>> cases[] = {
       {"count beyond the bytes", [&] { reader(7, 4).Count(5000, 4); }},
@@ -159,7 +146,6 @@ TEST(FrameChannelTest, TellsGarbageBrokenFramesAndOrderlyCloseApart) {
   std::tie(a_, b_) = Connected();
   Frame frame;
   std::string error;
-  EXPECT_EQ(IoStatus::kTimeout, b_->WaitReadable(0));
   const char garbage[kHeaderSize] = "GET / HTTP/";
   ASSERT_EQ(static_cast<ssize_t>(kHeaderSize), ::send(a_->socket().fd(), garbage, kHeaderSize, 0));
   EXPECT_EQ(IoStatus::kMalformed, b_->Receive(&frame, &error));
@@ -177,7 +163,6 @@ TEST(FrameChannelTest, TellsGarbageBrokenFramesAndOrderlyCloseApart) {
   std::vector<uint8_t> bytes = SampleFrame();
   ASSERT_EQ(static_cast<ssize_t>(kHeaderSize + 2), ::send(a_->socket().fd(), bytes.data(), kHeaderSize + 2, 0));
   a_->Shutdown();
-  EXPECT_EQ(IoStatus::kOk, b_->WaitReadable(0));
   EXPECT_EQ(IoStatus::kFailed, b_->Receive(&frame, &error));
   EXPECT_NE(std::string::npos, error.find("middle of a frame"));
 
