@@ -245,21 +245,16 @@ TEST(ClientConnectionTest, TraceSwitchAndWhatTheTwoLogonSetUpsLeaveOfEachOther) 
   GetRfcTrace().SetDirectory(dir.path());
   CClientConnection connection;
   connection.SetTraceFlag(1);
-  connection.SetAppServerLogon("h", 0, "100", "BATCH", "secret", "E", "3300", 1);
+  connection.SetAppServerLogon("apphost", 12, "100", "BATCH", "secret", "E", "sapgw12", 1);
   EXPECT_NE(0, GetRfcTrace().IsTraceOn());
   EXPECT_EQ(0, connection.GetTraceFlag());  // only the class library's trace is switched
-  connection.SetLoadBalancingLogon(1, "ms", "DEV", "PUBLIC", "100", "BATCH", "secret", "E", 0);
+  EXPECT_EQ(1, connection.SetLoadBalancingLogon(1, "mshost", "DEV", "PUBLIC", "200", "OTHER", "pw", "D", 0));
   EXPECT_EQ(0, GetRfcTrace().IsTraceOn());
   GetRfcTrace().SetDirectory(saved_directory);
-
-  connection.SetAppServerLogon("apphost", 12, "100", "BATCH", "secret", "E", "sapgw12", 0);
-  EXPECT_EQ(1, connection.SetLoadBalancingLogon(1, "mshost", "DEV", "PUBLIC", "200", "OTHER", "pw", "D", 0));
-  EXPECT_STREQ("RELEASEUNKNOWN", connection.GetConnection().release);
-  for (const CRfcConnInfo* i : {&connection.GetConnection(), &connection.GetConnInfo()}) {
-    EXPECT_EQ(Join(i->message_server_host, i->system_name, i->group, i->mode, i->host, i->gateway_host,
-                   i->gateway_service, i->system_number),
-              "mshost|DEV|PUBLIC|0|apphost|apphost|sapgw12|12|");
-  }
+  const CRfcConnInfo& i = connection.GetConnection();
+  EXPECT_EQ(Join(i.release, i.message_server_host, i.system_name, i.group, i.mode, i.host, i.gateway_host,
+                 i.gateway_service, i.system_number),
+            "RELEASEUNKNOWN|mshost|DEV|PUBLIC|0|apphost|apphost|sapgw12|12|");
   const CRfcLogonInfo& logon = connection.GetLogonInfo();
   EXPECT_EQ(Join(logon.client, logon.user, logon.password, logon.language), "200|OTHER|pw|D|");
   // The other way round the message server's fields stay as well.
