@@ -21,6 +21,12 @@ namespace {
 
 const std::string kHead = std::string(CXmlDocument::kDeclaration) + "\n\n";
 
+CXmlElement* Attach(CXmlElement& parent, std::unique_ptr<CXmlElement> child) {
+  CXmlElement* added = child.get();
+  parent.AddChild(std::move(child));
+  return added;
+}
+
 // Names and values come out escaped ("&" that starts an entity stays, the
 // apostrophe unchanged) and then trimmed; a name prepared once gives the same element.
 TEST(XmlEscape, NamesAndValuesAreEscapedThenTrimmed) {
@@ -47,9 +53,7 @@ TEST(XmlDocument, TagsAttributesAndDocumentsByteForByte) {
     out += "== " + what + " ==" + text + "\n";
   };
   CXmlElement root("R");
-  auto child = std::make_unique<CXmlElement>("C", "v");
-  CXmlElement* c = child.get();
-  root.AddChild(std::move(child));
+  CXmlElement* c = Attach(root, std::make_unique<CXmlElement>("C", "v"));
   show("root and child tags", root.GetStartTag() + root.GetEndTag() + c->GetStartTag() + c->GetEndTag());
   EXPECT_TRUE(root.GetChild(0) == c && root.GetChild(1) == nullptr && c->GetChild(0) == nullptr);
   CXmlElement blanks(" X ", " \t ");
@@ -76,12 +80,7 @@ TEST(XmlDocument, TagsAttributesAndDocumentsByteForByte) {
   deep.GetRoot()->SetAttribute("K", "v");
   show("attribute alone", deep.BuildInMemory());
   CXmlElement* parent = deep.GetRoot();
-  for (int level = 1; level <= 40; ++level) {
-    auto node = deep.CreateElement("E");
-    CXmlElement* next = node.get();
-    parent->AddChild(std::move(node));
-    parent = next;
-  }
+  for (int level = 1; level <= 40; ++level) parent = Attach(*parent, deep.CreateElement("E"));
   auto leaf = deep.CreateElement("L", "x");
   leaf->SetAttribute("A", "1");
   parent->AddChild(std::move(leaf));
@@ -91,10 +90,7 @@ TEST(XmlDocument, TagsAttributesAndDocumentsByteForByte) {
   // Far beyond a fixed tag buffer of 2,047 or 1,023 characters, and larger than an arena block.
   const std::string id(5000, 'I'), value(20000, 'v');
   CXmlDocument batch("BATCH");
-  auto big = batch.CreateElement(id);
-  CXmlElement* bp = big.get();
-  batch.AddToRoot(std::move(big));
-  bp->AddChild(batch.CreateElement("V", value));
+  Attach(*batch.GetRoot(), batch.CreateElement(id))->AddChild(batch.CreateElement("V", value));
   show("batch", batch.BuildInMemory());
   EXPECT_TRUE(testutil::MatchesExpectedFile(testutil::Normalised(out, {{id, "<5000 I>"}, {value, "<20000 v>"}}),
                                             "tests/output/expected/xml_documents.txt"));
@@ -110,9 +106,7 @@ TEST(XmlDocument, LengthAndMemoryFollowEveryWayOfBuilding) {
     auto sub = doc->CreateElement("SUB");
     sub->SetAttribute("K", "v");
     CXmlElement* sp = sub.get();
-    auto inner = doc->CreateElement("IN");
-    CXmlElement* ip = inner.get();
-    sp->AddChild(std::move(inner));
+    CXmlElement* ip = Attach(*sp, doc->CreateElement("IN"));
     ip->AddChild(doc->CreateElement("LEAF", std::string(30000, 'l')));  // text of its own
     ip->SetAttribute("A", "1");  // attribute inside a tree that is not yet attached
     doc->AddToRoot(std::move(sub));
@@ -146,9 +140,7 @@ TEST(XmlRowWriter, RowsMatchTheElementTree) {
   for (const auto& columns : column_sets) {
     for (const std::string name : {"ROW", "R&D "}) {
       CXmlDocument alone(name), batch("BATCH");
-      auto row = batch.CreateElement(name);
-      CXmlElement* rp = row.get();
-      batch.AddToRoot(std::move(row));
+      CXmlElement* rp = Attach(*batch.GetRoot(), batch.CreateElement(name));
       for (size_t c = 0; c < columns.size(); ++c) {
         alone.AddToRoot(alone.CreateElement(std::string(columns[c]), std::string(cells[c])));
         rp->AddChild(batch.CreateElement(std::string(columns[c]), std::string(cells[c])));
