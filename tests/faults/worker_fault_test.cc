@@ -54,8 +54,10 @@ class WorkerFaultTest : public e2e::BatchServerE2eTest {
   std::unique_ptr<CBatchApp> app_;
 };
 
-// A failed allocation costs its batch only (reported, no BATCH_RC); the next is served whole.
-TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
+// A failed allocation costs its batch only (reported, no BATCH_RC), without
+// ending the cycle; an XML file error loses only the file; a log error ends the
+// cycle without an answer, naming the cause. The next batch is served whole.
+TEST_F(WorkerFaultTest, EveryAllocationOrFileFaultCostsAtMostItsBatch) {
   StartWorker();
   ASSERT_TRUE(WaitForServing()) << LogText();
   // The first batch builds the call arrays; later ones of its shape allocate alike.
@@ -85,15 +87,10 @@ TEST_F(WorkerFaultTest, EveryAllocationOfABatchCanFailWithoutEndingTheCycle) {
   EXPECT_GT(index, 0) << "a batch allocates nothing through the library's allocator";
   ASSERT_EQ(Cycles().size(), 1u) << LogText();
   EXPECT_EQ(Cycles().front().Unknown() + Cycles().front().Errors(), 0);
-}
 
-// An XML file error loses only the file; a log error ends the cycle without an
-// answer, naming the cause. One line per fault: its batch, then the next one.
-TEST_F(WorkerFaultTest, EveryFileFaultCostsAtMostItsBatchAndTheNextBatchIsServed) {
+  // File faults, one line each: its batch, then the next one.
   using platform::testing::FileFault;
   using platform::testing::FileOp;
-  StartWorker();
-  ASSERT_TRUE(WaitForServing()) << LogText();
   const std::pair<FileFault, const char*> faults[] = {{FileFault::kDiskFull, "disk full"},
                                                       {FileFault::kAccessDenied, "access denied"},
                                                       {FileFault::kSharingViolation, "sharing violation"},
