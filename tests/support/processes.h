@@ -88,7 +88,6 @@ class ChildProcess {
     }
     return status_;
   }
-  // Threads of the running process.
   size_t ThreadCount() const {
     size_t count = 0;
     std::error_code error;
