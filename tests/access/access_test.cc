@@ -77,7 +77,7 @@ TEST(SapTableTest, UnreadableValuesAbandonTheTableAndColumnNamesAreCut) {
     EXPECT_STREQ("CRfcData: Conversion from PACK type (BCD) failed", text);
   }
 
-  // Column names are cut like field records: 31 characters, trailing blanks gone.
+  // Column names follow the field records' rule (31 characters, trailing blanks gone).
   EXPECT_STREQ("A_NAME_LONGER_THAN_THIRTY_ONE_C",
                CSapColumn("A_NAME_LONGER_THAN_THIRTY_ONE_CHARACTERS  ", 3, 14, TYPE_NUM, 6, 0).GetName());
   CRfcFieldInfo record{};  // a name filling the record, with no terminator
