@@ -35,8 +35,7 @@ void AddFields(Param& param, const std::vector<Field>& fields) {
   std::vector<CRfcFieldInfo> records;
   for (const Field& f : fields) {
     const int column = f.column >= 0 ? f.column : static_cast<int>(records.size());
-    records.push_back(test_support::Field(f.name.c_str(), column, f.type, f.length));
-    records.back().decimals = f.decimals;
+    records.push_back(test_support::Field(f.name.c_str(), column, f.type, f.length, f.decimals));
   }
   param.AddFieldInfo(records.data(), static_cast<int>(records.size()));
 }

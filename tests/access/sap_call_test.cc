@@ -64,7 +64,6 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
 
   auto set = ReadTableSet(system.connection, "");
   note("undeclared import set", {Join(set->SetImport(kRead, "QUERY_TABLE", "ZORDERS"))});
-  note("DATA before any call", {Rows(set->GetTable(kRead, "DATA"), 0, "WA")});
   note("call without the import", {call(*set, kRead)});
   // Declared names match the interface whatever their case, and are kept as declared.
   note("declare in lower case", {Join(set->AddImport(kRead, "query_table ")), Join(set->AddTable(kRead, "fields ")),
@@ -73,11 +72,8 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   note("DATA, fields",
        {Rows(set->GetTable(kRead, "DATA"), 0, "WA"), Rows(set->GetTable(kRead, "fields "), 0, "FIELDNAME", 5)});
   note("OPTIONS never declared", {Rows(set->GetTable(kRead, "OPTIONS"), 0, "TEXT")});
-  note("call again", {call(*set, kRead), Rows(set->GetTable(kRead, "DATA"), 2, "WA")});
   set->SetImport(kRead, "query_table ", "ZNOWHERE");
   note("call for ZNOWHERE", {call(*set, kRead), Rows(set->GetTable(kRead, "DATA"), 0, "WA")});
-  set->SetImport(kRead, "query_table ", "ZORDERS");
-  note("call for ZORDERS", {call(*set, kRead)});
   note("declared again", {Join(set->AddImport(kRead, "query_table ")), call(*set, kRead)});
 
   // A second call sends the first one's FIELDS back, naming fields ZBATCH_LINE lacks.
@@ -93,13 +89,12 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   auto unknown = ReadTableSet(system.connection);
   unknown->AddImport(kRead, "No_Such_Import");
   note("unknown import", {call(*unknown, kRead)});
-  note("unknown import again", {call(*unknown, kRead), Rows(unknown->GetTable(kRead, "DATA"), 0, "WA")});
   auto too_long = ReadTableSet(system.connection);
   too_long->AddImport(kRead, "DELIMITER");  // CHAR 1
   too_long->SetImport(kRead, "DELIMITER", "ab");
   note("two characters into CHAR 1", {call(*too_long, kRead)});
 
-  // RETURN and the out table stay until the next call, and are empty when absent.
+  // RETURN and the out table as the last call left them, empty when absent.
   // Call 0 of `module` for TABNAME ZORDERS with the given return and out table names.
   const auto by_tabname = [](CSapCallSet& set, const char* module, const char* name, const char* out) {
     set.AddFunction("F", 0, module);
@@ -111,10 +106,6 @@ TEST(SapCallTest, CallSetsAgainstTheSystemStepByStep) {
   CSapCallSet info(&system.connection, "TABLE_INFO");
   by_tabname(info, "Z_KTZ_BAPI_GET_DD_INFO", "RETURN", "META_TAB");
   note("DD info of ZORDERS", {call(info, 0)});
-  CSapStructure* result = info.GetReturn(0);
-  CSapTable* meta = info.GetOutTable(0);
-  note("its results", {Join(result == info.GetReturn(0), result->GetValue(std::string("TYPE")),
-                           meta == info.GetOutTable(0), meta->GetRowCount())});
   info.SetImport(0, "TABNAME", "ZNOWHERE");
   note("DD info of ZNOWHERE", {call(info, 0),
                                Join(info.GetReturn(0)->GetValue(std::string("TYPE")),

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <regex>
@@ -28,15 +27,14 @@ inline ::testing::AssertionResult MatchesExpectedFile(const std::string& actual,
   if (!probe) return ::testing::AssertionFailure() << "no expected file " << path << " (BS_UPDATE_EXPECTED=1 writes it)";
   const std::string expected = ReadBytes(path);
   if (actual == expected) return ::testing::AssertionSuccess();
-  const size_t at = static_cast<size_t>(
-      std::mismatch(expected.begin(), expected.begin() + static_cast<long>(std::min(expected.size(), actual.size())),
-                    actual.begin()).first - expected.begin());
-  const size_t start = expected.rfind('\n', at == 0 ? 0 : at - 1);
-  const size_t from = start == std::string::npos || at == 0 ? 0 : start + 1;
+  // The first line that differs: where it starts and its number.
+  size_t from = 0, line = 1;
+  for (size_t end; (end = expected.find('\n', from)) != std::string::npos; from = end + 1, ++line) {
+    if (expected.compare(0, end + 1, actual, 0, end + 1) != 0) break;
+  }
   auto line_at = [from](const std::string& text) { return text.substr(from, text.find('\n', from) - from); };
-  return ::testing::AssertionFailure()
-         << relative << " differs at line " << std::count(expected.begin(), expected.begin() + static_cast<long>(from), '\n') + 1
-         << " (byte " << at << ")\n  expected: \"" << line_at(expected) << "\"\n  actual:   \"" << line_at(actual) << "\"";
+  return ::testing::AssertionFailure() << relative << " differs at line " << line << "\n  expected: \""
+                                       << line_at(expected) << "\"\n  actual:   \"" << line_at(actual) << "\"";
 }
 
 // What varies between runs as placeholders: each given value and the log's "MM/DD/YY hh:mm:ss".

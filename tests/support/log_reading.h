@@ -29,8 +29,6 @@ inline std::string FilesText(const std::string& dir, const std::string& extensio
   return text;
 }
 
-inline const std::string kLogRule(65, '#');
-
 // True when `text` starts with the log's date and time, "MM/DD/YY hh:mm:ss".
 inline bool StartsWithLogTime(const std::string& text) {
   return std::regex_search(text, std::regex(R"(^\d\d/\d\d/\d\d \d\d:\d\d:\d\d)"));
@@ -38,7 +36,7 @@ inline bool StartsWithLogTime(const std::string& text) {
 
 // The log split into service cycles: the text after each header block, up to the next.
 inline std::vector<std::string> ServiceCycles(const std::string& log) {
-  const std::string rule = kLogRule + "\r\n", header = rule + "# HEADER\r\n";
+  const std::string rule = std::string(65, '#') + "\r\n", header = rule + "# HEADER\r\n";
   std::vector<std::string> cycles;
   for (size_t start = log.find(header), body; start != std::string::npos;) {
     if ((body = log.find(rule + "\r\n", start + rule.size())) == std::string::npos) break;

@@ -9,12 +9,10 @@
 
 namespace testutil {
 
-// Generous for a loaded machine; a passing test never waits this long.
-inline constexpr std::chrono::seconds kPatience{30};
-
-// Polls `done` until it holds (true) or the patience runs out (false).
+// Polls `done` until it holds (true) or the patience runs out (false); the
+// default is generous for a loaded machine, a passing test never waits this long.
 template <typename Predicate>
-bool Eventually(Predicate done, std::chrono::milliseconds patience = kPatience) {
+bool Eventually(Predicate done, std::chrono::milliseconds patience = std::chrono::seconds(30)) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (!done()) {
     if (std::chrono::steady_clock::now() > deadline) return false;

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -89,7 +88,6 @@ class ChildProcess {
     }
     return status_;
   }
-  // Threads of the running process.
   size_t ThreadCount() const {
     size_t count = 0;
     std::error_code error;

@@ -19,10 +19,7 @@ inline std::string BuildDir() {
   const char* dir = std::getenv("BS_BUILD_DIR");
   return dir != nullptr && *dir != '\0' ? dir : BS_TEST_BUILD_DIR;
 }
-inline std::string SourceDir() {
-  const char* dir = std::getenv("BS_SOURCE_DIR");
-  return dir != nullptr && *dir != '\0' ? dir : BS_TEST_SOURCE_DIR;
-}
+inline std::string SourceDir() { return BS_TEST_SOURCE_DIR; }
 
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
