@@ -292,9 +292,9 @@ TEST_F(ConnectionTest, TheDefaultTransform) {
 }
 
 // Each allocation of these operations fails in turn, with the trace on: the
-// failure ends in a text the class library throws for it (each operation's
-// are written), never in a crash or a leak (the sanitizer build), and a run
-// that reaches no fault works.
+// failure ends in a text the class library throws for it, never in a crash or
+// a leak (the sanitizer build), and a run that reaches no fault works. Per
+// operation: the texts thrown, then every line its failures traced.
 TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
   const std::function<void()> operations[] = {
       [] {  // the release asked from the system, the system information fetched
@@ -315,12 +315,24 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
         } catch (const RFC_ERROR_INFO&) {
         }
       },
-      [] { CRfcStructParam traced("P", 8, 0, nullptr, nullptr); },
-      [] {  // a failed call, traced first; look-ups by name
+      [] {  // a structure of the caller's; a structure and a simple import the partner describes
+        CRfcStructParam traced("P", 8, 0, nullptr, nullptr);
+        rfc_test::Answer({{{"I", "NAME", "SIMPLE", "NAME", "C", 8}},
+                          {{"ZPAIR", {{"ZPAIR", "KEY", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}});
+        auto connection = Prepared(Info(0));
+        connection->AttachHandle(3);
+        CRfcStructParam param("P", 0, 1, connection.get(), "ZPAIR");
+        CRfcClientFunc function(connection.get(), "Z_SIMPLE", 1);
+      },
+      [] {  // a failed call, traced first; look-ups by name; a list that changed
         CRfcClientFunc function(nullptr, "Z_FAILING");
         CRfcTableParam table("T", 4, 0, 0, nullptr, nullptr);
         function.AddTable(&table);
         if (function.FindTable(function.GetTables(), "t") != &table) throw "not found";
+        function.SetUpImports(0);
+        CRfcSimpleParam more("B", TYPE_CHAR, 1, 0, 0);
+        function.AddImport(&more);
+        function.AddExport(&more);
         Fake().call_result = 1;
         char* exception = nullptr;
         try {
@@ -328,9 +340,24 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
         } catch (const RFC_ERROR_INFO&) {
         }
       },
+      [] {  // a list that cannot grow keeps its parameters; the refused one is not added
+        CRfcClientFunc function(nullptr, "F");
+        std::vector<std::unique_ptr<CRfcSimpleParam>> params;
+        for (int i = 0; i < 11; ++i) {
+          params.push_back(std::make_unique<CRfcSimpleParam>(("P" + std::to_string(i)).c_str(), TYPE_CHAR, 1, 0, 0));
+          try {
+            function.AddImport(params.back().get());
+          } catch (const char*) {
+            const CRfcImpExpParam* last = i > 0 ? function.FindImpExp(function.GetImports(), params[i - 1]->GetName()) : nullptr;
+            if (params.back()->GetOwner() != nullptr || function.GetImports().GetCount() != i) throw "the list changed";
+            if (i > 0 && last != params[i - 1].get()) throw "the list lost a parameter";
+            throw;
+          }
+        }
+      },
   };
   for (const auto& operation : operations) {
-    std::set<std::string> outcomes;
+    std::set<std::string> outcomes, lines;
     // Runs the operation with allocation k failing; false once it reaches none.
     auto run = [&](int k) {
       fake().Reset();
@@ -347,18 +374,22 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
       EXPECT_TRUE(reached || outcome.empty()) << "without a fault: " << outcome;
       return reached;
     };
+    auto traced = [&](const std::function<void()>& code) {
+      for (const std::string& line : RunTraced(code).lines) lines.insert(rfc_test::WithTraceTime(line));
+    };
     // The first allocations on threads of their own, so that a thread's first
     // trace line (its file record, after a connection's dozen texts) fails
     // among them; the rest on one thread:
     // the trace keeps each thread's file open for good, and Windows allows a
     // process only so many.
-    for (int k = 0; k < 16; ++k) RunTraced([&] { run(k); });
-    RunTraced([&] {
+    for (int k = 0; k < 16; ++k) traced([&] { run(k); });
+    traced([&] {
       for (int k = 0; run(k); ++k) ASSERT_LT(k, 1000) << "never runs through";
     });
     out << "operation " << &operation - operations << ":";
     for (const std::string& outcome : outcomes) out << " \"" << outcome << "\"";
     out << "\n";
+    for (const std::string& line : lines) out << "  | " << line << "\n";
   }
 }
 

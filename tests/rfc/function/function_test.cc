@@ -136,40 +136,6 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
   }
 }
 
-TEST_F(FunctionTest, AllocationFailuresAreReported) {
-  CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
-  // The arrays are made in the order imports, exports, tables.
-  for (int skip = 0; skip < 3; ++skip) {
-    CRfcClientFunc function(&connection_, "F");
-    function.AddImport(&a);
-    out << Traced(rfc_test::RunTraced([&] {
-      function.SetUpImports(0);  // an array that the changed list replaces below
-      CRfcSimpleParam more("B", TYPE_CHAR, 1, 0, 0);
-      function.AddImport(&more);
-      function.AddExport(&more);
-      CRfcTableParam table("T", 1, 0, 0, nullptr, nullptr);
-      function.AddTable(&table);
-      rfc::testing::FailAllocations(skip, 1);
-      function.SetUpImports(0);
-      function.SetUpExports();
-      function.SetUpTables();
-    }));
-  }
-  // A list that cannot grow keeps its parameters; the refused one is not added.
-  CRfcClientFunc function(&connection_, "F");
-  std::vector<std::unique_ptr<CRfcSimpleParam>> params;
-  for (int i = 0; i < 11; ++i) {
-    params.push_back(std::make_unique<CRfcSimpleParam>(("P" + std::to_string(i)).c_str(), TYPE_CHAR, 1, 0, 0));
-    if (i < 10) function.AddImport(params.back().get());
-  }
-  out << Traced(rfc_test::RunTraced([&] {
-    rfc::testing::FailNextAllocation();
-    function.AddImport(params[10].get());
-  }));
-  out << "P10 owned " << (params[10]->GetOwner() != nullptr) << ", " << function.GetImports().GetCount()
-      << " imports, P9 found " << (function.FindImpExp(function.GetImports(), "P9") == params[9].get()) << "\n";
-}
-
 // A function that described itself owns what it made; what the application
 // added stays the application's (the sanitizer build sees a leak or a use
 // after free).
@@ -218,22 +184,6 @@ class AutoCreationTest : public fn_test::TranscriptTest {
     connection->SetConnInfo(info);
     connection->AttachHandle(3);
     return connection;
-  }
-
-  // Runs `code` with allocation k failing for k = 0, 1, ... until its trace
-  // holds `line`; nothing once the code no longer reaches its k-th allocation.
-  static rfc_test::TracedRun FirstFailureTracing(const std::function<void()>& code, const std::string& line) {
-    for (int k = 0;; ++k) {
-      Fake().Reset();
-      bool unused = false;
-      rfc_test::TracedRun run = rfc_test::RunTraced([&] {
-        rfc::testing::FailAllocations(k, 1);
-        code();
-        unused = rfc::testing::PendingAllocationFaults() > 0;
-      });
-      rfc::testing::ClearAllocationFaults();
-      if (std::count(run.lines.begin(), run.lines.end(), line) > 0 || unused) return run;
-    }
   }
 };
 
@@ -390,28 +340,6 @@ TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
   fake().Reset();
   auto old = Connection("31I");
   out << rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, old.get(), "ZLONGERNAME"); }) << fn_test::Seen() << "\n";
-}
-
-// The trace of a structure and of a simple parameter that cannot be made; an
-// import throws the short text, an export the long one.
-TEST_F(AutoCreationTest, AllocationFailuresOnTheWay) {
-  auto connection = Connection("46C");
-  const Dictionary pair{{}, {{"ZPAIR", {{"ZPAIR", "KEY", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}};
-  out << Traced(FirstFailureTracing(
-      [&] {
-        Answer(pair);
-        CRfcStructParam param("P", 0, 1, connection.get(), "ZPAIR");
-      },
-      "Failure to auto-create structure parameter"));
-  for (const char* param_class : {"I", "E"}) {
-    const Dictionary simple{{{param_class, "NAME", "SIMPLE", "NAME", "C", 8}}, {}};
-    out << Traced(FirstFailureTracing(
-        [&] {
-          Answer(simple);
-          CRfcClientFunc function(connection.get(), "Z_SIMPLE", 1);
-        },
-        "CRfcClienFunc, auto-creation of simple param failed"));
-  }
 }
 
 }  // namespace
