@@ -88,9 +88,6 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
     out << list << " '" << (name != nullptr ? name : "null") << "' -> " << found << " " << index << "\n";
   }
   out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " table\n";
-  // Without a connection a call goes to handle 0.
-  CRfcClientFunc unconnected(nullptr, "F");
-  out << Call(unconnected) << fn_test::Seen() << "\n";
 }
 
 // Per code: what CallReceive answered or threw, the exception, whether the

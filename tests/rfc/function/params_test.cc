@@ -103,8 +103,6 @@ TEST_F(TableParamTest, OwnedTablesAreCreatedOnceAndDeleted) {
   TableHandle owned = nullptr;
   {
     CRfcTableParam table("lines", 512, 0, 0, nullptr, nullptr);
-    table.Clear();
-    table.Delete();
     Describe(table);
     out << table.GetName() << " line " << table.GetLineLength() << ": " << State(table) << "\n";
     table.Create();
