@@ -94,52 +94,43 @@ class TableParamTest : public fn_test::TranscriptTest {
   }
 };
 
-// Construction makes no table, Clear and Delete of none do nothing; created
-// once, cleared, and deleted by the destructor.
-TEST_F(TableParamTest, OwnedTablesAreCreatedOnceAndDeleted) {
-  TableHandle owned = nullptr;
+// An owned table is created once, cleared, and deleted by the destructor or
+// when a received one takes its place (the position stays); a received table
+// is forgotten, never deleted.
+TEST_F(TableParamTest, OwnedTablesAreDeletedReceivedOnesForgotten) {
+  const TableHandle received = fake().NewTable(8);
+  std::vector<TableHandle> owned(2);
   {
     CRfcTableParam table("lines", 512, 0, 0, nullptr, nullptr);
     Describe(table);
     out << table.GetName() << " line " << table.GetLineLength() << ": " << State(table) << "\n";
     table.Create();
-    owned = table.GetTableHandle();
+    owned[0] = table.GetTableHandle();
     table.Create();
-    EXPECT_EQ(fake().Find(owned)->line_length, 8u);
+    table.TakeTableHandle(owned[0]);  // the same table: nothing changes
+    EXPECT_EQ(fake().Find(owned[0])->line_length, 8u);
     table.GotoLine(2);
     out << State(table) << "\n";
     table.SetNativeLines(0);
     table.Clear();
     out << State(table) << ", native " << table.GetNativeLines() << "\n";
   }
-  out << Seen() << "\n";
-  EXPECT_EQ(fake().deleted, std::vector<TableHandle>{owned});
-}
-
-// A received table is forgotten, never deleted; one in place of an owned
-// table makes the owned one go; a call does not move the position, even onto
-// another table.
-TEST_F(TableParamTest, ReceivedTablesAreForgottenNotDeleted) {
-  const TableHandle received = fake().NewTable(8);
   {
     CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
     table.TakeTableHandle(received);
     out << State(table) << "; ";
     table.Delete();
     out << State(table) << "\n";
+    table.Create();
+    owned[1] = table.GetTableHandle();
+    table.GotoLine(1);
+    void* const line = table.GetCurrentLine();
     table.TakeTableHandle(received);
+    EXPECT_EQ(table.GetCurrentLine(), line);
+    out << State(table) << "\n";
   }
-  CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
-  table.Create();
-  const TableHandle owned = table.GetTableHandle();
-  table.TakeTableHandle(owned);  // the same table: nothing changes
-  table.GotoLine(1);
-  out << State(table) << "\n";
-  void* const line = table.GetCurrentLine();
-  table.TakeTableHandle(received);
-  EXPECT_EQ(fake().deleted, std::vector<TableHandle>{owned});
-  EXPECT_EQ(table.GetCurrentLine(), line);
-  out << State(table) << Seen() << "\n";
+  out << Seen() << "\n";
+  EXPECT_EQ(fake().deleted, owned);
 }
 
 // Each failure is traced and thrown; the table stays as it was (emptied
