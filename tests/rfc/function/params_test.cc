@@ -259,8 +259,9 @@ TEST_F(StructInfoTest, NaturalAlignmentOfFloatIntAndInt2) {
 }
 
 // Laid out with the lengths as given, kept as copies with the fixed lengths,
-// installed once under its name; a second description keeps the handle.
-TEST_F(StructInfoTest, KeepsNormalisedCopiesAndInstallsOnceUnderItsName) {
+// installed once under its name; a second description keeps the handle. Then
+// what installs nothing.
+TEST_F(StructInfoTest, InstallsNormalisedCopiesOnceUnderItsNameOrNotAtAll) {
   RecordingStruct info("MYSTRUCT");
   std::vector<CRfcFieldInfo> fields = {Field("NAME    ", 0, TYPE_CHAR, 3), Field("WHEN", 1, TYPE_DATE, 99),
                                        Field("COUNT", 2, TYPE_INT, 17), Field("AMOUNT", 3, TYPE_BCD, 5, 2)};
@@ -274,9 +275,6 @@ TEST_F(StructInfoTest, KeepsNormalisedCopiesAndInstallsOnceUnderItsName) {
   std::vector<CRfcFieldInfo> more = {Field("C", 4, TYPE_INT, 4)};
   info.AddFieldInfo(more.data(), 1);
   out << "\n" << Seen() << "\n";
-}
-
-TEST_F(StructInfoTest, WhenNoInstallationHappens) {
   fake().install_result = 1;  // refused: passed as BYTE, or as CHAR when character-only
   RecordingStruct refused("REFUSED");
   std::vector<CRfcFieldInfo> one = {Field("A", 0, TYPE_CHAR, 3)};
