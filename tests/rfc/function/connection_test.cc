@@ -356,10 +356,8 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
       for (const std::string& line : RunTraced(code).lines) lines.insert(rfc_test::WithTraceTime(line));
     };
     // The first allocations on threads of their own, so that a thread's first
-    // trace line (its file record, after a connection's dozen texts) fails
-    // among them; the rest on one thread:
-    // the trace keeps each thread's file open for good, and Windows allows a
-    // process only so many.
+    // trace line (its file record) fails among them; the rest on one thread, as
+    // the trace keeps each thread's file open for good (Windows limits them).
     for (int k = 0; k < 16; ++k) traced([&] { run(k); });
     traced([&] {
       for (int k = 0; run(k); ++k) ASSERT_LT(k, 1000) << "never runs through";

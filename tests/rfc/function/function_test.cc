@@ -15,10 +15,7 @@ using rfc_test::Fake;
 
 class FunctionTest : public fn_test::TranscriptTest {
  protected:
-  void SetUp() override {
-    TranscriptTest::SetUp();
-    connection_.AttachHandle(42);
-  }
+  FunctionTest() { connection_.AttachHandle(42); }
   int Call(CRfcClientFunc& function, int all = 0) {
     char* exception = nullptr;
     return function.CallReceive(exception, all);

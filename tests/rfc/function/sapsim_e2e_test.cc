@@ -3,7 +3,6 @@
 // releases, and an exception of the partner.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
@@ -12,7 +11,6 @@
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_client_func.h"
-#include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "tests/sapsim/support/rfc_library.h"
@@ -59,9 +57,7 @@ std::vector<std::string> ReadTable(CRfcClientFunc& function, const char* table, 
   delimiter->SetActive(1);
   char* exception = nullptr;
   EXPECT_EQ(function.CallReceive(exception, 0), expected_rc);
-  if (expected_rc == 2) {
-    EXPECT_STREQ(exception, "TABLE_NOT_AVAILABLE");
-  }
+  EXPECT_STREQ(exception, expected_rc == 2 ? "TABLE_NOT_AVAILABLE" : nullptr);
   std::vector<std::string> lines;
   CRfcTableParam* data = function.FindTable(function.GetTables(), "DATA");
   const TableHandle handle = data->GetTableHandle();
