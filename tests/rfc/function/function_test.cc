@@ -184,29 +184,21 @@ class AutoCreationTest : public fn_test::TranscriptTest {
 // Per field of the four dictionary line layouts: name, offset, column, the
 // type element's type and length; then the type of each letter.
 TEST_F(AutoCreationTest, TheDictionaryLinesAndTypeLetters) {
-  struct Layout {
-    const CRfcFieldInfo* fields;
-    const RfcTypeElement* elements;
-    int count;
-  };
-  for (const Layout& layout : {Layout{CRfcGetFunctionInterface::kParamsFieldsShort,
-                                      CRfcGetFunctionInterface::kParamsElementsShort, 11},
-                               Layout{CRfcGetFunctionInterface::kParamsFieldsLong,
-                                      CRfcGetFunctionInterface::kParamsElementsLong, 11},
-                               Layout{CRfcGetStructureDefinition::kFieldsFieldsShort,
-                                      CRfcGetStructureDefinition::kFieldsElementsShort, 7},
-                               Layout{CRfcGetStructureDefinition::kFieldsFieldsLong,
-                                      CRfcGetStructureDefinition::kFieldsElementsLong, 7}}) {
+  for (const auto& [records, elements, count] :
+       {std::tuple{CRfcGetFunctionInterface::kParamsFieldsShort, CRfcGetFunctionInterface::kParamsElementsShort, 11},
+        std::tuple{CRfcGetFunctionInterface::kParamsFieldsLong, CRfcGetFunctionInterface::kParamsElementsLong, 11},
+        std::tuple{CRfcGetStructureDefinition::kFieldsFieldsShort, CRfcGetStructureDefinition::kFieldsElementsShort, 7},
+        std::tuple{CRfcGetStructureDefinition::kFieldsFieldsLong, CRfcGetStructureDefinition::kFieldsElementsLong, 7}}) {
     // The records lay out to their documented offsets, and the type elements
     // describe the same fields.
     CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
     table.SetTypeHandle(1);
-    std::vector<CRfcFieldInfo> fields(layout.fields, layout.fields + layout.count);
-    table.AddFieldInfo(fields.data(), layout.count);
+    std::vector<CRfcFieldInfo> fields(records, records + count);
+    table.AddFieldInfo(fields.data(), count);
     out << "line " << table.GetLineLength() << ":";
-    for (int i = 0; i < layout.count; ++i) {
-      const CRfcFieldInfo& f = layout.fields[i];
-      const RfcTypeElement& e = layout.elements[i];
+    for (int i = 0; i < count; ++i) {
+      const CRfcFieldInfo& f = records[i];
+      const RfcTypeElement& e = elements[i];
       EXPECT_EQ(std::vector<int>({fields[static_cast<size_t>(i)].offset, f.type, f.length}),
                 std::vector<int>({f.offset, e.type, e.length})) << f.name;
       EXPECT_STREQ(e.name, f.name);
