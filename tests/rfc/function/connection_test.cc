@@ -67,26 +67,21 @@ class ConnectionTest : public fn_test::TranscriptTest {
 // Per mode: what was called (twice Open: an open connection is only pinged),
 // what was opened, the handle.
 TEST_F(ConnectionTest, EachModeOpensWithItsOptionBlock) {
-  struct Case {
-    int mode;
-    const char* change;
-    std::function<void(CRfcConnInfo&)> apply;
-  };
   auto none = [](CRfcConnInfo&) {};
-  const Case cases[] = {
+  const std::tuple<int, const char*, std::function<void(CRfcConnInfo&)>> cases[] = {
       {0, "", none}, {0, "no gateway service", [](CRfcConnInfo& i) { i.gateway_service = ""; }},
       {1, "", none}, {1, "no gateway host", [](CRfcConnInfo& i) { i.gateway_host = static_cast<const char*>(nullptr); }},
       {3, "", none}, {3, "no host", [](CRfcConnInfo& i) { i.host = ""; }},
       {4, "", none}, {2, "", none}, {5, "", none}, {-1, "", none},
   };
-  for (const Case& c : cases) {
+  for (const auto& [mode, change, apply] : cases) {
     fake().Reset();
-    CRfcConnInfo info = Info(c.mode);
-    c.apply(info);
+    CRfcConnInfo info = Info(mode);
+    apply(info);
     auto connection = Prepared(info);
     connection->Open();
     connection->Open();
-    out << c.mode << " " << c.change << ":" << Seen() << Opens() << Handle(*connection) << "\n";
+    out << mode << " " << change << ":" << Seen() << Opens() << Handle(*connection) << "\n";
   }
 }
 
@@ -146,7 +141,9 @@ TEST_F(ConnectionTest, OpensOfAllThreadsAreSerialisedAndSpaced) {
   }
 }
 
-TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
+// A ping answers the handle or 0; Close leaves a borrowed handle open. A
+// failed first ping throws; the handle stays and is closed later.
+TEST_F(ConnectionTest, PingAnswersTheHandleOrZeroAndCloseLeavesABorrowedOne) {
   CRfcConnection connection;
   out << "not open: " << connection.Ping() << Seen() << "\n";
   connection.AttachHandle(12);
@@ -162,7 +159,8 @@ TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
     throw "Failed to get pointer to function: RfcReceive";
   };
   out << "a text: " << rfc_test::Thrown([&] { connection.Ping(); }) << "\n";
-  // A failed first ping throws; the handle stays and is closed later.
+  connection.Close();
+  out << "borrowed, closed:" << Handle(connection) << "\n";
   fake().receive = [](RfcParameterEntry*, RfcTableEntry*, char**) { return RFC_SYS_EXCEPTION; };
   auto opened = Prepared(Info(0));
   EXPECT_THROW(opened->Open(), RFC_ERROR_INFO);
@@ -171,12 +169,8 @@ TEST_F(ConnectionTest, PingAnswersTheHandleOrZero) {
   out << Seen() << "\n";
 }
 
-// A borrowed handle stays open; new records close first, so does an accept.
-TEST_F(ConnectionTest, CloseClosesOnlyWhatItOpenedOrAccepted) {
-  CRfcConnection borrowed;
-  borrowed.AttachHandle(33);
-  borrowed.Close();
-  out << "borrowed:" << Handle(borrowed) << Seen() << "\n";
+// New records close first, so does an accept.
+TEST_F(ConnectionTest, CloseClosesWhatItOpenedOrAccepted) {
   auto connection = Prepared(Info(0));
   connection->Open();
   out << Traced(RunTraced([&] { connection->Close(); }));
