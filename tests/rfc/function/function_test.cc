@@ -87,9 +87,8 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " table\n";
 }
 
-// Per code: what CallReceive answered or threw, the exception, whether the
-// table handle and structure values were taken over, and the trace. -1: RfcCall
-// itself fails.
+// Per code (-1: RfcCall itself fails): what CallReceive answered or threw, the
+// exception, what was taken over (table handle, structure values), the trace.
 TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
   static char raised[] = "TABLE_NOT_AVAILABLE";
   for (const int code : {0, 2, 4, 1, 3, 6, -1}) {
@@ -130,9 +129,8 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
   }
 }
 
-// A function that described itself owns what it made; what the application
-// added stays the application's (the sanitizer build sees a leak or a use
-// after free).
+// A self-described function owns what it made, not what the application added
+// (the sanitizer build sees a leak or a double free).
 TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
   rfc_test::Answer({{{"I", "QUERY", "SIMPLE", "QUERY", "C", 10},
                      {"E", "COUNT", "SIMPLE", "COUNT", "I", 4},
@@ -189,8 +187,7 @@ TEST_F(AutoCreationTest, TheDictionaryLinesAndTypeLetters) {
         std::tuple{CRfcGetFunctionInterface::kParamsFieldsLong, CRfcGetFunctionInterface::kParamsElementsLong, 11},
         std::tuple{CRfcGetStructureDefinition::kFieldsFieldsShort, CRfcGetStructureDefinition::kFieldsElementsShort, 7},
         std::tuple{CRfcGetStructureDefinition::kFieldsFieldsLong, CRfcGetStructureDefinition::kFieldsElementsLong, 7}}) {
-    // The records lay out to their documented offsets, and the type elements
-    // describe the same fields.
+    // Laid out to their documented offsets; the type elements match the records.
     CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
     table.SetTypeHandle(1);
     std::vector<CRfcFieldInfo> fields(records, records + count);

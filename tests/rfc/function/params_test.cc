@@ -238,8 +238,7 @@ TEST_F(StructInfoTest, NaturalAlignmentOfFloatIntAndInt2) {
     for (const CRfcFieldInfo& f : fields) out << f.type << "/" << f.length << "@" << f.offset << " ";
     out << "->" << info.lengths << "\n";
   }
-  // No record can be longer than a 32-bit length: not within the fields, nor
-  // after the last rounding.
+  // No record may exceed a 32-bit length, within the fields or by the last rounding.
   for (const auto& [type, length] : {std::pair{TYPE_CHAR, INT_MAX}, std::pair{TYPE_FLOAT, INT_MAX - 8}}) {
     RecordingStruct info("S");
     CRfcFieldInfo fields[] = {Field("A", 0, type == TYPE_CHAR ? TYPE_CHAR : TYPE_FLOAT, type == TYPE_CHAR ? 1 : 8),
@@ -311,8 +310,7 @@ TEST_F(StructInfoTest, InstallsNormalisedCopiesOnceUnderItsNameOrNotAtAll) {
   }
 }
 
-// A structure parameter of type ZPAIR {KEY CHAR 5, COUNT INT}; with `gap`
-// only COUNT is described.
+// A structure parameter of type ZPAIR {KEY CHAR 5, COUNT INT}; `gap`: only COUNT.
 std::unique_ptr<CRfcStructParam> Pair(const char* name, bool gap = false) {
   auto param = std::make_unique<CRfcStructParam>(name, 0, 0, nullptr, nullptr);
   param->SetTypeName("ZPAIR");
@@ -325,8 +323,7 @@ std::unique_ptr<CRfcStructParam> Pair(const char* name, bool gap = false) {
 
 class MetaDumpTest : public fn_test::TranscriptTest {};
 
-// Each block: the Dump results, the line count (and that no line follows the
-// last), then the sink's text.
+// Per sink: the Dump results, the line count (no line after the last), the text.
 TEST_F(MetaDumpTest, WhatEachSinkHolds) {
   CRfcSimpleParam count("COUNT", TYPE_INT, 4, 0, 0);
   CRfcSimpleParam amount("amount", TYPE_BCD, 7, 2, 0);

@@ -23,8 +23,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 // The customer table with two rows and a structure with a FLOAT after three
-// characters (data/system.json, its release filled in). Names fit the short
-// layout (10 characters).
+// characters (data/system.json, its release filled in); names fit the short layout.
 class System {
  public:
   explicit System(const std::string& release) {
