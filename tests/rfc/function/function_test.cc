@@ -8,9 +8,7 @@
 namespace {
 
 using fn_test::Entries;
-using fn_test::Traced;
 using rfc_test::Answer;
-using rfc_test::Dictionary;
 using rfc_test::Fake;
 
 class FunctionTest : public fn_test::TranscriptTest {
@@ -125,7 +123,7 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
       out << ", taken over: owned " << data.OwnsTable() << " '" << std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4)
           << "' " << static_cast<RFC_INT>(s.FieldValue(0)) << " native " << data.GetNativeLines() << raw.GetNativeLines();
     }
-    out << fn_test::Seen() << "\n" << Traced(run);
+    out << fn_test::Seen() << "\n" << fn_test::Traced(run);
   }
 }
 
@@ -152,7 +150,7 @@ TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
 }
 
 // RFC_READ_TABLE as a partner describes it, in part.
-Dictionary ReadTableDictionary(bool long_layout) {
+rfc_test::Dictionary ReadTableDictionary(bool long_layout) {
   return {{{"I", "QUERY_TABLE", "SIMPLE", "QUERY_TABLE", "C", 30},
            {"I", "DELIMITER", "SIMPLE", "DELIMITER", "C", 1},
            {"I", "ROWCOUNT", "SIMPLE", "ROWCOUNT", "I", 4},
@@ -301,7 +299,7 @@ TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
         out << "the library's error\n";
       }
     });
-    out << Traced(run) << "tables left " << fake().tables.size() << "\n";
+    out << fn_test::Traced(run) << "tables left " << fake().tables.size() << "\n";
     fake().install_result = 0;
   }
   // A refused registration keeps the one there was.

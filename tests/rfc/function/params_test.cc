@@ -6,13 +6,12 @@
 
 namespace {
 
-using testutil::Escaped;
 using fn_test::Seen;
 using fn_test::Traced;
 using test_support::Field;
 
 std::string Bytes(const unsigned char* data, int length) {
-  return data == nullptr ? "no buffer" : "'" + Escaped(std::string(reinterpret_cast<const char*>(data), static_cast<size_t>(length))) + "'";
+  return data == nullptr ? "no buffer" : "'" + testutil::Escaped(std::string(reinterpret_cast<const char*>(data), static_cast<size_t>(length))) + "'";
 }
 
 // The entry handed to the library: name type/length, and whether it points at the buffer.
@@ -168,7 +167,7 @@ TEST_F(TableParamTest, GetDataBindsTheOneAccessorToACell) {
   table.GetData(line, 0) = "abc";
   CRfcData& count = table.GetData(line, 1);
   count = 4711;
-  out << static_cast<RFC_INT>(count) << " '" << Escaped(std::string(reinterpret_cast<char*>(line), 8)) << "' ";
+  out << static_cast<RFC_INT>(count) << " " << Bytes(line, 8) << " ";
   EXPECT_EQ(&table.GetData(line, 0), &count);
   out << static_cast<CSTR>(count) << "\n";
   const unsigned char big_endian[4] = {0x00, 0x00, 0x01, 0x02};

@@ -19,7 +19,6 @@
 namespace {
 
 using sapsim::testing::SapsimProcess;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 // The customer table with two rows and a structure with a FLOAT after three
@@ -72,8 +71,7 @@ TEST(SapsimE2eTest, PartnersOfOldAndNewReleasesInTurn) {
   ASSERT_STREQ(static_cast<const char*>(old.connection.GetRelease()), "31I");
   EXPECT_EQ(modern.connection.Ping(), modern.connection.GetHandle());
   // Alternating partners make both line structures change their layout.
-  for (CRfcConnection* connection :
-       {&modern.connection, &old.connection, &modern.connection, &old.connection}) {
+  for (CRfcConnection* connection : {&modern.connection, &old.connection, &modern.connection, &old.connection}) {
     CRfcStructParam answer("ret", 0, 1, connection, "RS_RETURN");
     EXPECT_EQ(answer.GetLength(), 1 + 20 + 3 + 220);
     EXPECT_STREQ(answer.GetFieldInfo(3)->name, "MESSAGE");
@@ -87,8 +85,7 @@ TEST(SapsimE2eTest, PartnersOfOldAndNewReleasesInTurn) {
     // a second read gives the same lines (the partner empties DATA first).
     ReadTable(function, "ZNOTHERE", 2);
     for (int twice = 0; twice < 2; ++twice) {
-      EXPECT_THAT(ReadTable(function, "ZBATCHES", 0),
-                  ElementsAre("100|Z_BATCH_ORDERS", "100|Z_BATCH_LOWER"));
+      EXPECT_THAT(ReadTable(function, "ZBATCHES", 0), ::testing::ElementsAre("100|Z_BATCH_ORDERS", "100|Z_BATCH_LOWER"));
     }
   }
   // Only an empty release is asked through the system parameters.
