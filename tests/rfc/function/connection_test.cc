@@ -65,7 +65,8 @@ class ConnectionTest : public fn_test::TranscriptTest {
 };
 
 // Per mode: what was called (twice Open: an open connection is only pinged),
-// what was opened, the handle.
+// what was opened, the handle. Then load balanced, opened and then only pinged
+// (a failed ping throws); via the message server without a group.
 TEST_F(ConnectionTest, EachModeOpensWithItsOptionBlock) {
   auto none = [](CRfcConnInfo&) {};
   const std::tuple<int, const char*, std::function<void(CRfcConnInfo&)>> cases[] = {
@@ -83,11 +84,7 @@ TEST_F(ConnectionTest, EachModeOpensWithItsOptionBlock) {
     connection->Open();
     out << mode << " " << change << ":" << Seen() << Opens() << Handle(*connection) << "\n";
   }
-}
-
-// Load balanced, opened and then only pinged (a failed ping throws); via the
-// message server without a group.
-TEST_F(ConnectionTest, TheMessageServerIsUsedWhenItsFieldsAreSet) {
+  fake().Reset();
   auto connection = Prepared(Info(0));
   connection->OpenLoadBalanced();
   fake().call_result = 1;
@@ -286,8 +283,6 @@ TEST_F(ConnectionTest, EachAllocationOfOpeningAndCallingCanFail) {
         if (connection.GetSystemInfoList().GetCount() != 4) throw "no system information";
       },
       [] { Prepared(Info(0))->Open(); },  // the open with its ping
-      // The first trace line of a thread makes its file record.
-      [] { GetRfcTrace().WriteHeader(); },
       [] { ThrowRfcLastError(true); },
       [] {  // a structure of the caller's; a structure and a simple import the partner describes
         CRfcStructParam traced("P", 8, 0, nullptr, nullptr);

@@ -25,7 +25,7 @@ std::string Entry(CRfcImpExpParam& param) {
 class ParamTest : public fn_test::TranscriptTest {};
 
 // Per type/given length: length, flags (simple, active, auto-created), the
-// entry, and the cleared buffer.
+// entry, and the cleared buffer; then values, and buffers that fail.
 TEST_F(ParamTest, SimpleParametersTakeTheLengthOfTheirTypeAndStartCleared) {
   const std::pair<int, int> cases[] = {{TYPE_INT, 0}, {TYPE_DATE, 3}, {TYPE_CHAR, 5}, {TYPE_NUM, 4},
                                        {TYPE_TIME, 0}, {TYPE_CHAR, 0}, {9999, 12}};
@@ -37,7 +37,7 @@ TEST_F(ParamTest, SimpleParametersTakeTheLengthOfTheirTypeAndStartCleared) {
     // The block holds two bytes more (the sanitizer build sees an overrun).
     if (param.GetBuffer() != nullptr) std::memset(param.GetBuffer(), 0x5A, static_cast<size_t>(param.GetLength()) + 2);
   }
-  // A value reset, retyped and turned around.
+  // A value reset and turned around.
   CRfcSimpleParam amount("AMOUNT", TYPE_BCD, 5, 2, 0);
   amount.Value() = "12.5";
   out << amount.GetDecimals() << " " << static_cast<CSTR>(amount.Value()) << " ";
@@ -50,11 +50,8 @@ TEST_F(ParamTest, SimpleParametersTakeTheLengthOfTheirTypeAndStartCleared) {
   count.AfterReceive();
   count.AfterReceive();  // once native, left alone
   out << static_cast<RFC_INT>(count.Value()) << "\n";
-}
-
-// The old buffer is gone, the length is the old one, and nothing is handed to
-// the library to write through; a structure without a buffer has no fields.
-TEST_F(ParamTest, BuffersThatCannotBeAllocatedAreReported) {
+  // Buffers that cannot be allocated: the old one is gone, its length kept, nothing
+  // handed to the library to write through; a structure without one has no fields.
   CRfcSimpleParam param("P", TYPE_CHAR, 4, 0, 0);
   out << Traced(rfc_test::RunTraced([&] {
     rfc::testing::FailNextAllocation();
