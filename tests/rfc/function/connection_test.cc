@@ -16,7 +16,6 @@ using rfc_test::RunTraced;
 
 class ConnectionTest : public fn_test::TranscriptTest {
  protected:
-  static CRfcLogonInfo Logon() { return {"100", "BATCH", "secret", "E"}; }
   // Every field set; a known release, so no release query follows the open.
   static CRfcConnInfo Info(int mode) {
     return {mode, 5, "46C", 0, "DEST", "apphost", "gwhost", "3300", 7, "DEV", "mshost", "PUBLIC"};
@@ -47,7 +46,7 @@ class ConnectionTest : public fn_test::TranscriptTest {
   }
   static std::unique_ptr<CRfcConnection> Prepared(const CRfcConnInfo& info) {
     auto connection = std::make_unique<CRfcConnection>();
-    connection->SetLogonInfo(Logon());
+    connection->SetLogonInfo({"100", "BATCH", "secret", "E"});
     connection->SetConnInfo(info);
     return connection;
   }
@@ -176,7 +175,7 @@ TEST_F(ConnectionTest, CloseClosesWhatItOpenedOrAccepted) {
   connection->Open();
   connection->SetConnInfo(Info(0));
   connection->Open();
-  connection->SetLogonInfo(Logon());
+  connection->SetLogonInfo({"100", "BATCH", "secret", "E"});
   connection->Open();
   char program[] = "-aPROG";
   char* argv[] = {program, nullptr};

@@ -23,25 +23,21 @@ using ::testing::HasSubstr;
 
 // The customer table with two rows and a structure with a FLOAT after three
 // characters (data/system.json, its release filled in); names fit the short layout.
-class System {
- public:
+struct System {
   explicit System(const std::string& release) {
     std::string text = testutil::ReadBytes(testutil::SourceDir() + "/tests/rfc/function/data/system.json");
     text.replace(text.find("@RELEASE@"), 9, release);
     SapsimProcess::Options options;
-    options.system_file = dir_.Write("system.json", text);
-    process_ = std::make_unique<SapsimProcess>(options);
+    options.system_file = dir.Write("system.json", text);
+    process = std::make_unique<SapsimProcess>(options);
     connection.SetLogonInfo({"100", "BATCH", "secret", "E"});
     connection.SetConnInfo({0, 0, "RELEASEUNKNOWN", 0, "SAPSIM", "127.0.0.1", "127.0.0.1",
-                            process_->port_text().c_str(), 0, "", "", ""});
+                            process->port_text().c_str(), 0, "", "", ""});
     connection.Open();
   }
-  std::string Log() const { return process_->Log(); }
   CRfcConnection connection;
-
- private:
-  sapsim::testing::TempDir dir_;
-  std::unique_ptr<SapsimProcess> process_;
+  sapsim::testing::TempDir dir;
+  std::unique_ptr<SapsimProcess> process;
 };
 
 // Reads `table` with an auto-created RFC_READ_TABLE; the lines of DATA.
@@ -89,8 +85,8 @@ TEST(SapsimE2eTest, PartnersOfOldAndNewReleasesInTurn) {
     }
   }
   // Only an empty release is asked through the system parameters.
-  EXPECT_THAT(modern.Log(), ::testing::Not(HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS")));
-  EXPECT_THAT(unknown.Log(), HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS"));
+  EXPECT_THAT(modern.process->Log(), ::testing::Not(HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS")));
+  EXPECT_THAT(unknown.process->Log(), HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS"));
   EXPECT_STREQ(static_cast<const char*>(unknown.connection.GetRelease()), "");
 }
 
