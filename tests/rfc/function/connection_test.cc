@@ -191,8 +191,10 @@ TEST_F(ConnectionTest, CloseClosesWhatItOpenedOrAccepted) {
 // The release given (upper-cased, nothing asked), from the attributes (the
 // partner's, or the kernel's when the partner's starts with a blank), or
 // asked with the system parameters when the partner's is empty (what that
-// receive is handed, too); an exception of the partner keeps it unknown.
-TEST_F(ConnectionTest, TheRelease) {
+// receive is handed, too); an exception of the partner keeps it unknown. Then
+// the system information: fetched once per object, also across a reopen; a
+// failed call: the library's error lines, then the plain failure.
+TEST_F(ConnectionTest, TheReleaseAndTheSystemInformation) {
   const std::vector<std::string> cases[] = {
       {"46c", "", ""}, {"RELEASEUNKNOWN", "46C", "46D"}, {"RELEASEUNKNOWN", "46C ", "46D"},
       {"RELEASEUNKNOWN", " 46C", "46D "}, {"RELEASEUNKNOWN", " 4", "700"}, {"RELEASEUNKNOWN", "XXXXX", "YYYYY"},
@@ -216,11 +218,7 @@ TEST_F(ConnectionTest, TheRelease) {
   CRfcConnection asking;
   asking.AttachHandle(4);
   out << Traced(RunTraced([&] { asking.GetR3Release(); })) << static_cast<const char*>(asking.GetRelease()) << "\n";
-}
-
-// Fetched once per object, also across a reopen; then a failed call: the
-// library's error lines, then the plain failure.
-TEST_F(ConnectionTest, SystemInformationIsFetchedOnceAndFlattened) {
+  fake().Reset();
   ScriptSystem();
   CRfcConnInfo info = Info(0);
   info.QuerySystemInfo = 1;

@@ -90,8 +90,8 @@ class TableParamTest : public fn_test::TranscriptTest {
 
 // An owned table is created once, cleared, and deleted by the destructor or
 // when a received one takes its place (the position stays); a received table
-// is forgotten, never deleted.
-TEST_F(TableParamTest, OwnedTablesAreDeletedReceivedOnesForgotten) {
+// is forgotten, never deleted. Then failures and lines out of range.
+TEST_F(TableParamTest, OwnedTablesAreDeletedReceivedOnesForgottenFailuresLeaveThemUsable) {
   const TableHandle received = fake().NewTable(8);
   std::vector<TableHandle> owned(2);
   {
@@ -125,11 +125,8 @@ TEST_F(TableParamTest, OwnedTablesAreDeletedReceivedOnesForgotten) {
   }
   out << Seen() << "\n";
   EXPECT_EQ(fake().deleted, owned);
-}
-
-// Each failure is traced and thrown; the table stays as it was (emptied
-// before a failed delete) and usable.
-TEST_F(TableParamTest, FailuresAndOutOfRangeLinesLeaveTheTableUsable) {
+  // Each failure is traced and thrown; the table stays as it was (emptied
+  // before a failed delete) and usable.
   CRfcTableParam table("T", 8, 0, 0, nullptr, nullptr);
   fake().itcreate_failures = 1;
   out << Traced(rfc_test::RunTraced([&] { table.Create(); })) << State(table) << "\n";
@@ -142,15 +139,13 @@ TEST_F(TableParamTest, FailuresAndOutOfRangeLinesLeaveTheTableUsable) {
   out << Traced(rfc_test::RunTraced([&] { table.Delete(); })) << State(table) << "\n";
   fake().itdelete_result = 0;
   table.Delete();
-  out << State(table) << "\n";
   // GotoLine(n) positions on line n+1, growing the table; beyond the
   // library's lines or below 0 it positions nowhere.
-  CRfcTableParam grown("T", 8, 0, 0, nullptr, nullptr);
-  out << grown.GotoLine(0) << " " << State(grown) << "\n";
-  grown.Create();
-  out << grown.GotoLine(4) << " " << State(grown) << "\n";
+  out << table.GotoLine(0) << " " << State(table) << "\n";
+  table.Create();
+  out << table.GotoLine(4) << " " << State(table) << "\n";
   fake().max_lines = 5;
-  for (int beyond : {5, -1}) out << grown.GotoLine(beyond) << " " << State(grown) << "\n";
+  for (int beyond : {5, -1}) out << table.GotoLine(beyond) << " " << State(table) << "\n";
 }
 
 // One accessor: a reference taken earlier follows the newest cell. Numbers of
@@ -317,10 +312,8 @@ std::unique_ptr<CRfcStructParam> Pair(const char* name, bool gap = false) {
   return param;
 }
 
-class MetaDumpTest : public fn_test::TranscriptTest {};
-
 // Per sink: the Dump results, the line count (no line after the last), the text.
-TEST_F(MetaDumpTest, WhatEachSinkHolds) {
+TEST_F(ParamTest, WhatEachMetaDumpSinkHolds) {
   CRfcSimpleParam count("COUNT", TYPE_INT, 4, 0, 0);
   CRfcSimpleParam amount("amount", TYPE_BCD, 7, 2, 0);
   auto first = Pair("first");
