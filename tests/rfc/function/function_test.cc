@@ -65,8 +65,7 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   CRfcClientFunc function(&connection_, "F");
   CRfcSimpleParam a("Query_Table", TYPE_CHAR, 30, 0, 0), b("delimiter", TYPE_CHAR, 1, 0, 0);
   CRfcTableParam t("fields", 8, 0, 0, nullptr, nullptr);
-  function.AddImport(&a);
-  function.AddImport(&b);
+  for (CRfcSimpleParam* import : {&a, &b}) function.AddImport(import);
   function.AddTable(&t);
   function.AddImport(nullptr);  // nothing to add
   function.AddTable(nullptr);
@@ -95,12 +94,12 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
     fake().call_result = code == -1 ? 1 : 0;
     SetRfcByteOrderSwitch(1);
     CRfcClientFunc function(&connection_, "Z_CALL");
+    // RAW's lines are never turned around.
     CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr), raw("RAW", 4, 1, 0, nullptr, nullptr);
     CRfcStructParam s("S", 0, 0, nullptr, nullptr);
     CRfcFieldInfo field{"N", 0, 0, TYPE_INT, 4, 0};
     s.AddFieldInfo(&field, 1);
-    function.AddTable(&data);
-    function.AddTable(&raw);  // its lines are never turned around
+    for (CRfcTableParam* table : {&data, &raw}) function.AddTable(table);
     function.AddExport(&s);
     fake().receive = [code](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
       rfc_test::FillTable("DATA", {"abcd", "efgh"})(exports, tables, exception);
@@ -230,14 +229,12 @@ TEST_F(AutoCreationTest, AFunctionDescribesItselfForOldAndNewPartnersInTurn) {
       EXPECT_EQ(fake().installs.size() - installs, static_cast<size_t>(step.registrations) + 2);
     }
     const stand_in::Exchange& question = fake().calls.at(0);
-    const stand_in::Exchange& structure = fake().calls.at(1);
     if (!params_types.empty()) {  // registered by this test: the handle registered last
       EXPECT_EQ(question.tables.at(0).type, params_types.back().handle);
       EXPECT_EQ(params_types.back().elements.at(2).length, step.long_layout ? 30 : 10);
       EXPECT_EQ(fields_types.back().elements.at(0).length, step.long_layout ? 30 : 10);
     }
-    out << question.function << ":" << Entries(question.params) << Entries(question.tables) << "\n";
-    out << structure.function << ":" << Entries(structure.params) << Entries(structure.tables) << "\n";
+    for (const stand_in::Exchange& call : fake().calls) out << call.function << ":" << Entries(call.params) << Entries(call.tables) << "\n";
     // The readers' tables are gone; the line length is computed, not INTLENGTH.
     CRfcTableParam* options = function.GetTables().GetAt(0);
     out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " tables, long names "

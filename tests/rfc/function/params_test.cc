@@ -208,7 +208,8 @@ std::string Kept(const CRfcStructInfo& info) {
 class StructInfoTest : public fn_test::TranscriptTest {};
 
 // Per record: type/length -> offset; then the lengths handed to SetLength.
-TEST_F(StructInfoTest, NaturalAlignmentOfFloatIntAndInt2) {
+// Then the records installed, and what installs nothing.
+TEST_F(StructInfoTest, NaturalAlignmentAndInstallation) {
   const std::vector<std::pair<int, int>> cases[] = {
       {{TYPE_CHAR, 3}, {TYPE_FLOAT, 8}, {TYPE_INT2, 2}, {TYPE_INT, 4}},
       {{TYPE_CHAR, 1}, {TYPE_INT1, 1}},  // nothing aligned: no rounding
@@ -244,12 +245,8 @@ TEST_F(StructInfoTest, NaturalAlignmentOfFloatIntAndInt2) {
   }
   std::memset(field.name, 'N', sizeof field.name);  // no terminator at all
   out << FieldNameLength(field) << "\n";
-}
-
-// Laid out with the lengths as given, kept as copies with the fixed lengths,
-// installed once under its name; a second description keeps the handle. Then
-// what installs nothing.
-TEST_F(StructInfoTest, InstallsNormalisedCopiesOnceUnderItsNameOrNotAtAll) {
+  // Laid out with the lengths as given, kept as copies with the fixed lengths,
+  // installed once under its name; a second description keeps the handle.
   RecordingStruct info("MYSTRUCT");
   std::vector<CRfcFieldInfo> fields = {Field("NAME    ", 0, TYPE_CHAR, 3), Field("WHEN", 1, TYPE_DATE, 99),
                                        Field("COUNT", 2, TYPE_INT, 17), Field("AMOUNT", 3, TYPE_BCD, 5, 2)};
