@@ -7,12 +7,8 @@
 namespace test_support {
 
 inline CRfcFieldInfo Field(const char* name, int column, int type, int length, int decimals = 0) {
-  CRfcFieldInfo field{};
+  CRfcFieldInfo field{{}, column, 0, type, length, decimals};
   SetFieldName(field, name);
-  field.column = column;
-  field.type = type;
-  field.length = length;
-  field.decimals = decimals;
   return field;
 }
 

@@ -8,17 +8,12 @@
 namespace {
 
 using fn_test::Entries;
-using fn_test::Traced;
 using rfc_test::Answer;
-using rfc_test::Dictionary;
 using rfc_test::Fake;
 
 class FunctionTest : public fn_test::TranscriptTest {
  protected:
-  void SetUp() override {
-    TranscriptTest::SetUp();
-    connection_.AttachHandle(42);
-  }
+  FunctionTest() { connection_.AttachHandle(42); }
   int Call(CRfcClientFunc& function, int all = 0) {
     char* exception = nullptr;
     return function.CallReceive(exception, all);
@@ -30,11 +25,6 @@ class FunctionTest : public fn_test::TranscriptTest {
 TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   CRfcClientFunc empty(&connection_, "rfcping");
   out << Call(empty) << fn_test::Seen() << "\n";
-  // Only terminators; the receive gets the same table array.
-  EXPECT_EQ(fake().calls[0].params_array[0].name, nullptr);
-  EXPECT_EQ(fake().calls[0].tables_array[0].name, nullptr);
-  EXPECT_EQ(fake().receives[0].params_array[0].name, nullptr);
-  EXPECT_EQ(fake().receives[0].tables_array, fake().calls[0].tables_array);
 
   CRfcClientFunc function(&connection_, "F");
   CRfcSimpleParam a("A", TYPE_CHAR, 3, 0, 0), b("B", TYPE_INT, 4, 0, 0);
@@ -54,19 +44,15 @@ TEST_F(FunctionTest, TheArraysAndWhatTheyPass) {
   out << "active A S E1: " << a.IsActive() << s.IsActive() << e1.IsActive() << "\n";
   EXPECT_EQ(fake().receives[1].tables[0].handle, t1.GetTableHandle());
   // Without setting A only the structure goes; every import with bAll.
-  // Imports that turn active later fit the kept arrays.
   Call(function);
   Call(function, 1);
   a.SetActive(1);
   b.SetActive(1);
   Call(function);
-  EXPECT_EQ(fake().calls[4].params_array, fake().calls[1].params_array);
-  EXPECT_EQ(fake().receives[4].params_array, fake().receives[1].params_array);
-  // A list that changes gets a new array with a new terminator.
+  // A list that changes gets a new array.
   CRfcSimpleParam e3("E3", TYPE_INT, 4, 0, 0);
   function.AddExport(&e3);
   Call(function);
-  EXPECT_EQ(fake().receives[5].params_array[3].name, nullptr);
   for (size_t i = 1; i < fake().calls.size(); ++i) {
     out << fake().calls[i].function << ":" << Entries(fake().calls[i].params) << " ->"
         << Entries(fake().receives[i].params) << " |" << Entries(fake().receives[i].tables) << "\n";
@@ -79,8 +65,7 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
   CRfcClientFunc function(&connection_, "F");
   CRfcSimpleParam a("Query_Table", TYPE_CHAR, 30, 0, 0), b("delimiter", TYPE_CHAR, 1, 0, 0);
   CRfcTableParam t("fields", 8, 0, 0, nullptr, nullptr);
-  function.AddImport(&a);
-  function.AddImport(&b);
+  for (CRfcSimpleParam* import : {&a, &b}) function.AddImport(import);
   function.AddTable(&t);
   function.AddImport(nullptr);  // nothing to add
   function.AddTable(nullptr);
@@ -97,14 +82,10 @@ TEST_F(FunctionTest, FindsParametersByTrimmedUpperCaseName) {
     out << list << " '" << (name != nullptr ? name : "null") << "' -> " << found << " " << index << "\n";
   }
   out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " table\n";
-  // Without a connection a call goes to handle 0.
-  CRfcClientFunc unconnected(nullptr, "F");
-  out << Call(unconnected) << fn_test::Seen() << "\n";
 }
 
-// Per code: what CallReceive answered or threw, the exception, whether the
-// table handle and structure values were taken over, and the trace. -1: RfcCall
-// itself fails.
+// Per code (-1: RfcCall itself fails): what CallReceive answered or threw, the
+// exception, what was taken over (table handle, structure values), the trace.
 TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
   static char raised[] = "TABLE_NOT_AVAILABLE";
   for (const int code : {0, 2, 4, 1, 3, 6, -1}) {
@@ -113,12 +94,12 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
     fake().call_result = code == -1 ? 1 : 0;
     SetRfcByteOrderSwitch(1);
     CRfcClientFunc function(&connection_, "Z_CALL");
+    // RAW's lines are never turned around.
     CRfcTableParam data("DATA", 4, 0, 0, nullptr, nullptr), raw("RAW", 4, 1, 0, nullptr, nullptr);
     CRfcStructParam s("S", 0, 0, nullptr, nullptr);
     CRfcFieldInfo field{"N", 0, 0, TYPE_INT, 4, 0};
     s.AddFieldInfo(&field, 1);
-    function.AddTable(&data);
-    function.AddTable(&raw);  // its lines are never turned around
+    for (CRfcTableParam* table : {&data, &raw}) function.AddTable(table);
     function.AddExport(&s);
     fake().receive = [code](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
       rfc_test::FillTable("DATA", {"abcd", "efgh"})(exports, tables, exception);
@@ -141,47 +122,12 @@ TEST_F(FunctionTest, EveryReturnCodeOfTheReceive) {
       out << ", taken over: owned " << data.OwnsTable() << " '" << std::string(static_cast<char*>(ItGetLine(data.GetTableHandle(), 2)), 4)
           << "' " << static_cast<RFC_INT>(s.FieldValue(0)) << " native " << data.GetNativeLines() << raw.GetNativeLines();
     }
-    out << fn_test::Seen() << "\n" << Traced(run);
+    out << fn_test::Seen() << "\n" << fn_test::Traced(run);
   }
 }
 
-TEST_F(FunctionTest, AllocationFailuresAreReported) {
-  CRfcSimpleParam a("A", TYPE_CHAR, 1, 0, 0);
-  // The arrays are made in the order imports, exports, tables.
-  for (int skip = 0; skip < 3; ++skip) {
-    CRfcClientFunc function(&connection_, "F");
-    function.AddImport(&a);
-    out << Traced(rfc_test::RunTraced([&] {
-      function.SetUpImports(0);  // an array that the changed list replaces below
-      CRfcSimpleParam more("B", TYPE_CHAR, 1, 0, 0);
-      function.AddImport(&more);
-      function.AddExport(&more);
-      CRfcTableParam table("T", 1, 0, 0, nullptr, nullptr);
-      function.AddTable(&table);
-      rfc::testing::FailAllocations(skip, 1);
-      function.SetUpImports(0);
-      function.SetUpExports();
-      function.SetUpTables();
-    }));
-  }
-  // A list that cannot grow keeps its parameters; the refused one is not added.
-  CRfcClientFunc function(&connection_, "F");
-  std::vector<std::unique_ptr<CRfcSimpleParam>> params;
-  for (int i = 0; i < 11; ++i) {
-    params.push_back(std::make_unique<CRfcSimpleParam>(("P" + std::to_string(i)).c_str(), TYPE_CHAR, 1, 0, 0));
-    if (i < 10) function.AddImport(params.back().get());
-  }
-  out << Traced(rfc_test::RunTraced([&] {
-    rfc::testing::FailNextAllocation();
-    function.AddImport(params[10].get());
-  }));
-  out << "P10 owned " << (params[10]->GetOwner() != nullptr) << ", " << function.GetImports().GetCount()
-      << " imports, P9 found " << (function.FindImpExp(function.GetImports(), "P9") == params[9].get()) << "\n";
-}
-
-// A function that described itself owns what it made; what the application
-// added stays the application's (the sanitizer build sees a leak or a use
-// after free).
+// A self-described function owns what it made, not what the application added
+// (the sanitizer build sees a leak or a double free).
 TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
   rfc_test::Answer({{{"I", "QUERY", "SIMPLE", "QUERY", "C", 10},
                      {"E", "COUNT", "SIMPLE", "COUNT", "I", 4},
@@ -200,11 +146,10 @@ TEST_F(FunctionTest, DestructionDeletesOnlyAutoCreatedParameters) {
   }
   // ItCreate for PARAMS, FIELDS, LINES; LINES is deleted with its parameter.
   out << fn_test::Seen() << "\n" << fake().deleted.size() << " deleted\n";
-  EXPECT_EQ(std::string(own->GetName()) + own_table->GetName() + flagged->GetName(), "MINEMYTABFLAGGED");
 }
 
 // RFC_READ_TABLE as a partner describes it, in part.
-Dictionary ReadTableDictionary(bool long_layout) {
+rfc_test::Dictionary ReadTableDictionary(bool long_layout) {
   return {{{"I", "QUERY_TABLE", "SIMPLE", "QUERY_TABLE", "C", 30},
            {"I", "DELIMITER", "SIMPLE", "DELIMITER", "C", 1},
            {"I", "ROWCOUNT", "SIMPLE", "ROWCOUNT", "I", 4},
@@ -229,50 +174,25 @@ class AutoCreationTest : public fn_test::TranscriptTest {
     connection->AttachHandle(3);
     return connection;
   }
-
-  // Runs `code` with allocation k failing for k = 0, 1, ... until its trace
-  // holds `line`; nothing once the code no longer reaches its k-th allocation.
-  static rfc_test::TracedRun FirstFailureTracing(const std::function<void()>& code, const std::string& line) {
-    for (int k = 0;; ++k) {
-      Fake().Reset();
-      bool unused = false;
-      rfc_test::TracedRun run = rfc_test::RunTraced([&] {
-        rfc::testing::FailAllocations(k, 1);
-        code();
-        unused = rfc::testing::PendingAllocationFaults() > 0;
-      });
-      rfc::testing::ClearAllocationFaults();
-      if (std::count(run.lines.begin(), run.lines.end(), line) > 0 || unused) return run;
-    }
-  }
 };
 
 // Per field of the four dictionary line layouts: name, offset, column, the
 // type element's type and length; then the type of each letter.
 TEST_F(AutoCreationTest, TheDictionaryLinesAndTypeLetters) {
-  struct Layout {
-    const CRfcFieldInfo* fields;
-    const RfcTypeElement* elements;
-    int count;
-  };
-  for (const Layout& layout : {Layout{CRfcGetFunctionInterface::kParamsFieldsShort,
-                                      CRfcGetFunctionInterface::kParamsElementsShort, 11},
-                               Layout{CRfcGetFunctionInterface::kParamsFieldsLong,
-                                      CRfcGetFunctionInterface::kParamsElementsLong, 11},
-                               Layout{CRfcGetStructureDefinition::kFieldsFieldsShort,
-                                      CRfcGetStructureDefinition::kFieldsElementsShort, 7},
-                               Layout{CRfcGetStructureDefinition::kFieldsFieldsLong,
-                                      CRfcGetStructureDefinition::kFieldsElementsLong, 7}}) {
-    // The records lay out to their documented offsets, and the type elements
-    // describe the same fields.
+  for (const auto& [records, elements, count] :
+       {std::tuple{CRfcGetFunctionInterface::kParamsFieldsShort, CRfcGetFunctionInterface::kParamsElementsShort, 11},
+        std::tuple{CRfcGetFunctionInterface::kParamsFieldsLong, CRfcGetFunctionInterface::kParamsElementsLong, 11},
+        std::tuple{CRfcGetStructureDefinition::kFieldsFieldsShort, CRfcGetStructureDefinition::kFieldsElementsShort, 7},
+        std::tuple{CRfcGetStructureDefinition::kFieldsFieldsLong, CRfcGetStructureDefinition::kFieldsElementsLong, 7}}) {
+    // Laid out to their documented offsets; the type elements match the records.
     CRfcTableParam table("LAYOUT", 0, 0, 0, nullptr, nullptr);
     table.SetTypeHandle(1);
-    std::vector<CRfcFieldInfo> fields(layout.fields, layout.fields + layout.count);
-    table.AddFieldInfo(fields.data(), layout.count);
+    std::vector<CRfcFieldInfo> fields(records, records + count);
+    table.AddFieldInfo(fields.data(), count);
     out << "line " << table.GetLineLength() << ":";
-    for (int i = 0; i < layout.count; ++i) {
-      const CRfcFieldInfo& f = layout.fields[i];
-      const RfcTypeElement& e = layout.elements[i];
+    for (int i = 0; i < count; ++i) {
+      const CRfcFieldInfo& f = records[i];
+      const RfcTypeElement& e = elements[i];
       EXPECT_EQ(std::vector<int>({fields[static_cast<size_t>(i)].offset, f.type, f.length}),
                 std::vector<int>({f.offset, e.type, e.length})) << f.name;
       EXPECT_STREQ(e.name, f.name);
@@ -309,14 +229,12 @@ TEST_F(AutoCreationTest, AFunctionDescribesItselfForOldAndNewPartnersInTurn) {
       EXPECT_EQ(fake().installs.size() - installs, static_cast<size_t>(step.registrations) + 2);
     }
     const stand_in::Exchange& question = fake().calls.at(0);
-    const stand_in::Exchange& structure = fake().calls.at(1);
     if (!params_types.empty()) {  // registered by this test: the handle registered last
       EXPECT_EQ(question.tables.at(0).type, params_types.back().handle);
       EXPECT_EQ(params_types.back().elements.at(2).length, step.long_layout ? 30 : 10);
       EXPECT_EQ(fields_types.back().elements.at(0).length, step.long_layout ? 30 : 10);
     }
-    out << question.function << ":" << Entries(question.params) << Entries(question.tables) << "\n";
-    out << structure.function << ":" << Entries(structure.params) << Entries(structure.tables) << "\n";
+    for (const stand_in::Exchange& call : fake().calls) out << call.function << ":" << Entries(call.params) << Entries(call.tables) << "\n";
     // The readers' tables are gone; the line length is computed, not INTLENGTH.
     CRfcTableParam* options = function.GetTables().GetAt(0);
     out << function.GetImports().GetCount() << " imports, " << function.GetTables().GetCount() << " tables, long names "
@@ -378,7 +296,7 @@ TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
         out << "the library's error\n";
       }
     });
-    out << Traced(run) << "tables left " << fake().tables.size() << "\n";
+    out << fn_test::Traced(run) << "tables left " << fake().tables.size() << "\n";
     fake().install_result = 0;
   }
   // A refused registration keeps the one there was.
@@ -400,28 +318,6 @@ TEST_F(AutoCreationTest, FailuresOfTheRepositoryAreReportedAsDesigned) {
   fake().Reset();
   auto old = Connection("31I");
   out << rfc_test::Thrown([&] { CRfcStructParam param("P", 0, 1, old.get(), "ZLONGERNAME"); }) << fn_test::Seen() << "\n";
-}
-
-// The trace of a structure and of a simple parameter that cannot be made; an
-// import throws the short text, an export the long one.
-TEST_F(AutoCreationTest, AllocationFailuresOnTheWay) {
-  auto connection = Connection("46C");
-  const Dictionary pair{{}, {{"ZPAIR", {{"ZPAIR", "KEY", 1, 0, 4, 0, "C"}, {"ZPAIR", "N", 2, 4, 4, 0, "I"}}}}};
-  out << Traced(FirstFailureTracing(
-      [&] {
-        Answer(pair);
-        CRfcStructParam param("P", 0, 1, connection.get(), "ZPAIR");
-      },
-      "Failure to auto-create structure parameter"));
-  for (const char* param_class : {"I", "E"}) {
-    const Dictionary simple{{{param_class, "NAME", "SIMPLE", "NAME", "C", 8}}, {}};
-    out << Traced(FirstFailureTracing(
-        [&] {
-          Answer(simple);
-          CRfcClientFunc function(connection.get(), "Z_SIMPLE", 1);
-        },
-        "CRfcClienFunc, auto-creation of simple param failed"));
-  }
 }
 
 }  // namespace

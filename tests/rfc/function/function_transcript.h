@@ -39,9 +39,8 @@ inline std::string Entries(const std::vector<stand_in::Entry>& entries) {
   return text;
 }
 
-// The entry points called since the last reset, with handle and text; the
-// dictionary's line structures are left out, as earlier tests of the process
-// may have registered them.
+// The entry points called since the last reset, with handle and text, but for
+// the dictionary's line structures (earlier tests may have registered them).
 inline std::string Seen() {
   std::string text;
   for (const stand_in::Record& r : rfc_test::Fake().log) {

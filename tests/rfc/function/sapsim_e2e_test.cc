@@ -3,7 +3,6 @@
 // releases, and an exception of the partner.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
@@ -12,7 +11,6 @@
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_client_func.h"
-#include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_struct_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "tests/sapsim/support/rfc_library.h"
@@ -21,31 +19,25 @@
 namespace {
 
 using sapsim::testing::SapsimProcess;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 // The customer table with two rows and a structure with a FLOAT after three
-// characters (data/system.json, its release filled in). Names fit the short
-// layout (10 characters).
-class System {
- public:
+// characters (data/system.json, its release filled in); names fit the short layout.
+struct System {
   explicit System(const std::string& release) {
     std::string text = testutil::ReadBytes(testutil::SourceDir() + "/tests/rfc/function/data/system.json");
     text.replace(text.find("@RELEASE@"), 9, release);
     SapsimProcess::Options options;
-    options.system_file = dir_.Write("system.json", text);
-    process_ = std::make_unique<SapsimProcess>(options);
+    options.system_file = dir.Write("system.json", text);
+    process = std::make_unique<SapsimProcess>(options);
     connection.SetLogonInfo({"100", "BATCH", "secret", "E"});
     connection.SetConnInfo({0, 0, "RELEASEUNKNOWN", 0, "SAPSIM", "127.0.0.1", "127.0.0.1",
-                            process_->port_text().c_str(), 0, "", "", ""});
+                            process->port_text().c_str(), 0, "", "", ""});
     connection.Open();
   }
-  std::string Log() const { return process_->Log(); }
   CRfcConnection connection;
-
- private:
-  sapsim::testing::TempDir dir_;
-  std::unique_ptr<SapsimProcess> process_;
+  sapsim::testing::TempDir dir;
+  std::unique_ptr<SapsimProcess> process;
 };
 
 // Reads `table` with an auto-created RFC_READ_TABLE; the lines of DATA.
@@ -59,9 +51,7 @@ std::vector<std::string> ReadTable(CRfcClientFunc& function, const char* table, 
   delimiter->SetActive(1);
   char* exception = nullptr;
   EXPECT_EQ(function.CallReceive(exception, 0), expected_rc);
-  if (expected_rc == 2) {
-    EXPECT_STREQ(exception, "TABLE_NOT_AVAILABLE");
-  }
+  EXPECT_STREQ(exception, expected_rc == 2 ? "TABLE_NOT_AVAILABLE" : nullptr);
   std::vector<std::string> lines;
   CRfcTableParam* data = function.FindTable(function.GetTables(), "DATA");
   const TableHandle handle = data->GetTableHandle();
@@ -77,8 +67,7 @@ TEST(SapsimE2eTest, PartnersOfOldAndNewReleasesInTurn) {
   ASSERT_STREQ(static_cast<const char*>(old.connection.GetRelease()), "31I");
   EXPECT_EQ(modern.connection.Ping(), modern.connection.GetHandle());
   // Alternating partners make both line structures change their layout.
-  for (CRfcConnection* connection :
-       {&modern.connection, &old.connection, &modern.connection, &old.connection}) {
+  for (CRfcConnection* connection : {&modern.connection, &old.connection, &modern.connection, &old.connection}) {
     CRfcStructParam answer("ret", 0, 1, connection, "RS_RETURN");
     EXPECT_EQ(answer.GetLength(), 1 + 20 + 3 + 220);
     EXPECT_STREQ(answer.GetFieldInfo(3)->name, "MESSAGE");
@@ -92,13 +81,12 @@ TEST(SapsimE2eTest, PartnersOfOldAndNewReleasesInTurn) {
     // a second read gives the same lines (the partner empties DATA first).
     ReadTable(function, "ZNOTHERE", 2);
     for (int twice = 0; twice < 2; ++twice) {
-      EXPECT_THAT(ReadTable(function, "ZBATCHES", 0),
-                  ElementsAre("100|Z_BATCH_ORDERS", "100|Z_BATCH_LOWER"));
+      EXPECT_THAT(ReadTable(function, "ZBATCHES", 0), ::testing::ElementsAre("100|Z_BATCH_ORDERS", "100|Z_BATCH_LOWER"));
     }
   }
   // Only an empty release is asked through the system parameters.
-  EXPECT_THAT(modern.Log(), ::testing::Not(HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS")));
-  EXPECT_THAT(unknown.Log(), HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS"));
+  EXPECT_THAT(modern.process->Log(), ::testing::Not(HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS")));
+  EXPECT_THAT(unknown.process->Log(), HasSubstr("RFC_GET_SAP_SYSTEM_PARAMETERS"));
   EXPECT_STREQ(static_cast<const char*>(unknown.connection.GetRelease()), "");
 }
 
