@@ -7,15 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <regex>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "access/sap_table.h"
-#include "app/batch_app.h"
 #include "app/batch_server_app.h"
 #include "app/globals.h"
 #include "app/worker.h"
@@ -47,11 +43,6 @@ Columns Make(std::initializer_list<Column> list) {
   return columns;
 }
 
-bool IsZeroRecord(const CRfcFieldInfo& record) {
-  static const CRfcFieldInfo zero{};
-  return std::memcmp(&record, &zero, sizeof record) == 0;
-}
-
 class BatchFunctionTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { ASSERT_TRUE(LoadRfcLibrary(sapsim::testing::LibraryPath().c_str())); }
@@ -80,9 +71,11 @@ int32_t BuildDocument(CBatchServerFunc* function) {
 // The descriptor array: name, column and offset of each record ("zero" for
 // an all-zero one); then the row width and the table's line length.
 std::string Descriptors(const CBatchServerFunc& function) {
+  static const CRfcFieldInfo zero{};
   std::string text;
   for (const CRfcFieldInfo& record : function.GetFieldInfos()) {
-    text += IsZeroRecord(record) ? " zero" : " " + testutil::Join(record.name, record.column, record.offset);
+    const bool is_zero = std::memcmp(&record, &zero, sizeof record) == 0;
+    text += is_zero ? " zero" : " " + Join(record.name, record.column, record.offset);
   }
   return text + " width " + std::to_string(function.GetRowWidth()) + "\n";
 }
@@ -182,16 +175,15 @@ TEST_F(BatchFunctionTest, BatchIdIsTheCalendarsSecondsAndNeverRepeats) {
   ASSERT_TRUE(std::regex_match(id, std::regex("[0-9]{15}"))) << id;
   EXPECT_TRUE(std::stoll(id.substr(0, 12)) >= before && std::stoll(id.substr(0, 12)) <= after) << id;
 
-  std::vector<std::string> ids[2];
+  std::set<std::string> ids[2];
   auto take = [&ids](int t) {
-    for (int i = 0; i < 40; ++i) ids[t].push_back(CBatchServerFunc::MakeBatchId());
+    for (int i = 0; i < 40; ++i) ids[t].insert(CBatchServerFunc::MakeBatchId());
   };
   std::thread other(take, 1);
   take(0);
   other.join();
-  std::set<std::string> distinct(ids[0].begin(), ids[0].end());
-  distinct.insert(ids[1].begin(), ids[1].end());
-  EXPECT_EQ(distinct.size(), 80u);
+  ids[0].merge(ids[1]);
+  EXPECT_EQ(ids[0].size(), 80u);
 }
 
 TEST_F(BatchFunctionTest, ADocumentThatOutgrowsItsFirstBufferComesOutWhole) {
