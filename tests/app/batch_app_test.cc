@@ -61,17 +61,6 @@ TEST_F(BatchAppTest, WorkerCyclesUntilTheNamedEventIsSetAndAStartClearsAnOldStop
             "0|1|1|1|0|1|1|1|0|1|")
       << log;
   EXPECT_EQ(testutil::FileNames(dir_.path(), ".log"), std::vector<std::string>{CLogFile::GetDate() + ".log"});
-
-  // A second start under the same name resets the event again; the
-  // application's end stops every worker and forgets its context.
-  const int headers = Headers();
-  ASSERT_EQ(app->Start(), 1);
-  ASSERT_EQ(ProcessWorkerContexts().size(), 2u);
-  ASSERT_TRUE(Eventually([&] { return Headers() > headers; }));
-  ASSERT_TRUE(stop->Reset());
-  app.reset();
-  EXPECT_TRUE(ProcessWorkerContexts().empty());
-  EXPECT_EQ(stop->Wait(0), platform::WaitResult::kSignaled);
 }
 
 TEST_F(BatchAppTest, WorkerEndsAtItsFirstCheckWhenThereIsNothingToRunFor) {

@@ -32,10 +32,8 @@ class BatchServerProcessTest : public BatchServerE2eTest {
     ASSERT_TRUE(server_->started());
   }
   std::string ServerErr() const { return testutil::ReadBytes(dir_.File("server.err")); }
-  testutil::RunResult Batchctl(const std::string& command, const std::string& option = "") {
-    std::vector<std::string> argv{testutil::BuildDir() + "/bin/batchctl", command, instance_};
-    if (!option.empty()) argv.insert(argv.begin() + 2, option);
-    return testutil::RunCommand(argv);
+  testutil::RunResult Batchctl(const std::string& command) {
+    return testutil::RunCommand({testutil::BuildDir() + "/bin/batchctl", command, instance_});
   }
 
   std::unique_ptr<testutil::ChildProcess> server_;
@@ -110,37 +108,36 @@ TEST_F(BatchServerProcessTest, StatusTellsWhatTheWorkerDoesInEveryState) {
     std::function<void()> action;
     int exit_code;
     std::string first_line;  // a regular expression
-    const char* json_state;
   } steps[] = {
-      {"before the start", [] {}, 3, "not running", "not running"},
+      {"before the start", [] {}, 3, "not running"},
       {"started",
        [&] {
          setenv("NOTIFY_SOCKET", notify.c_str(), 1);
          StartServer();
          unsetenv("NOTIFY_SOCKET");
        },
-       0, "serving since [-0-9: ]+ \\(program id BATCHE2E, gateway 127.0.0.1 " + sapsim_->port_text() + "\\)", "serving"},
+       0, "serving since [-0-9: ]+ \\(program id BATCHE2E, gateway 127.0.0.1 " + sapsim_->port_text() + "\\)"},
       {"a batch",
        [&] {
          ASSERT_EQ(Call(kSmall).exit_code, 0);
          batch_id = XmlFiles().at(0).substr(0, 15);
        },
-       0, "serving since .*", "serving"},
-      {"SAP gone", [&] { sapsim_.reset(); }, 1, "retrying since [-0-9: ]+: RFC_ERROR_\\w+: .+", "retrying"},
+       0, "serving since .*"},
+      {"SAP gone", [&] { sapsim_.reset(); }, 1, "retrying since [-0-9: ]+: RFC_ERROR_\\w+: .+"},
       {"stopped", [&] { ASSERT_EQ(Batchctl("stop").exit_code, 0); }, 2,
-       "ended at [-0-9: ]+: stopped through the stop event", "ended"},
+       "ended at [-0-9: ]+: stopped through the stop event"},
       {"terminated",
        [&] {
          ASSERT_TRUE(server_->Terminate().has_value());
          batch_id.clear();
        },
-       3, "not running", "not running"},
+       3, "not running"},
       {"library missing",
        [&] {
          settings_["sap.library"] = nowhere;
          StartServer();
        },
-       2, "ended at [-0-9: ]+: Failed to load dll: '" + nowhere + "'", "ended"},
+       2, "ended at [-0-9: ]+: Failed to load dll: '" + nowhere + "'"},
   };
   for (const auto& s : steps) {
     SCOPED_TRACE(s.step);
@@ -151,9 +148,6 @@ TEST_F(BatchServerProcessTest, StatusTellsWhatTheWorkerDoesInEveryState) {
       return person.exit_code == s.exit_code &&
              std::regex_match(person.out.substr(0, person.out.find('\n')), std::regex(s.first_line));
     })) << person.exit_code << "\n" << person.out << LogText();
-    const testutil::RunResult json = Batchctl("status", "--json");
-    EXPECT_EQ(json.exit_code, s.exit_code);
-    EXPECT_NE(json.out.find("\"state\":\"" + std::string(s.json_state) + "\""), std::string::npos) << json.out;
     if (!batch_id.empty() && s.exit_code != 3) {
       EXPECT_NE(person.out.find("\nbatches:        1 since start, the last " + batch_id + " at "), std::string::npos)
           << person.out;
