@@ -5,9 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "platform/file.h"
 #include "tests/support/expected_file.h"
 #include "tests/support/polling.h"

@@ -10,13 +10,10 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
-#include <string>
 
 #include "app/decimal_text.h"
 #include "app/globals.h"
 #include "app/log_failure_notice.h"
-#include "app/settings.h"
-#include "app/worker_status.h"
 #include "tests/support/expected_file.h"
 
 namespace {

@@ -8,12 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <string>
 #include <vector>
 
-#include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
-#include "rfc/server/rfc_server_func.h"
 #include "tests/e2e/server_test_support.h"
 
 namespace {

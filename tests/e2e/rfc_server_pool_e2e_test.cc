@@ -19,7 +19,6 @@
 #include "rfc/server/rfc_server_app.h"
 #include "rfc/server/rfc_server_func.h"
 #include "tests/e2e/batchserver_e2e_fixture.h"
-#include "tests/support/field_info.h"
 
 namespace {
 
@@ -56,9 +55,6 @@ class CountingFunc : public CRfcServerFunc {
 
  private:
   void Init() {
-    CRfcFieldInfo fields[2] = {test_support::Field("H_IDENT", 0, TYPE_CHAR, 10),
-                               test_support::Field("NAME", 1, TYPE_CHAR, 20)};
-    table_.AddFieldInfo(fields, 2);
     AddExport(&rc_);
     AddTable(&table_);
   }

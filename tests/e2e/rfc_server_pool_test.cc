@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <string>
 #include <vector>
 
 #include "platform/path.h"
