@@ -87,12 +87,6 @@ class ServerPoolE2eTest : public e2e::BatchServerE2eTest {
     return ready + busy;
   }
 
-  testutil::RunResult Call(int rows) {
-    std::string csv = "H_IDENT,NAME\n";
-    for (int i = 0; i < rows; ++i) csv += "K" + std::to_string(i) + ",row " + std::to_string(i) + "\n";
-    return BatchServerE2eTest::Call(csv, "Z_POOL_COUNT");
-  }
-
   std::vector<std::string> words_;
   std::vector<char*> argv_;
   CRfcConnection connection_;
@@ -109,8 +103,10 @@ TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
   std::thread pool([&] { rc = app.Run(3); });
   const bool all_registered = Eventually([&] { return Registered() == 3; });
   std::vector<std::future<testutil::RunResult>> callers;
+  std::string csv = "H_IDENT,NAME\n";
   for (int rows = 1; all_registered && rows <= 6; ++rows) {
-    callers.push_back(std::async(std::launch::async, [this, rows] { return Call(rows); }));
+    csv += "K" + std::to_string(rows) + ",row " + std::to_string(rows) + "\n";
+    callers.push_back(std::async(std::launch::async, [this, csv] { return Call(csv, "Z_POOL_COUNT"); }));
   }
   for (size_t i = 0; i < callers.size(); ++i) {
     const testutil::RunResult result = callers[i].get();
