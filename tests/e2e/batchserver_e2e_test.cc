@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <future>
 #include <mutex>
 #include <set>
@@ -115,57 +114,39 @@ TEST_F(BatchServerProcessTest, StatusTellsWhatTheWorkerDoesInEveryState) {
   testutil::NotifySocket manager(notify);
   ASSERT_TRUE(manager.bound());
   std::string batch_id;
-  const std::string nowhere = dir_.File("nowhere.so");
-  const struct {
-    const char* step;
-    std::function<void()> action;
-    int exit_code;
-    std::string first_line;  // a regular expression
-  } steps[] = {
-      {"before the start", [] {}, 3, "not running"},
-      {"started",
-       [&] {
-         setenv("NOTIFY_SOCKET", notify.c_str(), 1);
-         StartServer();
-         unsetenv("NOTIFY_SOCKET");
-       },
-       0, "serving since [-0-9: ]+ \\(program id BATCHE2E, gateway 127.0.0.1 " + sapsim_->port_text() + "\\)"},
-      {"a batch",
-       [&] {
-         ASSERT_EQ(Call(kSmall).exit_code, 0);
-         batch_id = XmlFiles().at(0).substr(0, 15);
-       },
-       0, "serving since .*"},
-      {"SAP gone", [&] { sapsim_.reset(); }, 1, "retrying since [-0-9: ]+: RFC_ERROR_\\w+: .+"},
-      {"stopped", [&] { ASSERT_EQ(Batchctl("stop").exit_code, 0); }, 2,
-       "ended at [-0-9: ]+: stopped through the stop event"},
-      {"terminated",
-       [&] {
-         ASSERT_TRUE(server_->Terminate().has_value());
-         batch_id.clear();
-       },
-       3, "not running"},
-      {"library missing",
-       [&] {
-         settings_["sap.library"] = nowhere;
-         StartServer();
-       },
-       2, "ended at [-0-9: ]+: Failed to load dll: '" + nowhere + "'"},
-  };
-  for (const auto& s : steps) {
-    SCOPED_TRACE(s.step);
-    s.action();
+  // What a person reads: the exit code and the first line (a regular
+  // expression); the last batch once there was one.
+  auto status_is = [&](int exit_code, const std::string& first_line) {
     testutil::RunResult person;
     ASSERT_TRUE(Eventually([&] {
       person = Batchctl("status");
-      return person.exit_code == s.exit_code &&
-             std::regex_match(person.out.substr(0, person.out.find('\n')), std::regex(s.first_line));
-    })) << person.exit_code << "\n" << person.out << LogText();
-    if (!batch_id.empty() && s.exit_code != 3) {
+      return person.exit_code == exit_code &&
+             std::regex_match(person.out.substr(0, person.out.find('\n')), std::regex(first_line));
+    })) << first_line << "\n" << person.exit_code << "\n" << person.out << LogText();
+    if (!batch_id.empty()) {
       EXPECT_NE(person.out.find("\nbatches:        1 since start, the last " + batch_id + " at "), std::string::npos)
           << person.out;
     }
-  }
+  };
+  status_is(3, "not running");
+  setenv("NOTIFY_SOCKET", notify.c_str(), 1);
+  StartServer();
+  unsetenv("NOTIFY_SOCKET");
+  status_is(0, "serving since [-0-9: ]+ \\(program id BATCHE2E, gateway 127.0.0.1 " + sapsim_->port_text() + "\\)");
+  ASSERT_EQ(Call(kSmall).exit_code, 0);
+  batch_id = XmlFiles().at(0).substr(0, 15);
+  status_is(0, "serving since .*");
+  sapsim_.reset();
+  status_is(1, "retrying since [-0-9: ]+: RFC_ERROR_\\w+: .+");
+  ASSERT_EQ(Batchctl("stop").exit_code, 0);
+  status_is(2, "ended at [-0-9: ]+: stopped through the stop event");
+  ASSERT_TRUE(server_->Terminate().has_value());
+  batch_id.clear();
+  status_is(3, "not running");
+  const std::string nowhere = dir_.File("nowhere.so");
+  settings_["sap.library"] = nowhere;
+  StartServer();
+  status_is(2, "ended at [-0-9: ]+: Failed to load dll: '" + nowhere + "'");
   // A library that cannot be loaded ends the worker for good: no retry, the
   // last cycle is "MM/DD/YY hh:mm:ss" and the one entry.
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
