@@ -14,9 +14,9 @@
 #include <set>
 #include <thread>
 
+#include "app/gateway_connection.h"
 #include "platform/thread.h"
 #include "rfc/binding/rfc_binding.h"
-#include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "rfc/server/rfc_server_app.h"
@@ -290,14 +290,11 @@ class ServerPoolE2eTest : public BatchServerE2eTest {
 
   void SetUp() override {
     BatchServerE2eTest::SetUp();
-    // The vector the pool threads accept with, as a registration would cut it.
-    words_ = {"-a" + std::string(kProgramId), "-g127.0.0.1", "-x" + sapsim_->port_text()};
-    for (std::string& word : words_) argv_.push_back(word.data());
-    argv_.push_back(nullptr);
-    // The application's connection learns the vector by registering once;
-    // closing it ends that registration, so only the pool's remain.
-    connection_.Accept(argv_.data());
-    connection_.Close();
+    // The application's connection learns the accept vector by registering
+    // once; closing it ends that registration, so only the pool's remain.
+    connection_ = std::make_unique<CGatewayConnection>(kProgramId, "127.0.0.1", sapsim_->port_text());
+    connection_->Register();
+    connection_->Close();
   }
 
   // The gateway's count of ready or busy registrations of the program id.
@@ -309,15 +306,13 @@ class ServerPoolE2eTest : public BatchServerE2eTest {
     return ready + busy;
   }
 
-  std::vector<std::string> words_;
-  std::vector<char*> argv_;
-  CRfcConnection connection_;
+  std::unique_ptr<CGatewayConnection> connection_;
 };
 
 // Three pool threads serve six concurrent callers, each call on a clone,
 // until the gateway cancels the registrations, which ends the pool.
 TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
-  CRfcServerApp app(&connection_);
+  CRfcServerApp app(connection_.get());
   CountingFunc registered("Z_POOL_COUNT");
   app.AddFunction(&registered);
   int rc = -1;
@@ -334,9 +329,7 @@ TEST_F(ServerPoolE2eTest, ClonesServeConcurrentCallersUntilTheGatewayCancels) {
     const testutil::RunResult result = callers[i].get();
     EXPECT_EQ(testutil::Join(result.exit_code, result.out), "0|BATCH_RC=" + std::to_string(i + 1) + "\n|") << result.err;
   }
-  int total = 0, cancelled = 0;
-  ErrorInfoEx error{};
-  RfcCancelRegisterServer(kProgramId, "127.0.0.1", sapsim_->port_text().c_str(), &total, &cancelled, &error);
+  EXPECT_TRUE(connection_->CancelRegistration());
   pool.join();
   const std::string out = testing::internal::GetCapturedStdout();
   ASSERT_TRUE(all_registered) << out;
