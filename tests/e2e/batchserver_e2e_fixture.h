@@ -46,13 +46,8 @@ struct LoggedCycle {
   // Nothing but one time-stamped library error: "MM/DD/YY hh:mm:ss - RFC_ERROR_INFO",
   // the Key, Status, Message and Initstate lines, then CR LF.
   bool IsOneLibraryError() const {
-    if (!testutil::StartsWithLogTime(body)) return false;
-    size_t at = 17;
-    for (const std::string label : {" - RFC_ERROR_INFO\nKey: ", "\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
-      if (body.compare(at, label.size(), label) != 0) return false;
-      if ((at = body.find_first_of("\n\r", at + label.size())) == std::string::npos) return false;
-    }
-    return body.compare(at, std::string::npos, "\r\n") == 0;
+    return std::regex_match(body, std::regex("\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d - RFC_ERROR_INFO\nKey: [^\r\n]*\nStatus: "
+                                             "[^\r\n]*\nMessage: [^\r\n]*\nInitstate: [^\r\n]*\r\n"));
   }
 };
 

@@ -125,25 +125,19 @@ TEST_F(ServerAppTest, RefusalsCatchAllListenLoopAndFailingCalls) {
   EchoFunc echo("Z_ECHO");
   app->AddFunction(&echo);
   script().SetLastError("RFC_ERROR_CONVERSION", "conversion", "field QTY of line 2");
-  const struct {
-    const char* why;
-    int get_data, send_data;
-    const char* thrown;
-  } cases[] = {
-      {"receiving failing", RFC_FAILURE, RFC_OK, nullptr},
-      {"returning failing", RFC_OK, RFC_FAILURE, nullptr},
-      {"the function throwing a text", RFC_OK, RFC_OK, "batch refused"},
-  };
-  for (const auto& c : cases) {
-    script().get_data_result = c.get_data;
-    script().send_data_result = c.send_data;
-    echo.throw_text = c.thrown;
+  auto failing = [&](const char* why, int get_data, int send_data, const char* thrown) {
+    script().get_data_result = get_data;
+    script().send_data_result = send_data;
+    echo.throw_text = thrown;
     echo.processed = 0;
-    Step(c.why, [&] {
+    Step(why, [&] {
       const int rc = Serve(*app, {"Z_ECHO"});
       return Join(rc, echo.processed, echo.GetConnection() == nullptr);
     });
-  }
+  };
+  failing("receiving failing", RFC_FAILURE, RFC_OK, nullptr);
+  failing("returning failing", RFC_OK, RFC_FAILURE, nullptr);
+  failing("the function throwing a text", RFC_OK, RFC_OK, "batch refused");
   echo.throw_text = nullptr;
   echo.throw_string = "log file gone";
   Step("the function throwing a string", [&] {
