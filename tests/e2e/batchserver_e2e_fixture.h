@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <map>
@@ -105,11 +104,10 @@ class BatchServerE2eTest : public ::testing::Test {
   std::string Normalised(std::string text) const {
     text = testutil::WithPlaceholders(testutil::Normalised(text, {{dir_.path(), "<dir>"}, {instance_, "<instance>"}}),
                                       {{R"(/\d{8}\.log)", "/YYYYMMDD.log"}});
-    std::vector<std::string> ids;
+    std::map<std::string, size_t> ids;
     for (std::smatch id; std::regex_search(text, id, std::regex(R"(\b[0-9]{15}\b)"));) {
-      auto known = std::find(ids.begin(), ids.end(), id.str());
-      if (known == ids.end()) known = ids.insert(known, id.str());
-      text.replace(static_cast<size_t>(id.position(0)), 15, "<id" + std::to_string(known - ids.begin() + 1) + ">");
+      const size_t number = ids.emplace(id.str(), ids.size() + 1).first->second;
+      text.replace(static_cast<size_t>(id.position(0)), 15, "<id" + std::to_string(number) + ">");
     }
     return text;
   }

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <tuple>
 
 #include "app/gateway_connection.h"
 #include "platform/thread.h"
@@ -167,12 +168,8 @@ TEST_F(BatchServerProcessTest, StatusTellsWhatTheWorkerDoesInEveryState) {
 // serving are logged once each, alike, and retried at once.
 TEST_F(BatchServerProcessTest, LogonThroughTheMessageServerServesAndCyclesThatFailBeforeServingAreRetried) {
   const std::map<std::string, std::string> defaults = settings_;
-  const struct {
-    const char* why;
-    std::map<std::string, std::string> settings;
-    const char* system;
-    bool message_server;
-  } cases[] = {
+  // Why, the settings over the defaults, sapsim's system, whether it runs a message server.
+  const std::tuple<const char*, std::map<std::string, std::string>, const char*, bool> cases[] = {
       // The application server settings must not be what makes it work.
       {"load balancing",
        {{"sap.client.loadbalancing", "Yes"}, {"sap.client.lb.messageserver", "127.0.0.1"},
@@ -187,20 +184,20 @@ TEST_F(BatchServerProcessTest, LogonThroughTheMessageServerServesAndCyclesThatFa
       {"no batch table", {}, "system_without_batches.json", false},
   };
   std::string transcript;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
+  for (const auto& [why, settings, system, message_server] : cases) {
+    SCOPED_TRACE(why);
     server_.reset();
     std::filesystem::remove_all(logs_);
     std::filesystem::create_directory(logs_);
     settings_ = defaults;
-    StartSapsim(0, {}, c.message_server, c.system);
-    for (const auto& [key, value] : c.settings) settings_[key] = value;
+    StartSapsim(0, {}, message_server, system);
+    for (const auto& [key, value] : settings) settings_[key] = value;
     // The stand-in library finds the message server through this variable.
-    if (c.message_server) setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1);
+    if (message_server) setenv("RFCSIM_MS_PORT", std::to_string(sapsim_->ms_port()).c_str(), 1);
     StartServer();
     unsetenv("RFCSIM_MS_PORT");
-    transcript += "== " + std::string(c.why) + "\n";
-    if (&c == cases) {  // serves
+    transcript += "== " + std::string(why) + "\n";
+    if (std::string(why) == "load balancing") {  // serves
       ASSERT_TRUE(WaitForServing()) << LogText();
       transcript += Call(kSmall).out;  // the log is read after the call
       transcript += testutil::Join(CountOf(sapsim_->Log(), "PUBLIC") > 0) + "\n";

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <tuple>
 #include <vector>
 
 #include "platform/path.h"
@@ -54,11 +55,8 @@ class ServerPoolTest : public server_test::TranscriptTest {
 // end well; of any number asked for, at most 1001 threads are started. (The
 // report's texts with one thread are in the transcript below.)
 TEST_F(ServerPoolTest, FailedAcceptsAreNamedAndAtMostOneThousandAndOneThreadsStart) {
-  const struct {
-    int threads;
-    bool every_accept_fails;
-    std::vector<std::pair<std::string, int>> counts;  // in what it printed and traced
-  } cases[] = {
+  // Threads asked for, whether every accept fails, texts printed or traced: how often.
+  const std::tuple<int, bool, std::vector<std::pair<std::string, int>>> cases[] = {
       {3, false,
        {{"RfcAccept          handle = ", 3}, {"RFC-ERROR OCCURS", 1},
         {"\n\n Main Thread:  2 thread(s) successfully terminated.\n", 1},
@@ -69,17 +67,17 @@ TEST_F(ServerPoolTest, FailedAcceptsAreNamedAndAtMostOneThousandAndOneThreadsSta
         {"Thread 1002", 0}, {"\r\n2000 threads failed in this server.\r\n", 1}, {"successfully terminated", 0},
         {"\n\n Main Thread:  1001 thread(s) terminated with an error.\n", 1}}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.threads);
+  for (const auto& [threads, every_accept_fails, counts] : cases) {
+    SCOPED_TRACE(threads);
     Arm(10);
     script().failing_accepts = {2};
-    script().fail_every_accept = c.every_accept_fails;
+    script().fail_every_accept = every_accept_fails;
     CRfcServerApp app(&connection_);
     testing::internal::CaptureStdout();
-    const rfc_test::TracedRun run = rfc_test::RunTraced([&] { app.Run(c.threads); });
+    const rfc_test::TracedRun run = rfc_test::RunTraced([&, threads = threads] { app.Run(threads); });
     const std::string out = testing::internal::GetCapturedStdout() + run.content;
     EXPECT_EQ(run.thrown, kThreadsFailed);
-    for (const auto& [text, times] : c.counts) EXPECT_EQ(CountOf(out, text), times) << text << "\n" << out;
+    for (const auto& [text, times] : counts) EXPECT_EQ(CountOf(out, text), times) << text << "\n" << out;
     std::smatch failed;
     ASSERT_TRUE(std::regex_search(out, failed, std::regex("\n Thread +([0-9]+):  RfcAccept          handle = 0"))) << out;
     EXPECT_EQ(CountOf(out, "\n\n Main Thread:  RFC-ERROR OCCURS  ==>  Thread " + failed[1].str() + " exited\n"), 1);
