@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <exception>
 #include <new>
 #include <stdexcept>
 
@@ -51,17 +52,12 @@ TEST(WorkerTest, PiecesOfTheCycleAsOneApprovedText) {
   }
   text += "lines told in ten minutes -> " + std::to_string(lines) + "\n== current exception\n";
 
-  void (*const raises[])() = {
-      [] { throw "a text"; },
-      [] { throw static_cast<const char*>(nullptr); },
-      [] { throw std::string("a string"); },
-      [] { throw std::bad_alloc(); },
-      [] { throw std::runtime_error("a runtime error"); },
-      [] { throw 7; },
-  };
-  for (const auto raise : raises) {
+  for (const std::exception_ptr& raised :
+       {std::make_exception_ptr("a text"), std::make_exception_ptr(static_cast<const char*>(nullptr)),
+        std::make_exception_ptr(std::string("a string")), std::make_exception_ptr(std::bad_alloc()),
+        std::make_exception_ptr(std::runtime_error("a runtime error")), std::make_exception_ptr(7)}) {
     try {
-      raise();
+      std::rethrow_exception(raised);
     } catch (...) {
       text += DescribeCurrentException() + "\n";
     }

@@ -10,6 +10,7 @@
 #include <regex>
 #include <set>
 #include <thread>
+#include <tuple>
 
 #include "access/sap_table.h"
 #include "app/batch_server_app.h"
@@ -32,14 +33,13 @@ namespace {
 using testutil::CountOf;
 using testutil::Join;
 using Columns = CBatchServerFunc::DdColumns;
-struct Column {
-  const char* name;
-  int column, type, length;
-};
-Columns Make(std::initializer_list<Column> list) {
+// Dictionary fields: name, column, type, length.
+Columns Make(std::initializer_list<std::tuple<const char*, int, int, int>> list) {
   Columns columns;
   uint16_t key = 0;
-  for (const Column& c : list) columns[++key] = std::make_unique<CSapColumn>(c.name, c.column, 0, c.type, c.length, 0);
+  for (const auto& [name, column, type, length] : list) {
+    columns[++key] = std::make_unique<CSapColumn>(name, column, 0, type, length, 0);
+  }
   return columns;
 }
 
