@@ -18,13 +18,13 @@
 #include "app/worker.h"
 #include "output/xml_batch_document.h"
 #include "platform/clock.h"
-#include "platform/event.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/support/expected_file.h"
+#include "tests/support/field_info.h"
 #include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
 
@@ -153,11 +153,7 @@ TEST_F(BatchFunctionTest, DescriptorsRefusalsIdsAnswersAndDocumentAsOneApprovedT
   // Describe column 3 but not column 2; describing rewrites the line length,
   // which the lines already filled keep.
   const int width = table.GetTotalLength();
-  CRfcFieldInfo extra{};
-  SetFieldName(extra, "LAST");
-  extra.column = 3;
-  extra.type = TYPE_CHAR;
-  extra.length = 1;
+  CRfcFieldInfo extra = test_support::Field("LAST", 3, TYPE_CHAR, 1);
   table.AddFieldInfo(&extra, 1);
   table.SetLength(width);
   text += "== document, column 2 without a name: " + testutil::Join(table.GetFieldInfo(2) == nullptr);
