@@ -33,7 +33,6 @@ class ServerPoolTest : public server_test::TranscriptTest {
     // was last given.
     connection_.Accept(argv_);
     ASSERT_EQ(connection_.GetHandle(), 1u);
-    Arm(10);
   }
   // A fresh script whose connections get handles from `first_handle` on.
   static void Arm(ConnectionHandle first_handle) {
