@@ -6,18 +6,14 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include "tests/support/expected_file.h"
 
 namespace {
 
 TEST(GatewayConnectionTest, TheAcceptStringIsCutIntoArgumentsAtEveryHyphen) {
-  const struct {
-    const char* program, *host, *service;
-    int trace;
-  } cases[] = {
+  const std::tuple<const char*, const char*, const char*, int> cases[] = {  // program, host, service, trace
       {"BATCHSRV", "sapgw1", "sapgw00", 0},
       {"BATCHSRV", "sapgw1", "sapgw00", 1},
       {"", "", "", 0},
@@ -28,14 +24,14 @@ TEST(GatewayConnectionTest, TheAcceptStringIsCutIntoArgumentsAtEveryHyphen) {
       {"A--B", "h", "s", 0},
   };
   std::string text;
-  for (const auto& c : cases) {
-    CGatewayConnection gateway(c.program, c.host, c.service);
+  for (const auto& [program, host, service, trace_flag] : cases) {
+    CGatewayConnection gateway(program, host, service);
     text += std::to_string(gateway.GetGatewayTraceFlag()) + " ";
-    gateway.SetGatewayTraceFlag(c.trace);
+    gateway.SetGatewayTraceFlag(trace_flag);
     text += gateway.BuildAcceptString();
     text += " (" + gateway.GetAcceptString() + ") ->";
     // Building again replaces buffer and vector; the vector ends in a null.
-    for (const int trace : {c.trace, 3}) {
+    for (const int trace : {trace_flag, 3}) {
       gateway.SetGatewayTraceFlag(trace);
       gateway.BuildArgv();
       std::vector<std::string> words;

@@ -5,8 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <tuple>
 
 #include "platform/file.h"
 #include "tests/support/expected_file.h"
@@ -48,11 +47,7 @@ TEST_F(IniFileTest, ReadingAsOneApprovedText) {
   const std::string bracket = "[S]\r\na=x[y\r\nb=2\r\n";
   const std::string cased = "[Srv]\r\nKey=1\r\n";
   const std::string zero = "[S]\r\na=x\0y\r\nb=2\r\n"s;
-  const struct {
-    std::string bytes;
-    const char* section;
-    const char* name;
-  } values[] = {
+  const std::tuple<std::string, const char*, const char*> values[] = {  // bytes, [section], name
       {mixed, "S", "a"}, {mixed, "S", "b"}, {"[S]\na=1\nb = 2\n", "S", "a"}, {"[S]\n\ra=1\n\rb=2\n\r", "S", "b"},
       {"[S]\r\na=1\r\nz=last", "S", "z"}, {"x=[S]\r\na=0\r\n[S]\r\na=1\r\n", "S", "a"}, {bracket, "S", "b"},
       {bracket, "S", "a"}, {"[S]\r\na=1\r\n  [T]\r\nb=2\r\n", "S", "b"}, {cased, "SRV", "Key"}, {cased, "Srv", "key"},
@@ -60,12 +55,12 @@ TEST_F(IniFileTest, ReadingAsOneApprovedText) {
       {"[S]\r\nxk=bad\r\nk2=bad\r\n   k   =  good\r\n", "S", "k"}, {"[S]\r\nxk=v\r\nk2=w\r\n", "S", "k"},
       {"[S]\r\na=1\r\nzz\r\n", "S", "zz"}, {"[S]=1\r\n", "S", "[S]"}, {zero, "S", "b"}, {zero, "S", "a"},
   };
-  for (const auto& c : values) {
-    CIni ini(Make(c.bytes), false);
-    ini.SetSection(c.section);
+  for (const auto& [bytes, section, name] : values) {
+    CIni ini(Make(bytes), false);
+    ini.SetSection(section);
     std::string value = "stale";
-    const int found = ini.GetValue(c.name, value);
-    text += Shown(c.bytes) + " [" + c.section + "] " + c.name + " -> " + testutil::Join(found, Shown(value));
+    const int found = ini.GetValue(name, value);
+    text += Shown(bytes) + " [" + section + "] " + name + " -> " + testutil::Join(found, Shown(value));
     text += found != 0 ? testutil::Join(ini.ValueLength(), ini.LastError()) + "\n" : "\n";
   }
 

@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "tests/support/expected_file.h"
 #include "tests/support/temp_dir.h"
 

@@ -8,15 +8,13 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <exception>
 #include <new>
 #include <stdexcept>
-#include <string>
 
 #include "app/decimal_text.h"
 #include "app/globals.h"
 #include "app/log_failure_notice.h"
-#include "app/settings.h"
-#include "app/worker_status.h"
 #include "tests/support/expected_file.h"
 
 namespace {
@@ -54,17 +52,12 @@ TEST(WorkerTest, PiecesOfTheCycleAsOneApprovedText) {
   }
   text += "lines told in ten minutes -> " + std::to_string(lines) + "\n== current exception\n";
 
-  void (*const raises[])() = {
-      [] { throw "a text"; },
-      [] { throw static_cast<const char*>(nullptr); },
-      [] { throw std::string("a string"); },
-      [] { throw std::bad_alloc(); },
-      [] { throw std::runtime_error("a runtime error"); },
-      [] { throw 7; },
-  };
-  for (const auto raise : raises) {
+  for (const std::exception_ptr& raised :
+       {std::make_exception_ptr("a text"), std::make_exception_ptr(static_cast<const char*>(nullptr)),
+        std::make_exception_ptr(std::string("a string")), std::make_exception_ptr(std::bad_alloc()),
+        std::make_exception_ptr(std::runtime_error("a runtime error")), std::make_exception_ptr(7)}) {
     try {
-      raise();
+      std::rethrow_exception(raised);
     } catch (...) {
       text += DescribeCurrentException() + "\n";
     }

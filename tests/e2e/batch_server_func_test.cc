@@ -7,27 +7,24 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <regex>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
+#include <tuple>
 
 #include "access/sap_table.h"
-#include "app/batch_app.h"
 #include "app/batch_server_app.h"
 #include "app/globals.h"
 #include "app/worker.h"
 #include "output/xml_batch_document.h"
 #include "platform/clock.h"
-#include "platform/event.h"
 #include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
 #include "rfc/function/rfc_simple_param.h"
 #include "rfc/function/rfc_table_param.h"
 #include "tests/sapsim/support/rfc_library.h"
 #include "tests/support/expected_file.h"
+#include "tests/support/field_info.h"
 #include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
 
@@ -36,20 +33,14 @@ namespace {
 using testutil::CountOf;
 using testutil::Join;
 using Columns = CBatchServerFunc::DdColumns;
-struct Column {
-  const char* name;
-  int column, type, length;
-};
-Columns Make(std::initializer_list<Column> list) {
+// Dictionary fields: name, column, type, length.
+Columns Make(std::initializer_list<std::tuple<const char*, int, int, int>> list) {
   Columns columns;
   uint16_t key = 0;
-  for (const Column& c : list) columns[++key] = std::make_unique<CSapColumn>(c.name, c.column, 0, c.type, c.length, 0);
+  for (const auto& [name, column, type, length] : list) {
+    columns[++key] = std::make_unique<CSapColumn>(name, column, 0, type, length, 0);
+  }
   return columns;
-}
-
-bool IsZeroRecord(const CRfcFieldInfo& record) {
-  static const CRfcFieldInfo zero{};
-  return std::memcmp(&record, &zero, sizeof record) == 0;
 }
 
 class BatchFunctionTest : public ::testing::Test {
@@ -80,9 +71,11 @@ int32_t BuildDocument(CBatchServerFunc* function) {
 // The descriptor array: name, column and offset of each record ("zero" for
 // an all-zero one); then the row width and the table's line length.
 std::string Descriptors(const CBatchServerFunc& function) {
+  static const CRfcFieldInfo zero{};
   std::string text;
   for (const CRfcFieldInfo& record : function.GetFieldInfos()) {
-    text += IsZeroRecord(record) ? " zero" : " " + testutil::Join(record.name, record.column, record.offset);
+    const bool is_zero = std::memcmp(&record, &zero, sizeof record) == 0;
+    text += is_zero ? " zero" : " " + Join(record.name, record.column, record.offset);
   }
   return text + " width " + std::to_string(function.GetRowWidth()) + "\n";
 }
@@ -160,11 +153,7 @@ TEST_F(BatchFunctionTest, DescriptorsRefusalsIdsAnswersAndDocumentAsOneApprovedT
   // Describe column 3 but not column 2; describing rewrites the line length,
   // which the lines already filled keep.
   const int width = table.GetTotalLength();
-  CRfcFieldInfo extra{};
-  SetFieldName(extra, "LAST");
-  extra.column = 3;
-  extra.type = TYPE_CHAR;
-  extra.length = 1;
+  CRfcFieldInfo extra = test_support::Field("LAST", 3, TYPE_CHAR, 1);
   table.AddFieldInfo(&extra, 1);
   table.SetLength(width);
   text += "== document, column 2 without a name: " + testutil::Join(table.GetFieldInfo(2) == nullptr);
@@ -182,16 +171,15 @@ TEST_F(BatchFunctionTest, BatchIdIsTheCalendarsSecondsAndNeverRepeats) {
   ASSERT_TRUE(std::regex_match(id, std::regex("[0-9]{15}"))) << id;
   EXPECT_TRUE(std::stoll(id.substr(0, 12)) >= before && std::stoll(id.substr(0, 12)) <= after) << id;
 
-  std::vector<std::string> ids[2];
+  std::set<std::string> ids[2];
   auto take = [&ids](int t) {
-    for (int i = 0; i < 40; ++i) ids[t].push_back(CBatchServerFunc::MakeBatchId());
+    for (int i = 0; i < 40; ++i) ids[t].insert(CBatchServerFunc::MakeBatchId());
   };
   std::thread other(take, 1);
   take(0);
   other.join();
-  std::set<std::string> distinct(ids[0].begin(), ids[0].end());
-  distinct.insert(ids[1].begin(), ids[1].end());
-  EXPECT_EQ(distinct.size(), 80u);
+  ids[0].merge(ids[1]);
+  EXPECT_EQ(ids[0].size(), 80u);
 }
 
 TEST_F(BatchFunctionTest, ADocumentThatOutgrowsItsFirstBufferComesOutWhole) {

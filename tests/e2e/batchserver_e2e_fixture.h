@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <map>
@@ -46,13 +45,8 @@ struct LoggedCycle {
   // Nothing but one time-stamped library error: "MM/DD/YY hh:mm:ss - RFC_ERROR_INFO",
   // the Key, Status, Message and Initstate lines, then CR LF.
   bool IsOneLibraryError() const {
-    if (!testutil::StartsWithLogTime(body)) return false;
-    size_t at = 17;
-    for (const std::string label : {" - RFC_ERROR_INFO\nKey: ", "\nStatus: ", "\nMessage: ", "\nInitstate: "}) {
-      if (body.compare(at, label.size(), label) != 0) return false;
-      if ((at = body.find_first_of("\n\r", at + label.size())) == std::string::npos) return false;
-    }
-    return body.compare(at, std::string::npos, "\r\n") == 0;
+    return std::regex_match(body, std::regex("\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d - RFC_ERROR_INFO\nKey: [^\r\n]*\nStatus: "
+                                             "[^\r\n]*\nMessage: [^\r\n]*\nInitstate: [^\r\n]*\r\n"));
   }
 };
 
@@ -110,11 +104,10 @@ class BatchServerE2eTest : public ::testing::Test {
   std::string Normalised(std::string text) const {
     text = testutil::WithPlaceholders(testutil::Normalised(text, {{dir_.path(), "<dir>"}, {instance_, "<instance>"}}),
                                       {{R"(/\d{8}\.log)", "/YYYYMMDD.log"}});
-    std::vector<std::string> ids;
+    std::map<std::string, size_t> ids;
     for (std::smatch id; std::regex_search(text, id, std::regex(R"(\b[0-9]{15}\b)"));) {
-      auto known = std::find(ids.begin(), ids.end(), id.str());
-      if (known == ids.end()) known = ids.insert(known, id.str());
-      text.replace(static_cast<size_t>(id.position(0)), 15, "<id" + std::to_string(known - ids.begin() + 1) + ">");
+      const size_t number = ids.emplace(id.str(), ids.size() + 1).first->second;
+      text.replace(static_cast<size_t>(id.position(0)), 15, "<id" + std::to_string(number) + ">");
     }
     return text;
   }

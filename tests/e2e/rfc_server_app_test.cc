@@ -8,12 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <string>
 #include <vector>
 
-#include "rfc/binding/rfc_binding.h"
 #include "rfc/core/rfc_connection.h"
-#include "rfc/server/rfc_server_func.h"
 #include "tests/e2e/server_test_support.h"
 
 namespace {
@@ -32,13 +29,6 @@ class ServerAppTest : public server_test::TranscriptTest {
     char* argv[] = {word.data(), nullptr};
     connection_.Accept(argv);
     ASSERT_EQ(connection_.GetHandle(), 1u);
-  }
-  // Runs the loop over `calls`; its answer.
-  static int Serve(CRfcServerApp& app, const std::vector<std::string>& calls) {
-    script().listen_results.assign(calls.size(), RFC_OK);
-    script().listen_results.push_back(RFC_CLOSED);
-    script().pending_calls.assign(calls.begin(), calls.end());
-    return app.Run(0);
   }
   CRfcConnection connection_;
 };
@@ -128,35 +118,28 @@ TEST_F(ServerAppTest, RefusalsCatchAllListenLoopAndFailingCalls) {
   EchoFunc echo("Z_ECHO");
   app->AddFunction(&echo);
   script().SetLastError("RFC_ERROR_CONVERSION", "conversion", "field QTY of line 2");
-  const struct {
-    const char* why;
-    int get_data, send_data;
-    const char* thrown;
-  } cases[] = {
-      {"receiving failing", RFC_FAILURE, RFC_OK, nullptr},
-      {"returning failing", RFC_OK, RFC_FAILURE, nullptr},
-      {"the function throwing a text", RFC_OK, RFC_OK, "batch refused"},
-  };
-  for (const auto& c : cases) {
-    script().get_data_result = c.get_data;
-    script().send_data_result = c.send_data;
-    echo.throw_text = c.thrown;
+  // One call of Z_ECHO, then the connection closes.
+  auto failing = [&](const char* why, int get_data, int send_data, const char* text, const std::string& string = "") {
+    script().get_data_result = get_data;
+    script().send_data_result = send_data;
+    echo.throw_text = text;
+    echo.throw_string = string;
     echo.processed = 0;
-    Step(c.why, [&] {
-      const int rc = Serve(*app, {"Z_ECHO"});
-      return Join(rc, echo.processed, echo.GetConnection() == nullptr);
+    Step(why, [&] {
+      script().listen_results = {RFC_OK, RFC_CLOSED};
+      script().pending_calls = {"Z_ECHO"};
+      try {
+        const int rc = app->Run(0);
+        return Join(rc, echo.processed, echo.GetConnection() == nullptr);
+      } catch (const std::string& thrown) {
+        return Join(thrown, echo.GetConnection() == nullptr);
+      }
     });
-  }
-  echo.throw_text = nullptr;
-  echo.throw_string = "log file gone";
-  Step("the function throwing a string", [&] {
-    try {
-      Serve(*app, {"Z_ECHO"});
-    } catch (const std::string& text) {
-      return Join(text, echo.GetConnection() == nullptr);
-    }
-    return std::string("no exception");
-  });
+  };
+  failing("receiving failing", RFC_FAILURE, RFC_OK, nullptr);
+  failing("returning failing", RFC_OK, RFC_FAILURE, nullptr);
+  failing("the function throwing a text", RFC_OK, RFC_OK, "batch refused");
+  failing("the function throwing a string", RFC_OK, RFC_OK, nullptr, "log file gone");
   app.reset();
 
   Step("without connection", [] {
