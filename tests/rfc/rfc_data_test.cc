@@ -248,13 +248,4 @@ TEST(RfcData, EveryPackedShapeReadsAndAssignsBack) {
   EXPECT_EQ(Value(TYPE_BCD, "0A1C").data.BCD2Str(bcd_text, Parse(TYPE_BCD, "0A1C", 1).data()), 0);
 }
 
-// A reading of text is a copy, valid until the next conversion.
-TEST(RfcData, TheTextReadIsACopy) {
-  Value v(TYPE_CHAR, "\"abc\"");
-  CSTR first = v.data;
-  std::memcpy(v.bytes.data(), "xyz", 3);
-  EXPECT_STREQ(first, "abc");
-  EXPECT_STREQ(static_cast<CSTR>(v.data), "xyz");
-}
-
 }  // namespace
