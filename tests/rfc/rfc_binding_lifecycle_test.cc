@@ -5,20 +5,9 @@
 
 #include "rfc/binding/rfc_binding.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "tests/rfc/rfc_test_support.h"
-#include "tests/support/expected_file.h"
 
 namespace {
-
-using rfc_test::Thrown;
 
 TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
   // Every forwarder, called with harmless arguments.
@@ -61,7 +50,7 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
     for (const auto& [name, forward] : forwarders) {
       if (!names.empty() && std::find(names.begin(), names.end(), name) == names.end()) continue;
       const size_t before = complete.log.size(), before_partial = partial.log.size();
-      const std::string thrown = Thrown(forward);
+      const std::string thrown = rfc_test::Thrown(forward);
       out += name + ": " + (!thrown.empty()                     ? thrown
                             : complete.log.size() > before        ? "complete " + logged(complete.log.back())
                             : partial.log.size() > before_partial ? "partial " + logged(partial.log.back())

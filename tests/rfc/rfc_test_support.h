@@ -26,6 +26,7 @@
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_byte_order.h"
+#include "tests/support/expected_file.h"
 #include "tests/support/stand_in_rfc.h"
 #include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
