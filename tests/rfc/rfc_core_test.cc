@@ -20,8 +20,6 @@
 
 namespace {
 
-using rfc_test::TraceFileOf;
-
 int g_items[32];  // the list stores pointers only; the entries are these
 
 // A string as the tests show it: text (or null), length/capacity, the flag.
@@ -383,50 +381,39 @@ TEST(RfcData, EveryPackedShapeReadsAndAssignsBack) {
 }
 
 TEST(RfcTrace, DirectoryRulesAndHeader) {
-  testutil::TempDir dir;
   const std::filesystem::path saved_cwd = std::filesystem::current_path();
-  const std::string saved_directory = GetRfcTrace().GetDirectory();
-  std::filesystem::current_path(dir.path());
-  CRfcTrace& trace = GetRfcTrace();
-  {
-    // A new instance reads the current directory and is counted.
-    const int before = CRfcTrace::InstanceCount();
+  std::string before, after;
+  // A new instance reads the current directory and is counted. A directory of
+  // 255 characters does not fit its buffer and reads as empty: the files go
+  // under their bare name into the current directory. A header is three
+  // empty lines and the local time of the write.
+  const auto run = rfc_test::RunTraced([&] {
+    const std::filesystem::path directory = std::filesystem::canonical(GetRfcTrace().GetDirectory());
+    std::filesystem::current_path(directory);
+    const int instances = CRfcTrace::InstanceCount();
     CRfcTrace local;
-    EXPECT_EQ(CRfcTrace::InstanceCount(), before + 1);
-    EXPECT_EQ(std::filesystem::path(local.GetDirectory()), std::filesystem::canonical(dir.path()));
+    EXPECT_EQ(CRfcTrace::InstanceCount(), instances + 1);
+    EXPECT_EQ(std::filesystem::path(local.GetDirectory()), directory);
     EXPECT_EQ(local.IsTraceOn(), 0);
-  }
-  // A directory of 255 characters does not fit its buffer and reads as
-  // empty: the files go under their bare name into the current directory.
-  trace.SetDirectory(std::string(254, 'd'));
-  EXPECT_EQ(trace.GetDirectory(), std::string(254, 'd'));
-  trace.SetDirectory(std::string(255, 'd'));
-  EXPECT_EQ(trace.GetDirectory(), "");
-  trace.SetTraceOn(1);
-  uint32_t id = 0;
-  // A header: three empty lines and the local time of the write.
-  const std::string before = CRfcTrace::HeaderLine(platform::LocalNow());
-  std::thread([&] {
-    id = platform::CurrentThreadId();
-    trace.WriteHeader();
-  }).join();
-  const std::string after = CRfcTrace::HeaderLine(platform::LocalNow());
-  EXPECT_THAT(testutil::ReadBytes(TraceFileOf(dir.path(), id)),
-              ::testing::AnyOf("\r\n\r\n\r\n" + before + "\r\n", "\r\n\r\n\r\n" + after + "\r\n"));
-
+    GetRfcTrace().SetDirectory(std::string(254, 'd'));
+    EXPECT_EQ(GetRfcTrace().GetDirectory(), std::string(254, 'd'));
+    GetRfcTrace().SetDirectory(std::string(255, 'd'));
+    EXPECT_EQ(GetRfcTrace().GetDirectory(), "");
+    before = CRfcTrace::HeaderLine(platform::LocalNow());
+    GetRfcTrace().WriteHeader();
+    after = CRfcTrace::HeaderLine(platform::LocalNow());
+    std::filesystem::current_path(saved_cwd);
+  });
+  EXPECT_THAT(run.content, ::testing::AnyOf("\r\n\r\n\r\n" + before + "\r\n", "\r\n\r\n\r\n" + after + "\r\n"));
   // A file that cannot be opened drops its thread's lines for good.
-  trace.SetDirectory(dir.path() + "/missing");
-  std::thread([&] {
-    id = platform::CurrentThreadId();
-    trace.WriteLine("lost");
-    trace.SetDirectory(dir.path());  // too late for this thread's file
-    trace.WriteLine("also lost");
-  }).join();
-  trace.SetTraceOn(0);
-  trace.SetDirectory(saved_directory);
-  std::filesystem::current_path(saved_cwd);
-  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path() + "/missing", id)));
-  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path(), id)));
+  const auto lost = rfc_test::RunTraced([] {
+    const std::string directory = GetRfcTrace().GetDirectory();
+    GetRfcTrace().SetDirectory(directory + "/missing");
+    GetRfcTrace().WriteLine("lost");
+    GetRfcTrace().SetDirectory(directory);  // too late for this thread's file
+    GetRfcTrace().WriteLine("also lost");
+  });
+  EXPECT_FALSE(lost.file_exists);
 }
 
 template <typename T>
@@ -474,7 +461,7 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
                      return "allocation failures pending " + std::to_string(pending);
                    }});
   steps.push_back({"a file there already; the thread's record failing", [] {
-                     std::ofstream(TraceFileOf(GetRfcTrace().GetDirectory(), platform::CurrentThreadId()),
+                     std::ofstream(rfc_test::TraceFileOf(GetRfcTrace().GetDirectory(), platform::CurrentThreadId()),
                                    std::ios::binary) << "earlier\r\n";
                      rfc::testing::FailNextAllocation();
                      GetRfcTrace().WriteLine("not written");
