@@ -248,17 +248,6 @@ inline stand_in::ReceiveScript Raising(char* name) {
   };
 }
 
-// The text of the import `name` of an RfcCall (trailing blanks removed), or "<missing>".
-inline std::string ImportText(const stand_in::Exchange& call, const std::string& name) {
-  for (const stand_in::Entry& param : call.params) {
-    if (param.name != name) continue;
-    std::string text = param.bytes;
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
-    return text;
-  }
-  return "<missing>";
-}
-
 // Answers RFC_GET_FUNCTION_INTERFACE with `params` and RFC_GET_STRUCTURE_DEFINITION
 // from `structures` (TABLE_NOT_ACTIVE for any other).
 struct Dictionary {
@@ -272,7 +261,9 @@ inline void Answer(const Dictionary& dictionary) {
   Fake().receive_by_function["RFC_GET_FUNCTION_INTERFACE"] = FillTable("PARAMS", params);
   Fake().receive_by_function["RFC_GET_STRUCTURE_DEFINITION"] =
       [dictionary](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) -> int {
-    const std::string name = ImportText(Fake().calls.back(), "TABNAME");
+    std::string name;  // the import TABNAME, without its trailing blanks
+    for (const stand_in::Entry& param : Fake().calls.back().params) name = param.name == "TABNAME" ? param.bytes : name;
+    name.erase(name.find_last_not_of(std::string(" \0", 2)) + 1);
     for (const auto& [structure, fields] : dictionary.structures) {
       if (structure != name) continue;
       std::vector<std::string> lines;
@@ -280,8 +271,7 @@ inline void Answer(const Dictionary& dictionary) {
       return FillTable("FIELDS", lines)(exports, tables, exception);
     }
     static char not_active[] = "TABLE_NOT_ACTIVE";
-    *exception = not_active;
-    return RFC_EXCEPTION;
+    return Raising(not_active)(exports, tables, exception);
   };
 }
 

@@ -3,14 +3,11 @@
 #define RFC_LIBRARY_IMPLEMENTATION
 #include "tests/support/stand_in_rfc.h"
 
-#include <algorithm>
 #include <mutex>
 #include <thread>
 #include <type_traits>
 
 namespace {
-
-using stand_in::Record;
 
 // Loaded but never scripted (by a batch server a test runs), the library
 // accepts registrations and fails every call, so that each logon's ping fails.
@@ -29,7 +26,7 @@ std::string Text(const char* text) { return text != nullptr ? text : ""; }
 
 void Log(const std::string& entry, ConnectionHandle handle, const std::string& text = "") {
   Hold hold(g_mutex);
-  g_state.log.push_back(Record{entry, handle, text});
+  g_state.log.push_back(stand_in::Record{entry, handle, text});
 }
 
 template <typename Array>

@@ -2,15 +2,16 @@
 // The stand-in RFC library of the unit tests: a shared library exporting the
 // 24 entry points, loaded through LoadRfcLibrary like the real one, with
 // scripted answers and records of what tests read (through StandIn(path),
-// while no call is under way). Built twice: complete, and without
-// RfcCheckRegisterServer. Until its first Reset every RfcCall fails. All
-// inline, so that the library and the tests agree on it without sharing code.
+// while no call is under way). Built complete and without RfcCheckRegisterServer;
+// every RfcCall fails until the first Reset. Inline: the two share no code.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -31,8 +32,7 @@ struct Entry {
   TableHandle handle = nullptr;
 };
 
-// Any entry point: its name, handle, and the text (function name, raised
-// exception, argv words, documentation, a listen's or dispatch's code).
+// A call of any entry point: its name, handle and text (a name, argv words or a code).
 struct Record {
   std::string entry;
   ConnectionHandle handle = 0;
@@ -124,20 +124,14 @@ struct State {
     fresh.next_table = next_table;
     *this = std::move(fresh);
   }
-  std::vector<Record> CallsOf(const std::string& entry) const {
-    std::vector<Record> found;
-    for (const Record& r : log) {
-      if (r.entry == entry) found.push_back(r);
-    }
+  template <typename T>
+  static std::vector<T> Named(const std::vector<T>& all, std::string T::*key, const std::string& name) {
+    std::vector<T> found;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(found), [&](const T& x) { return x.*key == name; });
     return found;
   }
-  std::vector<Install> InstallsOf(const std::string& name) const {
-    std::vector<Install> found;
-    for (const Install& i : installs) {
-      if (i.name == name) found.push_back(i);
-    }
-    return found;
-  }
+  std::vector<Record> CallsOf(const std::string& entry) const { return Named(log, &Record::entry, entry); }
+  std::vector<Install> InstallsOf(const std::string& name) const { return Named(installs, &Install::name, name); }
   Table* Find(TableHandle handle) {
     auto it = tables.find(reinterpret_cast<uintptr_t>(handle));
     return it == tables.end() ? nullptr : &it->second;
