@@ -19,7 +19,7 @@ stand_in::State Unscripted() {
 stand_in::State g_state = Unscripted();
 // Pool threads call at once; scripts and the catch-all run outside the lock.
 std::recursive_mutex g_mutex;
-using Hold = std::lock_guard<std::recursive_mutex>;
+using Hold = std::unique_lock<std::recursive_mutex>;
 thread_local bool t_accept_failed = false;
 
 std::string Text(const char* text) { return text != nullptr ? text : ""; }
@@ -33,14 +33,10 @@ template <typename Array>
 std::vector<stand_in::Entry> Read(const Array* array) {
   std::vector<stand_in::Entry> entries;
   for (; array != nullptr && array->name != nullptr; ++array) {
-    stand_in::Entry entry;
-    entry.name.assign(static_cast<const char*>(array->name), array->name_length);
-    entry.type = array->type;
+    stand_in::Entry entry{std::string(static_cast<const char*>(array->name), array->name_length), array->type, 0, {}, nullptr};
     if constexpr (std::is_same_v<Array, RfcParameterEntry>) {
       entry.length = array->length;
-      if (array->address != nullptr) {
-        entry.bytes.assign(static_cast<const char*>(array->address), array->length);
-      }
+      if (array->address != nullptr) entry.bytes.assign(static_cast<const char*>(array->address), array->length);
     } else {
       entry.length = array->line_length;
       entry.handle = array->handle;
@@ -90,23 +86,20 @@ RFC_LIBRARY_EXPORT stand_in::State* StandInRfc(void) { return &g_state; }
 ConnectionHandle RfcOpen(OpenOptions* options) {
   Log("RfcOpen", 0);
   stand_in::Open open;
-  int sleep_ms = 0;
-  {
-    Hold hold(g_mutex);
-    g_state.most_opens_at_once = std::max(g_state.most_opens_at_once, ++g_state.opens_in_progress);
-    sleep_ms = g_state.open_sleep_ms;
-  }
+  Hold hold(g_mutex);
+  g_state.most_opens_at_once = std::max(g_state.most_opens_at_once, ++g_state.opens_in_progress);
+  const int sleep_ms = g_state.open_sleep_ms;
+  hold.unlock();  // threads open at once
   open.started = std::chrono::steady_clock::now();
   if (options != nullptr) {
     open.mode = options->mode;
     open.trace = options->trace;
-    open.logon = Text(options->destination) + " " + Text(options->client) + " " +
-                 Text(options->user) + " " + Text(options->password) + " " +
-                 Text(options->language);
+    open.logon = Text(options->destination) + " " + Text(options->client) + " " + Text(options->user) + " " +
+                 Text(options->password) + " " + Text(options->language);
     open.block = OptionBlock(*options);
   }
   if (sleep_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(sleep_ms));
-  Hold hold(g_mutex);
+  hold.lock();
   --g_state.opens_in_progress;
   open.returned = std::chrono::steady_clock::now();
   g_state.opens.push_back(open);
@@ -118,14 +111,10 @@ ConnectionHandle RfcAccept(char** argv) {
   for (char** word = argv; word != nullptr && *word != nullptr; ++word) {
     words += (words.empty() ? "" : " ") + std::string(*word);
   }
-  ConnectionHandle handle = 0;
-  {
-    Hold hold(g_mutex);
-    const int number = ++g_state.accepts;
-    if (!g_state.fail_every_accept && g_state.failing_accepts.count(number) == 0) {
-      handle = g_state.first_handle + static_cast<ConnectionHandle>(number - 1);
-    }
-  }
+  Hold hold(g_mutex);
+  const int number = ++g_state.accepts;
+  const bool accepted = !g_state.fail_every_accept && g_state.failing_accepts.count(number) == 0;
+  const ConnectionHandle handle = accepted ? g_state.first_handle + static_cast<ConnectionHandle>(number - 1) : 0;
   t_accept_failed = handle == 0;
   Log("RfcAccept", handle, words);
   return handle;
@@ -145,13 +134,11 @@ int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* im
 int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables,
                char** exception) {
   Log("RfcReceive", handle);
-  stand_in::ReceiveScript script;
-  {
-    Hold hold(g_mutex);
-    g_state.receives.push_back(Exchanged(nullptr, exports, tables));
-    auto found = g_state.receive_by_function.find(g_state.last_called);
-    script = found != g_state.receive_by_function.end() ? found->second : g_state.receive;
-  }
+  Hold hold(g_mutex);
+  g_state.receives.push_back(Exchanged(nullptr, exports, tables));
+  auto found = g_state.receive_by_function.find(g_state.last_called);
+  const stand_in::ReceiveScript script = found != g_state.receive_by_function.end() ? found->second : g_state.receive;
+  hold.unlock();  // scripts call back into the library
   return script ? script(exports, tables, exception) : RFC_OK;
 }
 
@@ -179,33 +166,24 @@ int RfcInstallFunction(const char* name, RfcServerFunction function, const char*
 }
 
 int RfcListen(ConnectionHandle handle) {
-  int result;
-  {
-    Hold hold(g_mutex);
-    result = g_state.listen_default;
-    if (!g_state.listen_results.empty()) {
-      result = g_state.listen_results.front();
-      g_state.listen_results.pop_front();
-    }
-  }
+  Hold hold(g_mutex);
+  const int result = g_state.listen_results.empty() ? g_state.listen_default : g_state.listen_results.front();
+  if (!g_state.listen_results.empty()) g_state.listen_results.pop_front();
   Log("RfcListen", handle, std::to_string(result));
   return result;
 }
 
 int RfcDispatch(ConnectionHandle handle) {
-  RfcServerFunction function = nullptr;
-  int result;
-  {
-    Hold hold(g_mutex);
-    result = g_state.dispatch_default;
-    if (!g_state.pending_calls.empty()) {
-      g_state.current_names.emplace_back(handle, g_state.pending_calls.front());
-      g_state.pending_calls.pop_front();
-      function = g_state.catch_all;
-      result = RFC_OK;
-    }
+  Hold hold(g_mutex);
+  const bool pending = !g_state.pending_calls.empty();
+  const int result = pending ? RFC_OK : g_state.dispatch_default;
+  const RfcServerFunction function = pending ? g_state.catch_all : nullptr;
+  if (pending) {
+    g_state.current_names.emplace_back(handle, g_state.pending_calls.front());
+    g_state.pending_calls.pop_front();
   }
   Log("RfcDispatch", handle, std::to_string(result));
+  hold.unlock();  // the catch-all calls back into the library
   if (function != nullptr) function(handle);
   return result;
 }
@@ -296,13 +274,11 @@ unsigned ItFill(TableHandle handle) {
 }
 
 void* ItGetLine(TableHandle handle, unsigned line) {
-  std::function<void(unsigned)> hook;
-  {
-    Hold hold(g_mutex);
-    hook = g_state.on_get_line;
-  }
-  if (hook) hook(line);
   Hold hold(g_mutex);
+  const std::function<void(unsigned)> hook = g_state.on_get_line;
+  hold.unlock();  // the hook may change tables
+  if (hook) hook(line);
+  hold.lock();
   stand_in::Table* table = g_state.Find(handle);
   if (table == nullptr || line == 0 || line > table->lines.size()) return nullptr;
   return g_state.missing_lines.count(line) != 0 ? nullptr : table->lines[line - 1].get();
