@@ -318,10 +318,8 @@ TEST(RfcData, ConversionsOneLinePerInput) {
       const std::string before = v.Shown();
       const std::string text(value[0] == '"' ? value.substr(1, value.size() - 2) : "");
       const std::string thrown = rfc_test::Thrown([&] {
-        if (value[0] == '"') {
-          v.data = text.c_str();
-        } else if (value == "null") {
-          v.data = static_cast<CSTR>(nullptr);
+        if (value[0] == '"' || value == "null") {
+          v.data = value[0] == '"' ? text.c_str() : static_cast<CSTR>(nullptr);
         } else {
           v.data = static_cast<RFC_INT>(std::stoll(value, nullptr, 0));
         }

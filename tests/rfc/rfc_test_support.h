@@ -191,40 +191,27 @@ struct FieldsLine {
   std::string exid;
 };
 
-inline void Put(std::string& line, size_t at, const std::string& text, size_t length) {
-  std::string field = text.substr(0, length);
-  field.resize(length, ' ');
-  line.replace(at, length, field);
+// A number's bytes in the machine's order.
+inline std::string Int(int32_t value) { return std::string(reinterpret_cast<const char*>(&value), sizeof value); }
+// `fields` one after the other, each a text padded with blanks to its width,
+// then zeros up to `length`.
+inline std::string Packed(const std::vector<std::pair<std::string, size_t>>& fields, size_t length) {
+  std::string line;
+  for (const auto& [text, width] : fields) line += text.substr(0, width) + std::string(width - std::min(width, text.size()), ' ');
+  line.resize(length, '\0');
+  return line;
 }
-inline void PutInt(std::string& line, size_t at, int32_t value) {
-  std::memcpy(&line[at], &value, sizeof value);
-}
-
 // The lines in the long (208/80 bytes) or short (168/40) layout.
 inline std::string PackParams(const ParamsLine& p, bool long_layout) {
-  std::string line(long_layout ? 208 : 168, '\0');
-  const size_t names = long_layout ? 30 : 10, after = 31 + 2 * names;
-  Put(line, 0, p.param_class, 1);
-  Put(line, 1, p.parameter, 30);
-  Put(line, 31, p.tab_name, names);
-  Put(line, 31 + names, p.field_name, names);
-  Put(line, after, p.exid, 1);
-  PutInt(line, after + 9, p.int_length);
-  PutInt(line, after + 13, p.decimals);
-  Put(line, after + 17, "", 100);  // DEFAULT, PARAMTEXT
-  return line;
+  const size_t names = long_layout ? 30 : 10;
+  return Packed({{p.param_class, 1}, {p.parameter, 30}, {p.tab_name, names}, {p.field_name, names}, {p.exid, 1},
+                 {std::string(8, '\0'), 8}, {Int(p.int_length), 4}, {Int(p.decimals), 4}, {"", 100}},  // DEFAULT, PARAMTEXT
+                long_layout ? 208 : 168);
 }
 inline std::string PackFields(const FieldsLine& f, bool long_layout) {
-  std::string line(long_layout ? 80 : 40, '\0');
   const size_t names = long_layout ? 30 : 10;
-  Put(line, 0, f.tab_name, names);
-  Put(line, names, f.field_name, names);
-  PutInt(line, 2 * names, f.position);
-  PutInt(line, 2 * names + 4, f.offset);
-  PutInt(line, 2 * names + 8, f.int_length);
-  PutInt(line, 2 * names + 12, f.decimals);
-  Put(line, 2 * names + 16, f.exid, 1);
-  return line;
+  return Packed({{f.tab_name, names}, {f.field_name, names}, {Int(f.position), 4}, {Int(f.offset), 4}, {Int(f.int_length), 4},
+                 {Int(f.decimals), 4}, {f.exid, 1}}, long_layout ? 80 : 40);
 }
 
 // A receive that appends `lines` to the table entry named `table` (making the
