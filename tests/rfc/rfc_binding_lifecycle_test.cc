@@ -36,8 +36,7 @@ TEST(RfcBindingLifecycle, BeforeLoadFailedLoadAndReload) {
       {"ItGupLine", [] { ItGupLine(nullptr, 1); }},
       {"RfcCheckRegisterServer",
        [] { RfcCheckRegisterServer(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }},
-      {"RfcCancelRegisterServer",
-       [] { RfcCancelRegisterServer(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }},
+      {"RfcCancelRegisterServer", [] { RfcCancelRegisterServer(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr); }},
   };
   stand_in::State& complete = stand_in::StandIn(STAND_IN_RFC);
   stand_in::State& partial = stand_in::StandIn(STAND_IN_RFC_PARTIAL);

@@ -4,21 +4,13 @@
 // dictionary answers (PARAMS and FIELDS lines) it hands back.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstring>
 #include <exception>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <regex>
-#include <set>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "platform/path.h"
 #include "platform/thread.h"
