@@ -49,16 +49,6 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
   TracedRun run;
   uint32_t thread_id = 0;
   std::exception_ptr other;
-  auto body = [&] {
-    try {
-      code();
-    } catch (const char* text) {
-      run.threw_text = true;
-      run.thrown = text;
-    } catch (...) {
-      other = std::current_exception();
-    }
-  };
   // The trace keeps a thread's file by thread id for good, and Windows gives
   // the id of an ended thread to the next one at once: the code runs only on
   // a thread whose id is new to this process. Threads with a used id wait,
@@ -68,9 +58,17 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
   for (;;) {
     std::promise<uint32_t> id;
     std::promise<bool> go;
-    std::thread thread([&body, &id, run_it = go.get_future()]() mutable {
+    std::thread thread([&, run_it = go.get_future()]() mutable {
       id.set_value(platform::CurrentThreadId());
-      if (run_it.get()) body();
+      if (!run_it.get()) return;
+      try {
+        code();
+      } catch (const char* text) {
+        run.threw_text = true;
+        run.thrown = text;
+      } catch (...) {
+        other = std::current_exception();
+      }
     });
     thread_id = id.get_future().get();
     if (used_ids.insert(thread_id).second) {
@@ -138,7 +136,7 @@ inline std::string Transcript(const std::vector<Step>& steps) {
       }
       if (step.then) out += "then: " + step.then() + "\n";
       const std::string content = testutil::ReadBytes(file);
-      for (std::string line : testutil::CrLfLines(content.substr(std::min(seen, content.size())))) {
+      for (const std::string& line : testutil::CrLfLines(content.substr(std::min(seen, content.size())))) {
         out += "| " + WithTraceTime(line) + "\n";
       }
       seen = content.size();

@@ -158,8 +158,7 @@ struct State {
     Fill(last_error.status, sizeof last_error.status, status);
     Fill(last_error.message, sizeof last_error.message, message);
   }
-  static void SetErrorEx(ErrorInfoEx& target, int group, const std::string& key,
-                         const std::string& message) {
+  static void SetErrorEx(ErrorInfoEx& target, int group, const std::string& key, const std::string& message) {
     target.group = group;
     Fill(target.key, sizeof target.key, key);
     Fill(target.message, sizeof target.message, message);
