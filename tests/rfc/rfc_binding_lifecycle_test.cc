@@ -1,7 +1,6 @@
 // The binding over the life of a process: calls before any library is loaded,
-// a failed load, and a second load that keeps the addresses already resolved.
-// One test in an executable of its own, because the binding's state is the
-// process's.
+// failed loads, and a second load that keeps the addresses already resolved.
+// An executable of its own, because the binding's state is the process's.
 
 #include "rfc/binding/rfc_binding.h"
 

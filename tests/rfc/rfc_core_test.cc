@@ -1,10 +1,7 @@
-// The class library's core: strings and lists step by step (compared whole
-// with tests/rfc/expected/rfc_string.txt), CRfcData's type table and every
-// reading, assignment and copy of the inputs in tests/rfc/data (one line per
-// input, compared with tests/rfc/expected/rfc_data.txt), the packed shapes
-// swept, the trace's header and directory rules, and one transcript of every
-// failure path with what it throws, what it leaves and what it traces
-// (tests/rfc/expected/failures.txt).
+// The class library's core, compared with files in tests/rfc/expected: strings
+// and lists step by step, CRfcData's conversions of the inputs in tests/rfc/data,
+// and every failure path with what it throws, leaves and traces. Beside them:
+// the packed shapes swept, and the trace's directory rules and header.
 
 #include "rfc/core/rfc_string.h"
 
@@ -28,8 +25,7 @@ std::string Shown(const CRfcString& s) {
   return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
          std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
 }
-// A list: count, storage, and the entries from index -1 to the count as
-// indexes into g_items ("-": none).
+// A list: count, storage, and entries -1 to count as indexes into g_items ("-": none).
 std::string Shown(const CRfcList<int>& list) {
   std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
   for (int i = -1; i <= list.GetCount(); ++i) {
@@ -61,8 +57,7 @@ std::string Hex(const Bytes& bytes) {
   for (unsigned char b : bytes) out += (out.empty() ? "" : " ") + std::string{"0123456789ABCDEF"[b >> 4], "0123456789ABCDEF"[b & 15]};
   return out;
 }
-// A quoted text with \xNN escapes, or hex digits; numbers in the machine's
-// order turned round.
+// A quoted text with \xNN escapes, or hex digits (numbers turned round).
 Bytes Parse(int type, const std::string& given, int native) {
   Bytes bytes;
   const bool quoted = !given.empty() && given[0] == '"';
@@ -119,9 +114,8 @@ struct Value {
   CRfcData data;
 };
 
-// The lines of a data file of inputs; comments ("#") are copied to `out`.
-// A line holds values written TYPE[/decimals] [L<length bound>] bytes (see
-// Parse), then what each file adds.
+// A data file's lines split in tokens, its comments ("#") copied to `out`. A
+// value is written TYPE[/decimals] [L<length bound>] bytes (see Parse).
 std::vector<std::vector<std::string>> Inputs(const std::string& name, std::string& out) {
   std::vector<std::vector<std::string>> lines;
   std::istringstream file(testutil::ReadBytes(testutil::SourceDir() + "/tests/rfc/data/" + name));
@@ -291,8 +285,7 @@ TEST(RfcData, ConversionsOneLinePerInput) {
            (bound ? "" : " UNBOUND") + ", cleared " + Hex(buffer) + "\n";
   }
   // Every value in both byte orders, then turned round once by two calls of
-  // ToNativeOrder (numbers in big-endian only): its order flag, its bytes as
-  // the machine's own, its text again.
+  // ToNativeOrder: its order flag, its bytes as the machine's own, its text.
   for (const auto& tokens : Inputs("rfc_data_readings.txt", out)) {
     for (int native : {1, 0}) {
       size_t at = 0;
@@ -504,8 +497,7 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
                    },
                    [&] { return std::string(static_cast<CSTR>(good.data)) + " read again"; }});
 
-  // Every string allocation reports as InitBuffer's; the string is usable
-  // after a new assignment.
+  // Every string allocation reports as InitBuffer's; a new assignment heals.
   static const CRfcString other("other");
   const std::pair<const char*, void (*)(CRfcString&)> string_cases[] = {
       {"construction", [](CRfcString& s) { s = CRfcString("abc"); }},
@@ -518,8 +510,7 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
       {"InitBuffer", [](CRfcString& s) { s.InitBuffer(10); }},
   };
   std::vector<CRfcString> strings(std::size(string_cases), CRfcString("keep"));
-  // `change` of `value` with its allocation failing; what the value shows
-  // then, and after `again`.
+  // `change` with an allocation failing: what `value` shows then, and after `again`.
   auto failing = [&steps](const std::string& name, auto& value, auto change, auto again) {
     steps.push_back({name + ", allocation failing",
                      [&value, change] {
@@ -537,8 +528,7 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
             [](CRfcString& s) { s = "again"; });
   }
 
-  // A list's failed growth keeps the storage and its entries, and it grows
-  // afterwards.
+  // A list's failed growth keeps the storage and its entries; it grows later.
   const std::pair<const char*, void (*)(CRfcList<int>&)> list_cases[] = {
       {"Add", [](CRfcList<int>& list) { list.Add(&g_items[10]); }},
       {"SetAtGrow", [](CRfcList<int>& list) { list.SetAtGrow(15, &g_items[15]); }},

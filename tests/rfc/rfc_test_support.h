@@ -117,8 +117,7 @@ struct Step {
 
 // Runs `steps` in order on one traced thread, the trace switched on before
 // each, and writes per step its name, what it threw, what it showed and the
-// trace lines it wrote (digits of the header's time as #), for one comparison
-// with an expected file.
+// trace lines it wrote (the header's time as a placeholder).
 inline std::string Transcript(const std::vector<Step>& steps) {
   std::string out;
   RunTraced([&] {
@@ -183,8 +182,7 @@ struct FieldsLine {
 
 // A number's bytes in the machine's order.
 inline std::string Int(int32_t value) { return std::string(reinterpret_cast<const char*>(&value), sizeof value); }
-// `fields` one after the other, each a text padded with blanks to its width,
-// then zeros up to `length`.
+// `fields` in order, each a text blank-padded to its width; zeros to `length`.
 inline std::string Packed(const std::vector<std::pair<std::string, size_t>>& fields, size_t length) {
   std::string line;
   for (const auto& [text, width] : fields) line += text.substr(0, width) + std::string(width - std::min(width, text.size()), ' ');

@@ -69,8 +69,7 @@ struct Table {
   std::vector<std::unique_ptr<unsigned char[]>> lines;
 };
 
-// The receive's script: the exports, tables and exception out-argument as the
-// class library handed them; answers the receive's code.
+// A receive's script: given what the class library passed, answers its code.
 using ReceiveScript = std::function<int(RfcParameterEntry*, RfcTableEntry*, char**)>;
 
 struct State {
