@@ -9,14 +9,7 @@
 
 namespace {
 
-// Loaded but never scripted (by a batch server a test runs), the library
-// accepts registrations and fails every call, so that each logon's ping fails.
-stand_in::State Unscripted() {
-  stand_in::State state;
-  state.call_result = RFC_FAILURE;
-  return state;
-}
-stand_in::State g_state = Unscripted();
+stand_in::State g_state;
 // Pool threads call at once; scripts and the catch-all run outside the lock.
 std::recursive_mutex g_mutex;
 using Hold = std::unique_lock<std::recursive_mutex>;
@@ -44,11 +37,6 @@ std::vector<stand_in::Entry> Read(const Array* array) {
     entries.push_back(entry);
   }
   return entries;
-}
-
-stand_in::Exchange Exchanged(const char* function, const RfcParameterEntry* params,
-                             const RfcTableEntry* tables) {
-  return stand_in::Exchange{Text(function), params, tables, Read(params), Read(tables)};
 }
 
 std::string OptionBlock(const OpenOptions& o) {
@@ -126,7 +114,7 @@ int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* im
             RfcTableEntry* tables) {
   Log("RfcCall", handle, Text(function));
   Hold hold(g_mutex);
-  g_state.calls.push_back(Exchanged(function, imports, tables));
+  g_state.calls.push_back({Text(function), imports, tables, Read(imports), Read(tables)});
   g_state.last_called = Text(function);
   return g_state.call_result;
 }
@@ -135,7 +123,7 @@ int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntr
                char** exception) {
   Log("RfcReceive", handle);
   Hold hold(g_mutex);
-  g_state.receives.push_back(Exchanged(nullptr, exports, tables));
+  g_state.receives.push_back({"", exports, tables, Read(exports), Read(tables)});
   auto found = g_state.receive_by_function.find(g_state.last_called);
   const stand_in::ReceiveScript script = found != g_state.receive_by_function.end() ? found->second : g_state.receive;
   hold.unlock();  // scripts call back into the library
@@ -190,13 +178,8 @@ int RfcDispatch(ConnectionHandle handle) {
 
 int RfcGetName(ConnectionHandle handle, char* name) {
   Hold hold(g_mutex);
-  std::string current;
-  for (auto it = g_state.current_names.rbegin(); it != g_state.current_names.rend(); ++it) {
-    if (it->first == handle) {
-      current = it->second;
-      break;
-    }
-  }
+  std::string current;  // the name last dispatched on this handle
+  for (const auto& [dispatched_on, function] : g_state.current_names) current = dispatched_on == handle ? function : current;
   if (name != nullptr) stand_in::State::Fill(name, RFC_FUNCTION_NAME_SIZE, current);
   Log("RfcGetName", handle, current);
   return g_state.get_name_result;

@@ -80,7 +80,8 @@ struct State {
   ConnectionHandle first_handle = 1;
   std::set<int> failing_accepts;
   bool fail_every_accept = false;
-  int call_result = RFC_OK;
+  // Unscripted (loaded by a batch server a test runs), each logon's ping fails.
+  int call_result = RFC_FAILURE;  // RFC_OK from the first Reset on
   ReceiveScript receive;                                // none: 0, nothing written
   std::map<std::string, ReceiveScript> receive_by_function;  // by the last RfcCall
   int install_result = RFC_OK;
@@ -119,6 +120,7 @@ struct State {
 
   void Reset() {
     State fresh;
+    fresh.call_result = RFC_OK;
     fresh.next_type = next_type;
     fresh.next_table = next_table;
     *this = std::move(fresh);
