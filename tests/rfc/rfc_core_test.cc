@@ -104,11 +104,12 @@ std::string Read(CRfcData& data) {
 
 // A value bound to bytes of its own ("-": never bound).
 struct Value {
-  Value(int type, const std::string& given, int decimals = 0, int native = 1, int length = kOwnLength)
-      : type(type), native(native), bytes(Parse(type, given, native)), data(native) {
+  Value(int type, const std::string& given, int decimals = 0, int native = 1, int length = kOwnLength, std::string label = "")
+      : label(std::move(label)), type(type), native(native), bytes(Parse(type, given, native)), data(native) {
     if (given != "-") data.Init(bytes.data(), type, length == kOwnLength ? static_cast<int>(bytes.size()) : length, decimals);
   }
   std::string Shown() const { return data.GetData() != nullptr ? Show(type, bytes, native) : "-"; }
+  std::string label;  // its type and length bound as the data file writes them
   int type, native;
   Bytes bytes;
   CRfcData data;
@@ -136,17 +137,13 @@ std::vector<std::vector<std::string>> Inputs(const std::string& name, std::strin
 }
 // The value written from `tokens[at]` on.
 Value Take(const std::vector<std::string>& tokens, size_t& at, int native) {
+  const std::string label = tokens[at] + (tokens.at(at + 1)[0] == 'L' ? " " + tokens[at + 1] : "");
   const std::string type_name = tokens[at].substr(0, tokens[at].find('/'));
   int type = type_name.rfind("type", 0) == 0 ? std::stoi(type_name.substr(4)) : 0;
   while (type <= TYPE_INT1 && type_name.rfind("type", 0) != 0 && TypeName(type) != type_name) ++type;
   const int decimals = tokens[at].find('/') != std::string::npos ? std::stoi(tokens[at].substr(tokens[at].find('/') + 1)) : 0;
   const int length = tokens.at(++at)[0] == 'L' ? std::stoi(tokens.at(at++).substr(1)) : kOwnLength;
-  return Value(type, tokens.at(at++), decimals, native, length);
-}
-
-// The type of the value written from `tokens[at]` on, with its length bound.
-std::string Label(const std::vector<std::string>& tokens, size_t at) {
-  return tokens[at] + (tokens.at(at + 1)[0] == 'L' ? " " + tokens[at + 1] : "");
+  return Value(type, tokens.at(at++), decimals, native, length, label);
 }
 
 TEST(RfcString, EveryStepOfStringsAndLists) {
@@ -291,7 +288,7 @@ TEST(RfcData, ConversionsOneLinePerInput) {
       size_t at = 0;
       Value v = Take(tokens, at, native);
       const Bytes given = v.bytes;
-      out += Label(tokens, 0) + (native == 0 ? " big-endian " : " ") + v.Shown() +
+      out += v.label + (native == 0 ? " big-endian " : " ") + v.Shown() +
              ": " + Read<CSTR>(v.data) + ", " + Read<RFC_INT>(v.data) + ", " + Read<RFC_INT2>(v.data) + ", " +
              Read<RFC_INT1>(v.data) + ", " + Read<RFC_FLOAT>(v.data) + (v.bytes == given ? "" : " CHANGED");
       v.data.ToNativeOrder();
@@ -315,7 +312,7 @@ TEST(RfcData, ConversionsOneLinePerInput) {
           v.data = static_cast<RFC_INT>(std::stoll(value, nullptr, 0));
         }
       });
-      out += Label(tokens, 0) + (native == 0 ? " big-endian " : " ") + before + " = " + value + ": " + v.Shown() +
+      out += v.label + (native == 0 ? " big-endian " : " ") + before + " = " + value + ": " + v.Shown() +
              (thrown.empty() ? "" : " !" + thrown) + (v.type == TYPE_BCD ? " reads " + Read<CSTR>(v.data) : "") + "\n";
     }
   }
@@ -323,10 +320,9 @@ TEST(RfcData, ConversionsOneLinePerInput) {
     size_t at = 0;
     Value to = Take(tokens, at, 1);
     const std::string before = to.Shown();
-    const size_t from_at = at;
     const Value from = Take(tokens, at, 1);
     to.data.Assign(from.data);
-    out += Label(tokens, 0) + " " + before + " <- " + Label(tokens, from_at) + " " + from.Shown() + ": " + to.Shown() + "\n";
+    out += to.label + " " + before + " <- " + from.label + " " + from.Shown() + ": " + to.Shown() + "\n";
   }
   EXPECT_TRUE(testutil::MatchesExpectedFile(out, "tests/rfc/expected/rfc_data.txt"));
 }

@@ -15,10 +15,12 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/dynamic_library.h"
 #include "rfc/binding/rfc_library_api.h"
 
 namespace stand_in {
@@ -166,24 +168,13 @@ struct State {
   }
 };
 
-}  // namespace stand_in
-
-extern "C" {
-typedef stand_in::State* (*StandInRfc_t)(void);
-}
-
-#ifndef RFC_LIBRARY_IMPLEMENTATION
-#include <stdexcept>
-
-#include "platform/dynamic_library.h"
-
-namespace stand_in {
 // The state of the stand-in library at `path`; the library stays loaded.
+extern "C" typedef State* (*StandInRfc_t)(void);
 inline State& StandIn(const std::string& path) {
   platform::LibraryHandle library = platform::LoadDynamicLibrary(path);
   auto get = reinterpret_cast<StandInRfc_t>(platform::GetLibrarySymbol(library, "StandInRfc"));
   if (get == nullptr) throw std::runtime_error("no stand-in RFC library at " + path);
   return *get();
 }
+
 }  // namespace stand_in
-#endif
