@@ -136,8 +136,7 @@ int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned cou
   Hold hold(g_mutex);
   stand_in::Install install{Text(name), {}, 0};
   for (unsigned i = 0; i < count; ++i) {
-    install.elements.push_back(
-        {Text(elements[i].name), elements[i].type, elements[i].length, elements[i].decimals});
+    install.elements.push_back({Text(elements[i].name), elements[i].type, elements[i].length, elements[i].decimals});
   }
   if (g_state.install_result == RFC_OK) install.handle = g_state.next_type++;
   if (type_handle != nullptr) *type_handle = install.handle;
@@ -224,11 +223,9 @@ int RfcLastErrorEx(ErrorInfoEx* error) {
 TableHandle ItCreate(const char*, unsigned line_length, unsigned, unsigned) {
   Log("ItCreate", 0);
   Hold hold(g_mutex);
-  if (g_state.itcreate_failures > 0) {
-    --g_state.itcreate_failures;
-    return nullptr;
-  }
-  return g_state.NewTable(line_length);
+  if (g_state.itcreate_failures == 0) return g_state.NewTable(line_length);
+  --g_state.itcreate_failures;
+  return nullptr;
 }
 
 int ItFree(TableHandle handle) {
