@@ -269,17 +269,15 @@ TEST(RfcData, ConversionsOneLinePerInput) {
                                        {TYPE_DATE, 3}, {TYPE_TIME, 99}, {TYPE_FLOAT, 0}, {TYPE_INT, 0},
                                        {TYPE_INT2, 0}, {TYPE_INT1, 0}, {TYPE_ITAB, 10}, {42, 10}};
   for (const auto& [type, given] : cases) {
-    Bytes buffer(16, 0xAA);
-    CRfcData data(1);
-    data.Init(buffer.data(), type, given, 3);
+    Value v(type, std::string(32, 'A'), 3, 1, given);  // bound to 16 bytes of 0xAA
     int info_type = -9, length = -9, decimals = -9;
-    data.GetInfo(info_type, length, decimals);
-    const bool bound = data.GetData() == buffer.data();
-    data.ClearValue();
-    buffer.resize(static_cast<size_t>(std::max(length, 0)) + 1);
+    v.data.GetInfo(info_type, length, decimals);
+    const bool bound = v.data.GetData() == v.bytes.data();
+    v.data.ClearValue();
+    v.bytes.resize(static_cast<size_t>(std::max(length, 0)) + 1);
     out += TypeName(type) + " given " + std::to_string(given) + ": fixed " + std::to_string(RfcFixedLength(type, given)) +
            ", info " + std::to_string(info_type) + "/" + std::to_string(length) + "/" + std::to_string(decimals) +
-           (bound ? "" : " UNBOUND") + ", cleared " + Hex(buffer) + "\n";
+           (bound ? "" : " UNBOUND") + ", cleared " + Hex(v.bytes) + "\n";
   }
   // Every value in both byte orders, then turned round once by two calls of
   // ToNativeOrder: its order flag, its bytes as the machine's own, its text.
@@ -394,11 +392,6 @@ TEST(RfcTrace, DirectoryRulesAndHeader) {
   EXPECT_FALSE(lost.file_exists);
 }
 
-template <typename T>
-void ReadAs(CRfcData& data) {
-  static_cast<void>(static_cast<T>(data));
-}
-
 TEST(RfcFailure, TranscriptOfEveryFailure) {
   std::vector<rfc_test::Step> steps;
   // The allocation plan: the first allocations pass, the next ones fail, then
@@ -463,12 +456,12 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   Value small(TYPE_INT1, "03"), packed(TYPE_BCD, "00002C", 2), bad(TYPE_BCD, "0A1C"), target(TYPE_BCD, "0000");
   Value text(TYPE_NUM, "\"00777\""), good(TYPE_BCD, "012C");
   Value unsized(TYPE_CHAR, "00", 0, 1, -1);  // without a length even "" is too long
-  const std::pair<const char*, void (*)(CRfcData&)> readings[] = {
-      {"RFC_INT1", ReadAs<RFC_INT1>}, {"RFC_INT2", ReadAs<RFC_INT2>}, {"RFC_INT", ReadAs<RFC_INT>},
-      {"RFC_FLOAT", ReadAs<RFC_FLOAT>}, {"CSTR", ReadAs<CSTR>}};
+  const std::pair<const char*, std::string (*)(CRfcData&)> readings[] = {
+      {"RFC_INT1", Read<RFC_INT1>}, {"RFC_INT2", Read<RFC_INT2>}, {"RFC_INT", Read<RFC_INT>},
+      {"RFC_FLOAT", Read<RFC_FLOAT>}, {"CSTR", Read<CSTR>}};
   for (const auto& [value, name] : {std::pair{&small.data, "INT1 03"}, {&packed.data, "BCD/2 00 00 2C"}, {&bad.data, "BCD 0A 1C"}}) {
     for (const auto& [reading, read] : readings) {
-      steps.push_back({std::string(reading) + " of " + name, [&, value, read] { read(*value); }});
+      steps.push_back({std::string(reading) + " of " + name, [] {}, [value, read] { return read(*value); }});
     }
   }
   steps.push_back({"BCD/2 = \"1.5\", = 2", [&] {
