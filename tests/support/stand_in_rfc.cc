@@ -110,8 +110,7 @@ ConnectionHandle RfcAccept(char** argv) {
 
 void RfcClose(ConnectionHandle handle) { Log("RfcClose", handle); }
 
-int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* imports,
-            RfcTableEntry* tables) {
+int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* imports, RfcTableEntry* tables) {
   Log("RfcCall", handle, Text(function));
   Hold hold(g_mutex);
   g_state.calls.push_back({Text(function), imports, tables, Read(imports), Read(tables)});
@@ -119,8 +118,7 @@ int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* im
   return g_state.call_result;
 }
 
-int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables,
-               char** exception) {
+int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
   Log("RfcReceive", handle);
   Hold hold(g_mutex);
   g_state.receives.push_back({"", exports, tables, Read(exports), Read(tables)});
@@ -130,8 +128,7 @@ int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntr
   return script ? script(exports, tables, exception) : RFC_OK;
 }
 
-int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned count,
-                        RfcTypeHandle* type_handle) {
+int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned count, RfcTypeHandle* type_handle) {
   Log("RfcInstallStructure", 0, Text(name));
   Hold hold(g_mutex);
   stand_in::Install install{Text(name), {}, 0};
