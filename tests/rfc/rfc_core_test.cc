@@ -43,7 +43,6 @@ std::string TypeName(int type) {
                                       "NUM", "FLOAT", "INT", "INT2", "INT1"};
   return type >= 0 && type <= TYPE_INT1 ? names[type] : "type" + std::to_string(type);
 }
-bool IsText(int type) { return type == TYPE_CHAR || type == TYPE_DATE || type == TYPE_TIME || type == TYPE_NUM; }
 const uint16_t kProbe = 1;  // its first byte is 1 on a little-endian machine
 // Numbers in the machine's order are turned round here, so that tables and
 // the expected file show them big-endian on every machine.
@@ -75,7 +74,7 @@ Bytes Parse(int type, const std::string& given, int native) {
 }
 std::string Show(int type, Bytes bytes, int native) {
   if (TurnRound(type, native)) std::reverse(bytes.begin(), bytes.end());
-  if (!IsText(type)) return Hex(bytes);
+  if (type != TYPE_CHAR && type != TYPE_DATE && type != TYPE_TIME && type != TYPE_NUM) return Hex(bytes);
   std::string text = "\"";
   for (unsigned char b : bytes) text += b >= 0x20 ? std::string(1, static_cast<char>(b)) : "\\x" + Hex({b});
   return text + "\"";
@@ -139,8 +138,8 @@ std::vector<std::vector<std::string>> Inputs(const std::string& name, std::strin
 Value Take(const std::vector<std::string>& tokens, size_t& at, int native) {
   const std::string label = tokens[at] + (tokens.at(at + 1)[0] == 'L' ? " " + tokens[at + 1] : "");
   const std::string type_name = tokens[at].substr(0, tokens[at].find('/'));
-  int type = type_name.rfind("type", 0) == 0 ? std::stoi(type_name.substr(4)) : 0;
-  while (type <= TYPE_INT1 && type_name.rfind("type", 0) != 0 && TypeName(type) != type_name) ++type;
+  int type = 0;  // a name, or typeN for a code without one
+  while (type < 1000 && TypeName(type) != type_name) ++type;
   const int decimals = tokens[at].find('/') != std::string::npos ? std::stoi(tokens[at].substr(tokens[at].find('/') + 1)) : 0;
   const int length = tokens.at(++at)[0] == 'L' ? std::stoi(tokens.at(at++).substr(1)) : kOwnLength;
   return Value(type, tokens.at(at++), decimals, native, length, label);

@@ -43,9 +43,8 @@ inline std::string TraceFileOf(const std::string& directory, uint32_t thread_id)
 // other than const char* are rethrown in the caller.
 inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = true) {
   testutil::TempDir dir;
-  CRfcTrace& trace = GetRfcTrace();
-  trace.SetDirectory(dir.path());
-  trace.SetTraceOn(trace_on ? 1 : 0);
+  GetRfcTrace().SetDirectory(dir.path());
+  GetRfcTrace().SetTraceOn(trace_on ? 1 : 0);
   TracedRun run;
   uint32_t thread_id = 0;
   std::exception_ptr other;
@@ -82,7 +81,7 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
     go.set_value(false);
     thread.join();
   }
-  trace.SetTraceOn(0);
+  GetRfcTrace().SetTraceOn(0);
   const std::string file = TraceFileOf(dir.path(), thread_id);
   run.file_exists = std::filesystem::exists(file);
   run.content = testutil::ReadBytes(file);
@@ -146,11 +145,9 @@ inline std::string Transcript(const std::vector<Step>& steps) {
 
 // The stand-in library's state; loaded on first use.
 inline stand_in::State& Fake() {
-  static stand_in::State* state = [] {
-    if (!LoadRfcLibrary(STAND_IN_RFC)) throw std::runtime_error("cannot load " STAND_IN_RFC);
-    return &stand_in::StandIn(STAND_IN_RFC);
-  }();
-  return *state;
+  static stand_in::State& state =
+      LoadRfcLibrary(STAND_IN_RFC) ? stand_in::StandIn(STAND_IN_RFC) : throw std::runtime_error("cannot load " STAND_IN_RFC);
+  return state;
 }
 
 // Every test starts with a fresh library state, no planned allocation
