@@ -39,8 +39,7 @@ using Bytes = std::vector<unsigned char>;
 constexpr int kOwnLength = -100;  // bind with the length of the given bytes
 
 std::string TypeName(int type) {
-  static const char* const names[] = {"CHAR", "DATE", "BCD", "TIME", "BYTE", "ITAB",
-                                      "NUM", "FLOAT", "INT", "INT2", "INT1"};
+  static const char* const names[] = {"CHAR", "DATE", "BCD", "TIME", "BYTE", "ITAB", "NUM", "FLOAT", "INT", "INT2", "INT1"};
   return type >= 0 && type <= TYPE_INT1 ? names[type] : "type" + std::to_string(type);
 }
 const uint16_t kProbe = 1;  // its first byte is 1 on a little-endian machine

@@ -1,7 +1,6 @@
 #pragma once
-// What the class-library tests share: running code with the trace on and
-// reading what it wrote, and a fixture on the stand-in RFC library with the
-// dictionary answers (PARAMS and FIELDS lines) it hands back.
+// What the class-library tests share: traced runs and transcripts, and a fixture
+// on the stand-in RFC library with its dictionary answers (PARAMS, FIELDS lines).
 
 #include <gmock/gmock.h>
 
@@ -33,7 +32,6 @@ struct TracedRun {
   std::string thrown;              // ... with this text
 };
 
-// The trace file of the thread `thread_id` in `directory`.
 inline std::string TraceFileOf(const std::string& directory, uint32_t thread_id) {
   return directory + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
 }

@@ -1,9 +1,8 @@
 #pragma once
 // The stand-in RFC library of the unit tests: a shared library exporting the
 // 24 entry points, loaded through LoadRfcLibrary like the real one, with
-// scripted answers and records of what tests read (through StandIn(path),
-// while no call is under way). Built complete and without RfcCheckRegisterServer;
-// every RfcCall fails until the first Reset. Inline: the two share no code.
+// scripted answers and records of what tests read (through StandIn(path), while
+// no call is under way). Built complete and without RfcCheckRegisterServer.
 
 #include <algorithm>
 #include <chrono>
@@ -74,8 +73,8 @@ struct Table {
 // A receive's script: given what the class library passed, answers its code.
 using ReceiveScript = std::function<int(RfcParameterEntry*, RfcTableEntry*, char**)>;
 
+// What the library answers (scripts), then what it records.
 struct State {
-  // ---- answers ----
   ConnectionHandle open_result = 7;
   int open_sleep_ms = 0;
   // RfcAccept: handles count up from first_handle; failing accepts give 0.
@@ -94,17 +93,14 @@ struct State {
   int get_name_result = RFC_OK, get_data_result = RFC_OK, send_data_result = RFC_OK;
   ConnectionAttributes attributes{};
   RFC_ERROR_INFO last_error{};
-  // RfcLastErrorEx; a thread whose last accept failed gets accept_error_ex.
-  ErrorInfoEx last_error_ex{}, accept_error_ex{};
+  ErrorInfoEx last_error_ex{}, accept_error_ex{};  // the latter after a thread's failed accept
   int itcreate_failures = 0, itfree_result = 0, itdelete_result = 0;
   unsigned max_lines = 1000000;      // ItGupLine refuses lines beyond
   std::set<unsigned> missing_lines;  // ItGetLine answers null for these
-  // Called by ItGetLine first, outside the lock, so that it may change tables.
-  std::function<void(unsigned line)> on_get_line;
+  std::function<void(unsigned line)> on_get_line;  // ItGetLine's first step, unlocked: may change tables
   // The registration check: its code, and the counts it writes (total = ready = check_total).
   int check_result = RFC_OK, check_total = 0;
 
-  // ---- records ----
   std::vector<Record> log;
   std::vector<Open> opens;
   std::vector<Exchange> calls, receives;
