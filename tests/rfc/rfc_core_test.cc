@@ -1,33 +1,21 @@
-// The class library's core: strings and lists step by step (compared whole
-// with tests/rfc/expected/rfc_string.txt), the trace's header line and
-// directory rules, and one transcript of every failure path with what it
-// throws, what it leaves and what it traces (tests/rfc/expected/failures.txt).
+// The class library's core, compared with files in tests/rfc/expected: strings
+// and lists step by step, CRfcData's conversions of the inputs in tests/rfc/data,
+// and every failure path with what it throws, leaves and traces. Beside them:
+// the packed shapes swept, and the trace's directory rules and header.
 
 #include "rfc/core/rfc_string.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <array>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
+#include <cmath>
+#include <cstdio>
+#include <type_traits>
 
-#include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_data.h"
 #include "rfc/core/rfc_error.h"
 #include "rfc/core/rfc_list.h"
 #include "tests/rfc/rfc_test_support.h"
-#include "tests/support/expected_file.h"
 
 namespace {
-
-using rfc_test::Step;
-using rfc_test::TraceFileOf;
 
 int g_items[32];  // the list stores pointers only; the entries are these
 
@@ -37,14 +25,123 @@ std::string Shown(const CRfcString& s) {
   return (text != nullptr ? "\"" + std::string(text) + "\"" : std::string("null")) + " " +
          std::to_string(s.GetLength()) + "/" + std::to_string(s.GetCapacity()) + (s.GetUpperCase() != 0 ? " upper" : "");
 }
-// A list: count, storage, and the entries from index -1 to the count as
-// indexes into g_items ("-": none).
+// A list: count, storage, and entries -1 to count as indexes into g_items ("-": none).
 std::string Shown(const CRfcList<int>& list) {
   std::string out = "count " + std::to_string(list.GetCount()) + " max " + std::to_string(list.GetMaxSize()) + ":";
   for (int i = -1; i <= list.GetCount(); ++i) {
     out += list.GetAt(i) != nullptr ? " " + std::to_string(list.GetAt(i) - g_items) : std::string(" -");
   }
   return out;
+}
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr int kOwnLength = -100;  // bind with the length of the given bytes
+
+std::string TypeName(int type) {
+  static const char* const names[] = {"CHAR", "DATE", "BCD", "TIME", "BYTE", "ITAB", "NUM", "FLOAT", "INT", "INT2", "INT1"};
+  return type >= 0 && type <= TYPE_INT1 ? names[type] : "type" + std::to_string(type);
+}
+const uint16_t kProbe = 1;  // its first byte is 1 on a little-endian machine
+// Numbers in the machine's order are turned round here, so that tables and
+// the expected file show them big-endian on every machine.
+bool TurnRound(int type, int native) {
+  return native != 0 && *reinterpret_cast<const unsigned char*>(&kProbe) == 1 &&
+         (type == TYPE_INT || type == TYPE_INT2 || type == TYPE_FLOAT);
+}
+
+std::string Hex(const Bytes& bytes) {
+  std::string out;
+  for (unsigned char b : bytes) out += (out.empty() ? "" : " ") + std::string{"0123456789ABCDEF"[b >> 4], "0123456789ABCDEF"[b & 15]};
+  return out;
+}
+// A quoted text with \xNN escapes, or hex digits (numbers turned round).
+Bytes Parse(int type, const std::string& given, int native) {
+  Bytes bytes;
+  const bool quoted = !given.empty() && given[0] == '"';
+  for (size_t i = quoted ? 1 : 0; i + 1 < given.size();) {
+    if (quoted && given.compare(i, 2, "\\x") != 0) {
+      bytes.push_back(static_cast<unsigned char>(given[i++]));
+      continue;
+    }
+    i += quoted ? 2 : 0;
+    bytes.push_back(static_cast<unsigned char>(std::stoi(given.substr(i, 2), nullptr, 16)));
+    i += 2;
+  }
+  if (TurnRound(type, native)) std::reverse(bytes.begin(), bytes.end());
+  return bytes;
+}
+std::string Show(int type, Bytes bytes, int native) {
+  if (TurnRound(type, native)) std::reverse(bytes.begin(), bytes.end());
+  if (type != TYPE_CHAR && type != TYPE_DATE && type != TYPE_TIME && type != TYPE_NUM) return Hex(bytes);
+  std::string text = "\"";
+  for (unsigned char b : bytes) text += b >= 0x20 ? std::string(1, static_cast<char>(b)) : "\\x" + Hex({b});
+  return text + "\"";
+}
+
+std::string Number(double value) {
+  if (std::isnan(value)) return "nan";
+  char text[40];
+  std::snprintf(text, sizeof text, "%.15g", value);
+  return text;
+}
+// A reading, or the text it throws.
+template <typename T>
+std::string Read(CRfcData& data) {
+  try {
+    if constexpr (std::is_same_v<T, CSTR>) {
+      const std::string text = static_cast<CSTR>(data);
+      return Show(TYPE_CHAR, Bytes(text.begin(), text.end()), 1);
+    } else {
+      return Number(static_cast<double>(static_cast<T>(data)));
+    }
+  } catch (const char* text) {
+    return "!" + std::string(text);
+  }
+}
+
+// A value bound to bytes of its own ("-": never bound).
+struct Value {
+  Value(int type, const std::string& given, int decimals = 0, int native = 1, int length = kOwnLength, std::string label = "")
+      : label(std::move(label)), type(type), native(native), bytes(Parse(type, given, native)), data(native) {
+    if (given != "-") data.Init(bytes.data(), type, length == kOwnLength ? static_cast<int>(bytes.size()) : length, decimals);
+  }
+  std::string Shown() const { return data.GetData() != nullptr ? Show(type, bytes, native) : "-"; }
+  std::string label;  // its type and length bound as the data file writes them
+  int type, native;
+  Bytes bytes;
+  CRfcData data;
+};
+
+// A data file's lines split in tokens, its comments ("#") copied to `out`. A
+// value is written TYPE[/decimals] [L<length bound>] bytes (see Parse).
+std::vector<std::vector<std::string>> Inputs(const std::string& name, std::string& out) {
+  std::vector<std::vector<std::string>> lines;
+  std::istringstream file(testutil::ReadBytes(testutil::SourceDir() + "/tests/rfc/data/" + name));
+  for (std::string line; std::getline(file, line);) {
+    if (line.empty() || line[0] == '#') {
+      out += line + "\n";
+      continue;
+    }
+    lines.emplace_back();
+    for (size_t at = 0; at < line.size(); at = line.find_first_not_of(' ', at)) {
+      const size_t close = line.find('"', at + 1);
+      const size_t end = line[at] != '"' ? line.find(' ', at) : close != std::string::npos ? close + 1 : close;
+      lines.back().push_back(line.substr(at, end - at));
+      at = std::min(end, line.size());
+    }
+  }
+  return lines;
+}
+// The value written from `tokens[at]` on.
+Value Take(const std::vector<std::string>& tokens, size_t& at, int native) {
+  const std::string label = tokens[at] + (tokens.at(at + 1)[0] == 'L' ? " " + tokens[at + 1] : "");
+  const std::string type_name = tokens[at].substr(0, tokens[at].find('/'));
+  int type = 0;  // a name, or typeN for a code without one
+  while (type < 1000 && TypeName(type) != type_name) ++type;
+  const int decimals = tokens[at].find('/') != std::string::npos ? std::stoi(tokens[at].substr(tokens[at].find('/') + 1)) : 0;
+  const int length = tokens.at(++at)[0] == 'L' ? std::stoi(tokens.at(at++).substr(1)) : kOwnLength;
+  return Value(type, tokens.at(at++), decimals, native, length, label);
 }
 
 TEST(RfcString, EveryStepOfStringsAndLists) {
@@ -163,64 +260,138 @@ TEST(RfcString, EveryStepOfStringsAndLists) {
   EXPECT_TRUE(testutil::MatchesExpectedFile(out, "tests/rfc/expected/rfc_string.txt"));
 }
 
-// WriteHeader: three empty lines and the local time of the write.
-TEST(RfcTrace, HeaderHasTheLocalTimeOfTheWrite) {
-  const std::string before = CRfcTrace::HeaderLine(platform::LocalNow());
-  auto run = rfc_test::RunTraced([] { GetRfcTrace().WriteHeader(); });
-  const std::string after = CRfcTrace::HeaderLine(platform::LocalNow());
-  EXPECT_THAT(run.lines, ::testing::ElementsAre("", "", "", ::testing::AnyOf(before, after)));
-}
-
-TEST(RfcTrace, DirectoryRules) {
-  testutil::TempDir dir;
-  const std::filesystem::path saved_cwd = std::filesystem::current_path();
-  const std::string saved_directory = GetRfcTrace().GetDirectory();
-  std::filesystem::current_path(dir.path());
-  CRfcTrace& trace = GetRfcTrace();
-  {
-    // A new instance reads the current directory and is counted.
-    const int before = CRfcTrace::InstanceCount();
-    CRfcTrace local;
-    EXPECT_EQ(CRfcTrace::InstanceCount(), before + 1);
-    EXPECT_EQ(std::filesystem::path(local.GetDirectory()), std::filesystem::canonical(dir.path()));
-    EXPECT_EQ(local.IsTraceOn(), 0);
+TEST(RfcData, ConversionsOneLinePerInput) {
+  // The type table: fixed lengths, the binding, the cleared forms (of 0xAA).
+  std::string out;
+  const std::pair<int, int> cases[] = {{TYPE_CHAR, 3}, {TYPE_BCD, 2}, {TYPE_BYTE, 2}, {TYPE_NUM, 4},
+                                       {TYPE_DATE, 3}, {TYPE_TIME, 99}, {TYPE_FLOAT, 0}, {TYPE_INT, 0},
+                                       {TYPE_INT2, 0}, {TYPE_INT1, 0}, {TYPE_ITAB, 10}, {42, 10}};
+  for (const auto& [type, given] : cases) {
+    Value v(type, std::string(32, 'A'), 3, 1, given);  // bound to 16 bytes of 0xAA
+    int info_type = -9, length = -9, decimals = -9;
+    v.data.GetInfo(info_type, length, decimals);
+    const bool bound = v.data.GetData() == v.bytes.data();
+    v.data.ClearValue();
+    v.bytes.resize(static_cast<size_t>(std::max(length, 0)) + 1);
+    out += TypeName(type) + " given " + std::to_string(given) + ": fixed " + std::to_string(RfcFixedLength(type, given)) +
+           ", info " + std::to_string(info_type) + "/" + std::to_string(length) + "/" + std::to_string(decimals) +
+           (bound ? "" : " UNBOUND") + ", cleared " + Hex(v.bytes) + "\n";
   }
-  // A directory of 255 characters does not fit its buffer and reads as
-  // empty: the files go under their bare name into the current directory.
-  trace.SetDirectory(std::string(254, 'd'));
-  EXPECT_EQ(trace.GetDirectory(), std::string(254, 'd'));
-  trace.SetDirectory(std::string(255, 'd'));
-  EXPECT_EQ(trace.GetDirectory(), "");
-  trace.SetTraceOn(1);
-  uint32_t id = 0;
-  std::thread([&] {
-    id = platform::CurrentThreadId();
-    trace.WriteLine("here");
-  }).join();
-  EXPECT_EQ(testutil::ReadBytes(TraceFileOf(dir.path(), id)), "here\r\n");
-
-  // A file that cannot be opened drops its thread's lines for good.
-  trace.SetDirectory(dir.path() + "/missing");
-  std::thread([&] {
-    id = platform::CurrentThreadId();
-    trace.WriteLine("lost");
-    trace.SetDirectory(dir.path());  // too late for this thread's file
-    trace.WriteLine("also lost");
-  }).join();
-  trace.SetTraceOn(0);
-  trace.SetDirectory(saved_directory);
-  std::filesystem::current_path(saved_cwd);
-  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path() + "/missing", id)));
-  EXPECT_FALSE(std::filesystem::exists(TraceFileOf(dir.path(), id)));
+  // Every value in both byte orders, then turned round once by two calls of
+  // ToNativeOrder: its order flag, its bytes as the machine's own, its text.
+  for (const auto& tokens : Inputs("rfc_data_readings.txt", out)) {
+    for (int native : {1, 0}) {
+      size_t at = 0;
+      Value v = Take(tokens, at, native);
+      const Bytes given = v.bytes;
+      out += v.label + (native == 0 ? " big-endian " : " ") + v.Shown() +
+             ": " + Read<CSTR>(v.data) + ", " + Read<RFC_INT>(v.data) + ", " + Read<RFC_INT2>(v.data) + ", " +
+             Read<RFC_INT1>(v.data) + ", " + Read<RFC_FLOAT>(v.data) + (v.bytes == given ? "" : " CHANGED");
+      v.data.ToNativeOrder();
+      v.data.ToNativeOrder();
+      out += ", turned " + std::to_string(v.data.GetNativeOrder()) + " " + Show(v.type, v.bytes, 1) + " " +
+             Read<CSTR>(v.data) + "\n";
+    }
+  }
+  // Both orders again; the bytes after, the text thrown, and packed values read back.
+  for (const auto& tokens : Inputs("rfc_data_assignments.txt", out)) {
+    for (int native : {1, 0}) {
+      size_t at = 0;
+      Value v = Take(tokens, at, native);
+      const std::string& value = tokens.at(at);
+      const std::string before = v.Shown();
+      const std::string text(value[0] == '"' ? value.substr(1, value.size() - 2) : "");
+      const std::string thrown = rfc_test::Thrown([&] {
+        if (value[0] == '"' || value == "null") {
+          v.data = value[0] == '"' ? text.c_str() : static_cast<CSTR>(nullptr);
+        } else {
+          v.data = static_cast<RFC_INT>(std::stoll(value, nullptr, 0));
+        }
+      });
+      out += v.label + (native == 0 ? " big-endian " : " ") + before + " = " + value + ": " + v.Shown() +
+             (thrown.empty() ? "" : " !" + thrown) + (v.type == TYPE_BCD ? " reads " + Read<CSTR>(v.data) : "") + "\n";
+    }
+  }
+  for (const auto& tokens : Inputs("rfc_data_copies.txt", out)) {
+    size_t at = 0;
+    Value to = Take(tokens, at, 1);
+    const std::string before = to.Shown();
+    const Value from = Take(tokens, at, 1);
+    to.data.Assign(from.data);
+    out += to.label + " " + before + " <- " + from.label + " " + from.Shown() + ": " + to.Shown() + "\n";
+  }
+  EXPECT_TRUE(testutil::MatchesExpectedFile(out, "tests/rfc/expected/rfc_data.txt"));
 }
 
-template <typename T>
-void ReadAs(CRfcData& data) {
-  static_cast<void>(static_cast<T>(data));
+// Every shape converts: the smallest negative unit and the negative value of
+// all nines give their texts, which assign back to the same bytes.
+TEST(RfcData, EveryPackedShapeReadsAndAssignsBack) {
+  for (int length = 1; length <= 64; ++length) {
+    const int digits = 2 * length - 1;
+    for (int decimals = 0; decimals <= digits; ++decimals) {
+      const std::string integer(static_cast<size_t>(digits - decimals), '9');
+      const std::string fraction(static_cast<size_t>(decimals), '9');
+      const std::string nines = "-" + (integer.empty() ? "0" : integer) + (decimals > 0 ? "." + fraction : "");
+      const std::string unit = decimals > 0 ? "-0." + std::string(static_cast<size_t>(decimals - 1), '0') + "1" : "-1";
+      const std::string zeros(static_cast<size_t>(2 * length - 2), '0');
+      for (const auto& [hex, text] : {std::pair{std::string(zeros.size(), '9') + "9D", nines},
+                                      std::pair{zeros + "1D", unit}}) {
+        Value value(TYPE_BCD, hex, decimals);
+        ASSERT_EQ(static_cast<CSTR>(value.data), text) << "L=" << length << " D=" << decimals;
+        const Bytes bytes = value.bytes;
+        std::fill(value.bytes.begin(), value.bytes.end(), 0);
+        value.data = text.c_str();
+        ASSERT_EQ(value.bytes, bytes) << text;
+      }
+    }
+  }
+  // The packing step itself takes a blank as the digit 0; a length of no packed shape fails.
+  Value value(TYPE_BCD, "000000");
+  char text[] = "1 2 ";
+  ASSERT_EQ(value.data.Str2BCD(text, value.bytes.data()), 1);
+  EXPECT_EQ(Hex(value.bytes), "01 02 0C");
+  value.data.Init(value.bytes.data(), TYPE_BCD, 65, 0);  // no packed shape
+  EXPECT_EQ(value.data.Str2BCD(text, value.bytes.data()), 0);
+}
+
+TEST(RfcTrace, DirectoryRulesAndHeader) {
+  const std::filesystem::path saved_cwd = std::filesystem::current_path();
+  std::string before, after;
+  // A new instance reads the current directory and is counted. A directory of
+  // 255 characters does not fit its buffer and reads as empty: the files go
+  // under their bare name into the current directory. A header is three
+  // empty lines and the local time of the write.
+  const auto run = rfc_test::RunTraced([&] {
+    const std::filesystem::path directory = std::filesystem::canonical(GetRfcTrace().GetDirectory());
+    std::filesystem::current_path(directory);
+    const int instances = CRfcTrace::InstanceCount();
+    CRfcTrace local;
+    EXPECT_EQ(CRfcTrace::InstanceCount(), instances + 1);
+    EXPECT_EQ(std::filesystem::path(local.GetDirectory()), directory);
+    EXPECT_EQ(local.IsTraceOn(), 0);
+    GetRfcTrace().SetDirectory(std::string(254, 'd'));
+    EXPECT_EQ(GetRfcTrace().GetDirectory(), std::string(254, 'd'));
+    GetRfcTrace().SetDirectory(std::string(255, 'd'));
+    EXPECT_EQ(GetRfcTrace().GetDirectory(), "");
+    before = CRfcTrace::HeaderLine(platform::LocalNow());
+    GetRfcTrace().WriteHeader();
+    after = CRfcTrace::HeaderLine(platform::LocalNow());
+    std::filesystem::current_path(saved_cwd);
+  });
+  EXPECT_THAT(run.content, ::testing::AnyOf("\r\n\r\n\r\n" + before + "\r\n", "\r\n\r\n\r\n" + after + "\r\n"));
+  // A file that cannot be opened drops its thread's lines for good.
+  const auto lost = rfc_test::RunTraced([] {
+    const std::string directory = GetRfcTrace().GetDirectory();
+    GetRfcTrace().SetDirectory(directory + "/missing");
+    GetRfcTrace().WriteLine("lost");
+    GetRfcTrace().SetDirectory(directory);  // too late for this thread's file
+    GetRfcTrace().WriteLine("also lost");
+  });
+  EXPECT_FALSE(lost.file_exists);
 }
 
 TEST(RfcFailure, TranscriptOfEveryFailure) {
-  std::vector<Step> steps;
+  std::vector<rfc_test::Step> steps;
   // The allocation plan: the first allocations pass, the next ones fail, then
   // all pass again, value-initialised; clearing drops what is planned.
   steps.push_back({"allocations: 2 pass, 2 fail; cleared; a plan of none", [] {}, [] {
@@ -280,58 +451,49 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
   // Conversions: the small integer readings trace every call, the others
   // only their failures; a failed packed reading traces BCD2Str's line and
   // the operation's entry in the wording of the assignment direction.
-  unsigned char small_byte = 3, packed_bytes[3] = {0x00, 0x00, 0x2C}, bad_bytes[2] = {0x0A, 0x1C}, short_bytes[2] = {};
-  unsigned char text_bytes[5] = {'0', '0', '7', '7', '7'}, unsized_byte = 0, good_bytes[2] = {0x01, 0x2C};
-  CRfcData small(1), packed(1), bad(1), target(1), text(1), unsized(1), good(1);
-  small.Init(&small_byte, TYPE_INT1, 1, 0);
-  packed.Init(packed_bytes, TYPE_BCD, 3, 2);
-  bad.Init(bad_bytes, TYPE_BCD, 2, 0);
-  target.Init(short_bytes, TYPE_BCD, 2, 0);
-  unsized.Init(&unsized_byte, TYPE_CHAR, -1, 0);  // without a length even "" is too long
-  good.Init(good_bytes, TYPE_BCD, 2, 0);
-  text.Init(text_bytes, TYPE_NUM, 5, 0);
-  const std::pair<const char*, void (*)(CRfcData&)> readings[] = {
-      {"RFC_INT1", ReadAs<RFC_INT1>}, {"RFC_INT2", ReadAs<RFC_INT2>}, {"RFC_INT", ReadAs<RFC_INT>},
-      {"RFC_FLOAT", ReadAs<RFC_FLOAT>}, {"CSTR", ReadAs<CSTR>}};
-  for (const auto& [value, name] : {std::pair{&small, "INT1 03"}, {&packed, "BCD/2 00 00 2C"}, {&bad, "BCD 0A 1C"}}) {
+  Value small(TYPE_INT1, "03"), packed(TYPE_BCD, "00002C", 2), bad(TYPE_BCD, "0A1C"), target(TYPE_BCD, "0000");
+  Value text(TYPE_NUM, "\"00777\""), good(TYPE_BCD, "012C");
+  Value unsized(TYPE_CHAR, "00", 0, 1, -1);  // without a length even "" is too long
+  const std::pair<const char*, std::string (*)(CRfcData&)> readings[] = {
+      {"RFC_INT1", Read<RFC_INT1>}, {"RFC_INT2", Read<RFC_INT2>}, {"RFC_INT", Read<RFC_INT>},
+      {"RFC_FLOAT", Read<RFC_FLOAT>}, {"CSTR", Read<CSTR>}};
+  for (const auto& [value, name] : {std::pair{&small.data, "INT1 03"}, {&packed.data, "BCD/2 00 00 2C"}, {&bad.data, "BCD 0A 1C"}}) {
     for (const auto& [reading, read] : readings) {
-      steps.push_back({std::string(reading) + " of " + name, [&, value, read] { read(*value); }});
+      steps.push_back({std::string(reading) + " of " + name, [] {}, [value, read] { return read(*value); }});
     }
   }
   steps.push_back({"BCD/2 = \"1.5\", = 2", [&] {
-                     packed = "1.5";
-                     packed = 2;
+                     packed.data = "1.5";
+                     packed.data = 2;
                    }});
-  steps.push_back({"BCD/2 = 12345", [&] { target = 12345; }});
-  steps.push_back({"BCD/2 = \"1x\"", [&] { target = "1x"; }});
+  steps.push_back({"BCD/2 = 12345", [&] { target.data = 12345; }});
+  steps.push_back({"BCD/2 = \"1x\"", [&] { target.data = "1x"; }});
   steps.push_back({"BCD/2 = \"1x\", trace off", [&] {
                      GetRfcTrace().SetTraceOn(0);
-                     target = "1x";
+                     target.data = "1x";
                    }});
-  steps.push_back({"NUM \"00777\" = \"123456\"", [&] { text = "123456"; }});
-  steps.push_back({"CHAR without length = \"\"", [&] { unsized = ""; }});
+  steps.push_back({"NUM \"00777\" = \"123456\"", [&] { text.data = "123456"; }});
+  steps.push_back({"CHAR without length = \"\"", [&] { unsized.data = ""; }});
   steps.push_back({"CSTR of 01 2C, allocation failing", [&] {
                      rfc::testing::FailNextAllocation();
-                     static_cast<void>(static_cast<CSTR>(good));
+                     static_cast<void>(static_cast<CSTR>(good.data));
                    },
-                   [&] { return std::string(static_cast<CSTR>(good)) + " read again"; }});
+                   [&] { return std::string(static_cast<CSTR>(good.data)) + " read again"; }});
 
-  // Every string allocation reports as InitBuffer's; the string is usable
-  // after a new assignment.
-  const std::pair<const char*, void (*)(CRfcString&, const CRfcString&)> string_cases[] = {
-      {"construction", [](CRfcString& s, const CRfcString&) { s = CRfcString("abc"); }},
-      {"construction with capacity", [](CRfcString& s, const CRfcString&) { s = CRfcString("abc", 30); }},
-      {"copy", [](CRfcString& s, const CRfcString&) { CRfcString copy(s); }},
-      {"Mid", [](CRfcString& s, const CRfcString& other) { other.Mid(s, 1, 2); }},
-      {"assignment", [](CRfcString& s, const CRfcString& other) { s = other; }},
-      {"text assignment", [](CRfcString& s, const CRfcString&) { s = "xyz"; }},
-      {"append", [](CRfcString& s, const CRfcString&) { s += "xyz"; }},
-      {"InitBuffer", [](CRfcString& s, const CRfcString&) { s.InitBuffer(10); }},
+  // Every string allocation reports as InitBuffer's; a new assignment heals.
+  static const CRfcString other("other");
+  const std::pair<const char*, void (*)(CRfcString&)> string_cases[] = {
+      {"construction", [](CRfcString& s) { s = CRfcString("abc"); }},
+      {"construction with capacity", [](CRfcString& s) { s = CRfcString("abc", 30); }},
+      {"copy", [](CRfcString& s) { CRfcString copy(s); }},
+      {"Mid", [](CRfcString& s) { other.Mid(s, 1, 2); }},
+      {"assignment", [](CRfcString& s) { s = other; }},
+      {"text assignment", [](CRfcString& s) { s = "xyz"; }},
+      {"append", [](CRfcString& s) { s += "xyz"; }},
+      {"InitBuffer", [](CRfcString& s) { s.InitBuffer(10); }},
   };
   std::vector<CRfcString> strings(std::size(string_cases), CRfcString("keep"));
-  const CRfcString other("other");
-  // `change` of `value` with its allocation failing; what the value shows
-  // then, and after `again`.
+  // `change` with an allocation failing: what `value` shows then, and after `again`.
   auto failing = [&steps](const std::string& name, auto& value, auto change, auto again) {
     steps.push_back({name + ", allocation failing",
                      [&value, change] {
@@ -345,13 +507,11 @@ TEST(RfcFailure, TranscriptOfEveryFailure) {
                      }});
   };
   for (size_t i = 0; i < std::size(string_cases); ++i) {
-    failing(std::string("string ") + string_cases[i].first, strings[i],
-            [&other, change = string_cases[i].second](CRfcString& s) { change(s, other); },
+    failing(std::string("string ") + string_cases[i].first, strings[i], string_cases[i].second,
             [](CRfcString& s) { s = "again"; });
   }
 
-  // A list's failed growth keeps the storage and its entries, and it grows
-  // afterwards.
+  // A list's failed growth keeps the storage and its entries; it grows later.
   const std::pair<const char*, void (*)(CRfcList<int>&)> list_cases[] = {
       {"Add", [](CRfcList<int>& list) { list.Add(&g_items[10]); }},
       {"SetAtGrow", [](CRfcList<int>& list) { list.SetAtGrow(15, &g_items[15]); }},

@@ -1,24 +1,15 @@
 #pragma once
-// What the class-library tests share: running code with the trace on and
-// reading what it wrote, and a fixture on the stand-in RFC library with the
-// dictionary answers (PARAMS and FIELDS lines) it hands back.
+// What the class-library tests share: traced runs and transcripts, and a fixture
+// on the stand-in RFC library with its dictionary answers (PARAMS, FIELDS lines).
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstring>
 #include <exception>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <regex>
-#include <set>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "platform/path.h"
 #include "platform/thread.h"
@@ -26,6 +17,7 @@
 #include "rfc/core/rfc_allocation.h"
 #include "rfc/core/rfc_trace.h"
 #include "rfc/function/rfc_byte_order.h"
+#include "tests/support/expected_file.h"
 #include "tests/support/stand_in_rfc.h"
 #include "tests/support/polling.h"
 #include "tests/support/temp_dir.h"
@@ -40,7 +32,6 @@ struct TracedRun {
   std::string thrown;              // ... with this text
 };
 
-// The trace file of the thread `thread_id` in `directory`.
 inline std::string TraceFileOf(const std::string& directory, uint32_t thread_id) {
   return directory + platform::kPathSeparator + "crfc" + std::to_string(static_cast<int>(thread_id)) + ".trc";
 }
@@ -50,22 +41,11 @@ inline std::string TraceFileOf(const std::string& directory, uint32_t thread_id)
 // other than const char* are rethrown in the caller.
 inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = true) {
   testutil::TempDir dir;
-  CRfcTrace& trace = GetRfcTrace();
-  trace.SetDirectory(dir.path());
-  trace.SetTraceOn(trace_on ? 1 : 0);
+  GetRfcTrace().SetDirectory(dir.path());
+  GetRfcTrace().SetTraceOn(trace_on ? 1 : 0);
   TracedRun run;
   uint32_t thread_id = 0;
   std::exception_ptr other;
-  auto body = [&] {
-    try {
-      code();
-    } catch (const char* text) {
-      run.threw_text = true;
-      run.thrown = text;
-    } catch (...) {
-      other = std::current_exception();
-    }
-  };
   // The trace keeps a thread's file by thread id for good, and Windows gives
   // the id of an ended thread to the next one at once: the code runs only on
   // a thread whose id is new to this process. Threads with a used id wait,
@@ -75,9 +55,17 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
   for (;;) {
     std::promise<uint32_t> id;
     std::promise<bool> go;
-    std::thread thread([&body, &id, run_it = go.get_future()]() mutable {
+    std::thread thread([&, run_it = go.get_future()]() mutable {
       id.set_value(platform::CurrentThreadId());
-      if (run_it.get()) body();
+      if (!run_it.get()) return;
+      try {
+        code();
+      } catch (const char* text) {
+        run.threw_text = true;
+        run.thrown = text;
+      } catch (...) {
+        other = std::current_exception();
+      }
     });
     thread_id = id.get_future().get();
     if (used_ids.insert(thread_id).second) {
@@ -91,7 +79,7 @@ inline TracedRun RunTraced(const std::function<void()>& code, bool trace_on = tr
     go.set_value(false);
     thread.join();
   }
-  trace.SetTraceOn(0);
+  GetRfcTrace().SetTraceOn(0);
   const std::string file = TraceFileOf(dir.path(), thread_id);
   run.file_exists = std::filesystem::exists(file);
   run.content = testutil::ReadBytes(file);
@@ -126,8 +114,7 @@ struct Step {
 
 // Runs `steps` in order on one traced thread, the trace switched on before
 // each, and writes per step its name, what it threw, what it showed and the
-// trace lines it wrote (digits of the header's time as #), for one comparison
-// with an expected file.
+// trace lines it wrote (the header's time as a placeholder).
 inline std::string Transcript(const std::vector<Step>& steps) {
   std::string out;
   RunTraced([&] {
@@ -145,7 +132,7 @@ inline std::string Transcript(const std::vector<Step>& steps) {
       }
       if (step.then) out += "then: " + step.then() + "\n";
       const std::string content = testutil::ReadBytes(file);
-      for (std::string line : testutil::CrLfLines(content.substr(std::min(seen, content.size())))) {
+      for (const std::string& line : testutil::CrLfLines(content.substr(std::min(seen, content.size())))) {
         out += "| " + WithTraceTime(line) + "\n";
       }
       seen = content.size();
@@ -156,11 +143,9 @@ inline std::string Transcript(const std::vector<Step>& steps) {
 
 // The stand-in library's state; loaded on first use.
 inline stand_in::State& Fake() {
-  static stand_in::State* state = [] {
-    if (!LoadRfcLibrary(STAND_IN_RFC)) throw std::runtime_error("cannot load " STAND_IN_RFC);
-    return &stand_in::StandIn(STAND_IN_RFC);
-  }();
-  return *state;
+  static stand_in::State& state =
+      LoadRfcLibrary(STAND_IN_RFC) ? stand_in::StandIn(STAND_IN_RFC) : throw std::runtime_error("cannot load " STAND_IN_RFC);
+  return state;
 }
 
 // Every test starts with a fresh library state, no planned allocation
@@ -190,40 +175,26 @@ struct FieldsLine {
   std::string exid;
 };
 
-inline void Put(std::string& line, size_t at, const std::string& text, size_t length) {
-  std::string field = text.substr(0, length);
-  field.resize(length, ' ');
-  line.replace(at, length, field);
+// A number's bytes in the machine's order.
+inline std::string Int(int32_t value) { return std::string(reinterpret_cast<const char*>(&value), sizeof value); }
+// `fields` in order, each a text blank-padded to its width; zeros to `length`.
+inline std::string Packed(const std::vector<std::pair<std::string, size_t>>& fields, size_t length) {
+  std::string line;
+  for (const auto& [text, width] : fields) line += text.substr(0, width) + std::string(width - std::min(width, text.size()), ' ');
+  line.resize(length, '\0');
+  return line;
 }
-inline void PutInt(std::string& line, size_t at, int32_t value) {
-  std::memcpy(&line[at], &value, sizeof value);
-}
-
 // The lines in the long (208/80 bytes) or short (168/40) layout.
 inline std::string PackParams(const ParamsLine& p, bool long_layout) {
-  std::string line(long_layout ? 208 : 168, '\0');
-  const size_t names = long_layout ? 30 : 10, after = 31 + 2 * names;
-  Put(line, 0, p.param_class, 1);
-  Put(line, 1, p.parameter, 30);
-  Put(line, 31, p.tab_name, names);
-  Put(line, 31 + names, p.field_name, names);
-  Put(line, after, p.exid, 1);
-  PutInt(line, after + 9, p.int_length);
-  PutInt(line, after + 13, p.decimals);
-  Put(line, after + 17, "", 100);  // DEFAULT, PARAMTEXT
-  return line;
+  const size_t names = long_layout ? 30 : 10;
+  return Packed({{p.param_class, 1}, {p.parameter, 30}, {p.tab_name, names}, {p.field_name, names}, {p.exid, 1},
+                 {std::string(8, '\0'), 8}, {Int(p.int_length), 4}, {Int(p.decimals), 4}, {"", 100}},  // DEFAULT, PARAMTEXT
+                long_layout ? 208 : 168);
 }
 inline std::string PackFields(const FieldsLine& f, bool long_layout) {
-  std::string line(long_layout ? 80 : 40, '\0');
   const size_t names = long_layout ? 30 : 10;
-  Put(line, 0, f.tab_name, names);
-  Put(line, names, f.field_name, names);
-  PutInt(line, 2 * names, f.position);
-  PutInt(line, 2 * names + 4, f.offset);
-  PutInt(line, 2 * names + 8, f.int_length);
-  PutInt(line, 2 * names + 12, f.decimals);
-  Put(line, 2 * names + 16, f.exid, 1);
-  return line;
+  return Packed({{f.tab_name, names}, {f.field_name, names}, {Int(f.position), 4}, {Int(f.offset), 4}, {Int(f.int_length), 4},
+                 {Int(f.decimals), 4}, {f.exid, 1}}, long_layout ? 80 : 40);
 }
 
 // A receive that appends `lines` to the table entry named `table` (making the
@@ -247,17 +218,6 @@ inline stand_in::ReceiveScript Raising(char* name) {
   };
 }
 
-// The text of the import `name` of an RfcCall (trailing blanks removed), or "<missing>".
-inline std::string ImportText(const stand_in::Exchange& call, const std::string& name) {
-  for (const stand_in::Entry& param : call.params) {
-    if (param.name != name) continue;
-    std::string text = param.bytes;
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.pop_back();
-    return text;
-  }
-  return "<missing>";
-}
-
 // Answers RFC_GET_FUNCTION_INTERFACE with `params` and RFC_GET_STRUCTURE_DEFINITION
 // from `structures` (TABLE_NOT_ACTIVE for any other).
 struct Dictionary {
@@ -271,7 +231,9 @@ inline void Answer(const Dictionary& dictionary) {
   Fake().receive_by_function["RFC_GET_FUNCTION_INTERFACE"] = FillTable("PARAMS", params);
   Fake().receive_by_function["RFC_GET_STRUCTURE_DEFINITION"] =
       [dictionary](RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) -> int {
-    const std::string name = ImportText(Fake().calls.back(), "TABNAME");
+    std::string name;  // the import TABNAME, without its trailing blanks
+    for (const stand_in::Entry& param : Fake().calls.back().params) name = param.name == "TABNAME" ? param.bytes : name;
+    name.erase(name.find_last_not_of(std::string(" \0", 2)) + 1);
     for (const auto& [structure, fields] : dictionary.structures) {
       if (structure != name) continue;
       std::vector<std::string> lines;
@@ -279,8 +241,7 @@ inline void Answer(const Dictionary& dictionary) {
       return FillTable("FIELDS", lines)(exports, tables, exception);
     }
     static char not_active[] = "TABLE_NOT_ACTIVE";
-    *exception = not_active;
-    return RFC_EXCEPTION;
+    return Raising(not_active)(exports, tables, exception);
   };
 }
 

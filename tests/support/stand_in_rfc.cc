@@ -3,47 +3,33 @@
 #define RFC_LIBRARY_IMPLEMENTATION
 #include "tests/support/stand_in_rfc.h"
 
-#include <algorithm>
 #include <mutex>
 #include <thread>
 #include <type_traits>
 
 namespace {
 
-using stand_in::Record;
-
-// Loaded but never scripted (by a batch server a test runs), the library
-// accepts registrations and fails every call, so that each logon's ping fails.
-stand_in::State Unscripted() {
-  stand_in::State state;
-  state.call_result = RFC_FAILURE;
-  return state;
-}
-stand_in::State g_state = Unscripted();
+stand_in::State g_state;
 // Pool threads call at once; scripts and the catch-all run outside the lock.
 std::recursive_mutex g_mutex;
-using Hold = std::lock_guard<std::recursive_mutex>;
+using Hold = std::unique_lock<std::recursive_mutex>;
 thread_local bool t_accept_failed = false;
 
 std::string Text(const char* text) { return text != nullptr ? text : ""; }
 
 void Log(const std::string& entry, ConnectionHandle handle, const std::string& text = "") {
   Hold hold(g_mutex);
-  g_state.log.push_back(Record{entry, handle, text});
+  g_state.log.push_back(stand_in::Record{entry, handle, text});
 }
 
 template <typename Array>
 std::vector<stand_in::Entry> Read(const Array* array) {
   std::vector<stand_in::Entry> entries;
   for (; array != nullptr && array->name != nullptr; ++array) {
-    stand_in::Entry entry;
-    entry.name.assign(static_cast<const char*>(array->name), array->name_length);
-    entry.type = array->type;
+    stand_in::Entry entry{std::string(static_cast<const char*>(array->name), array->name_length), array->type, 0, {}, nullptr};
     if constexpr (std::is_same_v<Array, RfcParameterEntry>) {
       entry.length = array->length;
-      if (array->address != nullptr) {
-        entry.bytes.assign(static_cast<const char*>(array->address), array->length);
-      }
+      if (array->address != nullptr) entry.bytes.assign(static_cast<const char*>(array->address), array->length);
     } else {
       entry.length = array->line_length;
       entry.handle = array->handle;
@@ -51,11 +37,6 @@ std::vector<stand_in::Entry> Read(const Array* array) {
     entries.push_back(entry);
   }
   return entries;
-}
-
-stand_in::Exchange Exchanged(const char* function, const RfcParameterEntry* params,
-                             const RfcTableEntry* tables) {
-  return stand_in::Exchange{Text(function), params, tables, Read(params), Read(tables)};
 }
 
 std::string OptionBlock(const OpenOptions& o) {
@@ -93,23 +74,20 @@ RFC_LIBRARY_EXPORT stand_in::State* StandInRfc(void) { return &g_state; }
 ConnectionHandle RfcOpen(OpenOptions* options) {
   Log("RfcOpen", 0);
   stand_in::Open open;
-  int sleep_ms = 0;
-  {
-    Hold hold(g_mutex);
-    g_state.most_opens_at_once = std::max(g_state.most_opens_at_once, ++g_state.opens_in_progress);
-    sleep_ms = g_state.open_sleep_ms;
-  }
+  Hold hold(g_mutex);
+  g_state.most_opens_at_once = std::max(g_state.most_opens_at_once, ++g_state.opens_in_progress);
+  const int sleep_ms = g_state.open_sleep_ms;
+  hold.unlock();  // threads open at once
   open.started = std::chrono::steady_clock::now();
   if (options != nullptr) {
     open.mode = options->mode;
     open.trace = options->trace;
-    open.logon = Text(options->destination) + " " + Text(options->client) + " " +
-                 Text(options->user) + " " + Text(options->password) + " " +
-                 Text(options->language);
+    open.logon = Text(options->destination) + " " + Text(options->client) + " " + Text(options->user) + " " +
+                 Text(options->password) + " " + Text(options->language);
     open.block = OptionBlock(*options);
   }
   if (sleep_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(sleep_ms));
-  Hold hold(g_mutex);
+  hold.lock();
   --g_state.opens_in_progress;
   open.returned = std::chrono::steady_clock::now();
   g_state.opens.push_back(open);
@@ -121,14 +99,10 @@ ConnectionHandle RfcAccept(char** argv) {
   for (char** word = argv; word != nullptr && *word != nullptr; ++word) {
     words += (words.empty() ? "" : " ") + std::string(*word);
   }
-  ConnectionHandle handle = 0;
-  {
-    Hold hold(g_mutex);
-    const int number = ++g_state.accepts;
-    if (!g_state.fail_every_accept && g_state.failing_accepts.count(number) == 0) {
-      handle = g_state.first_handle + static_cast<ConnectionHandle>(number - 1);
-    }
-  }
+  Hold hold(g_mutex);
+  const int number = ++g_state.accepts;
+  const bool accepted = !g_state.fail_every_accept && g_state.failing_accepts.count(number) == 0;
+  const ConnectionHandle handle = accepted ? g_state.first_handle + static_cast<ConnectionHandle>(number - 1) : 0;
   t_accept_failed = handle == 0;
   Log("RfcAccept", handle, words);
   return handle;
@@ -136,36 +110,30 @@ ConnectionHandle RfcAccept(char** argv) {
 
 void RfcClose(ConnectionHandle handle) { Log("RfcClose", handle); }
 
-int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* imports,
-            RfcTableEntry* tables) {
+int RfcCall(ConnectionHandle handle, const char* function, RfcParameterEntry* imports, RfcTableEntry* tables) {
   Log("RfcCall", handle, Text(function));
   Hold hold(g_mutex);
-  g_state.calls.push_back(Exchanged(function, imports, tables));
+  g_state.calls.push_back({Text(function), imports, tables, Read(imports), Read(tables)});
   g_state.last_called = Text(function);
   return g_state.call_result;
 }
 
-int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables,
-               char** exception) {
+int RfcReceive(ConnectionHandle handle, RfcParameterEntry* exports, RfcTableEntry* tables, char** exception) {
   Log("RfcReceive", handle);
-  stand_in::ReceiveScript script;
-  {
-    Hold hold(g_mutex);
-    g_state.receives.push_back(Exchanged(nullptr, exports, tables));
-    auto found = g_state.receive_by_function.find(g_state.last_called);
-    script = found != g_state.receive_by_function.end() ? found->second : g_state.receive;
-  }
+  Hold hold(g_mutex);
+  g_state.receives.push_back({"", exports, tables, Read(exports), Read(tables)});
+  auto found = g_state.receive_by_function.find(g_state.last_called);
+  const stand_in::ReceiveScript script = found != g_state.receive_by_function.end() ? found->second : g_state.receive;
+  hold.unlock();  // scripts call back into the library
   return script ? script(exports, tables, exception) : RFC_OK;
 }
 
-int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned count,
-                        RfcTypeHandle* type_handle) {
+int RfcInstallStructure(const char* name, RfcTypeElement* elements, unsigned count, RfcTypeHandle* type_handle) {
   Log("RfcInstallStructure", 0, Text(name));
   Hold hold(g_mutex);
   stand_in::Install install{Text(name), {}, 0};
   for (unsigned i = 0; i < count; ++i) {
-    install.elements.push_back(
-        {Text(elements[i].name), elements[i].type, elements[i].length, elements[i].decimals});
+    install.elements.push_back({Text(elements[i].name), elements[i].type, elements[i].length, elements[i].decimals});
   }
   if (g_state.install_result == RFC_OK) install.handle = g_state.next_type++;
   if (type_handle != nullptr) *type_handle = install.handle;
@@ -182,46 +150,32 @@ int RfcInstallFunction(const char* name, RfcServerFunction function, const char*
 }
 
 int RfcListen(ConnectionHandle handle) {
-  int result;
-  {
-    Hold hold(g_mutex);
-    result = g_state.listen_default;
-    if (!g_state.listen_results.empty()) {
-      result = g_state.listen_results.front();
-      g_state.listen_results.pop_front();
-    }
-  }
+  Hold hold(g_mutex);
+  const int result = g_state.listen_results.empty() ? g_state.listen_default : g_state.listen_results.front();
+  if (!g_state.listen_results.empty()) g_state.listen_results.pop_front();
   Log("RfcListen", handle, std::to_string(result));
   return result;
 }
 
 int RfcDispatch(ConnectionHandle handle) {
-  RfcServerFunction function = nullptr;
-  int result;
-  {
-    Hold hold(g_mutex);
-    result = g_state.dispatch_default;
-    if (!g_state.pending_calls.empty()) {
-      g_state.current_names.emplace_back(handle, g_state.pending_calls.front());
-      g_state.pending_calls.pop_front();
-      function = g_state.catch_all;
-      result = RFC_OK;
-    }
+  Hold hold(g_mutex);
+  const bool pending = !g_state.pending_calls.empty();
+  const int result = pending ? RFC_OK : g_state.dispatch_default;
+  const RfcServerFunction function = pending ? g_state.catch_all : nullptr;
+  if (pending) {
+    g_state.current_names.emplace_back(handle, g_state.pending_calls.front());
+    g_state.pending_calls.pop_front();
   }
   Log("RfcDispatch", handle, std::to_string(result));
+  hold.unlock();  // the catch-all calls back into the library
   if (function != nullptr) function(handle);
   return result;
 }
 
 int RfcGetName(ConnectionHandle handle, char* name) {
   Hold hold(g_mutex);
-  std::string current;
-  for (auto it = g_state.current_names.rbegin(); it != g_state.current_names.rend(); ++it) {
-    if (it->first == handle) {
-      current = it->second;
-      break;
-    }
-  }
+  std::string current;  // the name last dispatched on this handle
+  for (const auto& [dispatched_on, function] : g_state.current_names) current = dispatched_on == handle ? function : current;
   if (name != nullptr) stand_in::State::Fill(name, RFC_FUNCTION_NAME_SIZE, current);
   Log("RfcGetName", handle, current);
   return g_state.get_name_result;
@@ -266,11 +220,9 @@ int RfcLastErrorEx(ErrorInfoEx* error) {
 TableHandle ItCreate(const char*, unsigned line_length, unsigned, unsigned) {
   Log("ItCreate", 0);
   Hold hold(g_mutex);
-  if (g_state.itcreate_failures > 0) {
-    --g_state.itcreate_failures;
-    return nullptr;
-  }
-  return g_state.NewTable(line_length);
+  if (g_state.itcreate_failures == 0) return g_state.NewTable(line_length);
+  --g_state.itcreate_failures;
+  return nullptr;
 }
 
 int ItFree(TableHandle handle) {
@@ -299,13 +251,11 @@ unsigned ItFill(TableHandle handle) {
 }
 
 void* ItGetLine(TableHandle handle, unsigned line) {
-  std::function<void(unsigned)> hook;
-  {
-    Hold hold(g_mutex);
-    hook = g_state.on_get_line;
-  }
-  if (hook) hook(line);
   Hold hold(g_mutex);
+  const std::function<void(unsigned)> hook = g_state.on_get_line;
+  hold.unlock();  // the hook may change tables
+  if (hook) hook(line);
+  hold.lock();
   stand_in::Table* table = g_state.Find(handle);
   if (table == nullptr || line == 0 || line > table->lines.size()) return nullptr;
   return g_state.missing_lines.count(line) != 0 ? nullptr : table->lines[line - 1].get();

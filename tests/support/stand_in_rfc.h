@@ -1,23 +1,25 @@
 #pragma once
 // The stand-in RFC library of the unit tests: a shared library exporting the
 // 24 entry points, loaded through LoadRfcLibrary like the real one, with
-// scripted answers and records of what tests read (through StandIn(path),
-// while no call is under way). Built twice: complete, and without
-// RfcCheckRegisterServer. Until its first Reset every RfcCall fails. All
-// inline, so that the library and the tests agree on it without sharing code.
+// scripted answers and records of what tests read (through StandIn(path), while
+// no call is under way). Built complete and without RfcCheckRegisterServer.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/dynamic_library.h"
 #include "rfc/binding/rfc_library_api.h"
 
 namespace stand_in {
@@ -31,8 +33,7 @@ struct Entry {
   TableHandle handle = nullptr;
 };
 
-// Any entry point: its name, handle, and the text (function name, raised
-// exception, argv words, documentation, a listen's or dispatch's code).
+// A call of any entry point: its name, handle and text (a name, argv words or a code).
 struct Record {
   std::string entry;
   ConnectionHandle handle = 0;
@@ -69,19 +70,19 @@ struct Table {
   std::vector<std::unique_ptr<unsigned char[]>> lines;
 };
 
-// The receive's script: the exports, tables and exception out-argument as the
-// class library handed them; answers the receive's code.
+// A receive's script: given what the class library passed, answers its code.
 using ReceiveScript = std::function<int(RfcParameterEntry*, RfcTableEntry*, char**)>;
 
+// What the library answers (scripts), then what it records.
 struct State {
-  // ---- answers ----
   ConnectionHandle open_result = 7;
   int open_sleep_ms = 0;
   // RfcAccept: handles count up from first_handle; failing accepts give 0.
   ConnectionHandle first_handle = 1;
   std::set<int> failing_accepts;
   bool fail_every_accept = false;
-  int call_result = RFC_OK;
+  // Unscripted (loaded by a batch server a test runs), each logon's ping fails.
+  int call_result = RFC_FAILURE;  // RFC_OK from the first Reset on
   ReceiveScript receive;                                // none: 0, nothing written
   std::map<std::string, ReceiveScript> receive_by_function;  // by the last RfcCall
   int install_result = RFC_OK;
@@ -92,17 +93,14 @@ struct State {
   int get_name_result = RFC_OK, get_data_result = RFC_OK, send_data_result = RFC_OK;
   ConnectionAttributes attributes{};
   RFC_ERROR_INFO last_error{};
-  // RfcLastErrorEx; a thread whose last accept failed gets accept_error_ex.
-  ErrorInfoEx last_error_ex{}, accept_error_ex{};
+  ErrorInfoEx last_error_ex{}, accept_error_ex{};  // the latter after a thread's failed accept
   int itcreate_failures = 0, itfree_result = 0, itdelete_result = 0;
   unsigned max_lines = 1000000;      // ItGupLine refuses lines beyond
   std::set<unsigned> missing_lines;  // ItGetLine answers null for these
-  // Called by ItGetLine first, outside the lock, so that it may change tables.
-  std::function<void(unsigned line)> on_get_line;
+  std::function<void(unsigned line)> on_get_line;  // ItGetLine's first step, unlocked: may change tables
   // The registration check: its code, and the counts it writes (total = ready = check_total).
   int check_result = RFC_OK, check_total = 0;
 
-  // ---- records ----
   std::vector<Record> log;
   std::vector<Open> opens;
   std::vector<Exchange> calls, receives;
@@ -120,24 +118,19 @@ struct State {
 
   void Reset() {
     State fresh;
+    fresh.call_result = RFC_OK;
     fresh.next_type = next_type;
     fresh.next_table = next_table;
     *this = std::move(fresh);
   }
-  std::vector<Record> CallsOf(const std::string& entry) const {
-    std::vector<Record> found;
-    for (const Record& r : log) {
-      if (r.entry == entry) found.push_back(r);
-    }
+  template <typename T>
+  static std::vector<T> Named(const std::vector<T>& all, std::string T::*key, const std::string& name) {
+    std::vector<T> found;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(found), [&](const T& x) { return x.*key == name; });
     return found;
   }
-  std::vector<Install> InstallsOf(const std::string& name) const {
-    std::vector<Install> found;
-    for (const Install& i : installs) {
-      if (i.name == name) found.push_back(i);
-    }
-    return found;
-  }
+  std::vector<Record> CallsOf(const std::string& entry) const { return Named(log, &Record::entry, entry); }
+  std::vector<Install> InstallsOf(const std::string& name) const { return Named(installs, &Install::name, name); }
   Table* Find(TableHandle handle) {
     auto it = tables.find(reinterpret_cast<uintptr_t>(handle));
     return it == tables.end() ? nullptr : &it->second;
@@ -164,32 +157,20 @@ struct State {
     Fill(last_error.status, sizeof last_error.status, status);
     Fill(last_error.message, sizeof last_error.message, message);
   }
-  static void SetErrorEx(ErrorInfoEx& target, int group, const std::string& key,
-                         const std::string& message) {
+  static void SetErrorEx(ErrorInfoEx& target, int group, const std::string& key, const std::string& message) {
     target.group = group;
     Fill(target.key, sizeof target.key, key);
     Fill(target.message, sizeof target.message, message);
   }
 };
 
-}  // namespace stand_in
-
-extern "C" {
-typedef stand_in::State* (*StandInRfc_t)(void);
-}
-
-#ifndef RFC_LIBRARY_IMPLEMENTATION
-#include <stdexcept>
-
-#include "platform/dynamic_library.h"
-
-namespace stand_in {
 // The state of the stand-in library at `path`; the library stays loaded.
+extern "C" typedef State* (*StandInRfc_t)(void);
 inline State& StandIn(const std::string& path) {
   platform::LibraryHandle library = platform::LoadDynamicLibrary(path);
   auto get = reinterpret_cast<StandInRfc_t>(platform::GetLibrarySymbol(library, "StandInRfc"));
   if (get == nullptr) throw std::runtime_error("no stand-in RFC library at " + path);
   return *get();
 }
+
 }  // namespace stand_in
-#endif
