@@ -7,7 +7,8 @@
 // Checked: the declaration and two line feeds come first; names and values
 // hold no raw "<", ">" or double quote and every "&" in them starts an entity
 // (so text content never holds a raw "<"), and they carry no white space at
-// either end; escaping agrees with the five passes written out; the buffer is
+// either end; escaping agrees with the five passes written out, and an
+// element's name and value are those passes' result trimmed; the buffer is
 // exactly as long as announced and the same on a second build; putting the
 // tags together by hand gives the same bytes; attributes come in bucket
 // order; a row written from its texts equals the same row as elements; all
@@ -53,6 +54,12 @@ std::string EscapeByPasses(std::string text) {
 
 bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
+}
+
+std::string_view Trimmed(std::string_view text) {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
 }
 
 void CheckText(std::string_view text) {
@@ -131,9 +138,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           path.push_back(added);
           break;
         }
-        case 1:
-          current->AddChild(document.CreateElement(op.name, op.value));
+        case 1: {
+          std::unique_ptr<CXmlElement> leaf = document.CreateElement(op.name, op.value);
+          Check(leaf->GetName() == Trimmed(EscapeByPasses(op.name)));
+          Check(leaf->GetValue() == Trimmed(EscapeByPasses(op.value)));
+          current->AddChild(std::move(leaf));
           break;
+        }
         case 2:
           if (path.size() > 1) path.pop_back();
           break;
